@@ -1,0 +1,627 @@
+// Node table, identifiers, arcs, graph walks and the partial order.
+#include "network/network.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "network/identifier.h"
+
+VEK_network::VEK_network() : relevanceMask_(VEK_initRelevanceFlags()), randGen_(1) {}
+
+VEK_network::VEK_network(const VEK_network& other) : relevanceMask_(other.relevanceMask_), randGen_(1) {
+    CopyFrom(other);
+}
+
+VEK_network& VEK_network::operator=(const VEK_network& other) {
+    if (this != &other) {
+        DeleteAllNodes();
+        CopyFrom(other);
+    }
+    return *this;
+}
+
+VEK_network::~VEK_network() {
+    // Definitions and values reach the network while they go; clear slots
+    // one by one so nothing sees a half-destroyed table.
+    for (auto& n : nodes_) n.reset();
+}
+
+void VEK_network::CopyFrom(const VEK_network& other) {
+    nodes_.clear();
+    nodes_.resize(other.nodes_.size());
+    for (size_t h = 0; h < other.nodes_.size(); ++h) {
+        if (other.nodes_[h]) nodes_[h] = std::make_unique<VEK_node>(*other.nodes_[h], *this);
+    }
+    nodeCount_ = other.nodeCount_;
+    options_ = other.options_;
+    orderValid_ = false;
+    targetCount_ = other.targetCount_;
+    bnAlgorithm_ = other.bnAlgorithm_;
+    idAlgorithm_ = other.idAlgorithm_;
+    numSamples_ = other.numSamples_;
+    numDiscSamples_ = other.numDiscSamples_;
+    flags_ = other.flags_;
+    relevanceMask_ = other.relevanceMask_;
+    updating_ = 0;
+    listener_ = nullptr;
+    epis_ = other.epis_;
+    lbp_ = other.lbp_;
+    annealedMap_ = other.annealedMap_;
+    zeroAvoidance_ = other.zeroAvoidance_;
+    outlierRejection_ = other.outlierRejection_;
+    noisyDecomp_ = other.noisyDecomp_;
+    noisyDecompLimit_ = other.noisyDecompLimit_;
+    randSeed_ = other.randSeed_;
+    randGen_ = other.randGen_;
+    scopeDepth_ = 0;
+    scopeDirty_ = false;
+    logger_ = other.logger_;
+    header_ = other.header_;
+    submodels_ = other.submodels_;
+    allocPolicy_ = nullptr;
+    cases_ = other.cases_;
+    userProperties_ = other.userProperties_;
+    documentation_ = other.documentation_;
+    textBoxes_ = other.textBoxes_;
+    extFunctions_ = other.extFunctions_;
+    sliceCount_ = other.sliceCount_;
+}
+
+void VEK_network::Clear() {
+    DeleteAllNodes();
+    nodes_.clear();
+    nodeCount_ = 0;
+    orderValid_ = false;
+    targetCount_ = 0;
+    bnAlgorithm_ = VEK_ALG_BN_LAURITZEN;
+    idAlgorithm_ = VEK_ALG_ID_COOPER;
+    numSamples_ = 10000;
+    numDiscSamples_ = 10000;
+    flags_ = VEK_FLAG_RELEVANCE | VEK_FLAG_DETERMINISTIC_PROPAGATION;
+    relevanceMask_ = VEK_initRelevanceFlags();
+    epis_ = VEK_EPISParams{};
+    lbp_ = VEK_LBPParams{};
+    annealedMap_ = VEK_AnnealedMAPParams{};
+    zeroAvoidance_ = true;
+    outlierRejection_ = false;
+    noisyDecomp_ = false;
+    noisyDecompLimit_ = 4;
+    randSeed_ = 0;
+    header_ = VEK_header();
+    submodels_.Clear();
+    cases_ = VEK_caseManager();
+    userProperties_.Clear();
+    documentation_.Clear();
+    textBoxes_.clear();
+    extFunctions_.clear();
+    sliceCount_ = 0;
+}
+
+// ---------------------------------------------------------------- nodes
+
+int VEK_network::AddNode(int type, const char* id) {
+    if (!VEK_nodeDef::IsValidType(type)) return VEK_WRONG_NODE_TYPE;
+    std::string chosen;
+    if (id && id[0] == '@') {
+        chosen = id;  // taken as it is, without any test
+    } else if (id && VEK_isValidIdentifier(id)) {
+        if (!(options_ & VEK_OPT_DUPLICATE_IDS) && IsThisIdentifierInUse(id, -1)) return VEK_OUT_OF_RANGE;
+        chosen = id;
+    } else {
+        CreateUniqueNodeIdentifier(chosen, -1);
+    }
+
+    int handle;
+    if (allocPolicy_) {
+        handle = allocPolicy_->AllocateHandle(*this, type, chosen.c_str());
+        if (handle < 0) return handle;
+        if (handle >= GetSlotCount()) {
+            size_t grown = std::max(nodes_.size() * 2, static_cast<size_t>(handle + 1) * 2);
+            nodes_.resize(grown);
+        }
+        if (nodes_[handle]) return VEK_OUT_OF_RANGE;
+    } else if (nodeCount_ != GetSlotCount()) {
+        handle = 0;
+        while (nodes_[handle]) ++handle;
+    } else {
+        handle = GetSlotCount();
+        nodes_.emplace_back();
+    }
+
+    auto node = std::make_unique<VEK_node>(type, handle, chosen.c_str(), *this);
+    if (!node->Definition() || !node->Value()) return VEK_WRONG_NODE_TYPE;
+    orderValid_ = false;
+    nodes_[handle] = std::move(node);
+    ++nodeCount_;
+    return handle;
+}
+
+int VEK_network::DeleteNode(int handle) {
+    if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
+    VEK_updateImmediateContext scope(*this);
+    orderValid_ = false;
+    VEK_node* node = nodes_[handle].get();
+    while (node->Children().GetSize() > 0) RemoveArc(handle, node->Children()[node->Children().GetSize() - 1]);
+    while (node->Parents().GetSize() > 0) RemoveArc(node->Parents()[node->Parents().GetSize() - 1], handle);
+    while (node->CostChildren().GetSize() > 0) {
+        RemoveObservCostArc(handle, node->CostChildren()[node->CostChildren().GetSize() - 1]);
+    }
+    while (node->CostParents().GetSize() > 0) {
+        RemoveObservCostArc(node->CostParents()[node->CostParents().GetSize() - 1], handle);
+    }
+    if (node->IsTarget()) --targetCount_;
+    nodes_[handle].reset();
+    --nodeCount_;
+    cases_.OnNodeDeleted(handle);
+    scopeDirty_ = true;
+    return VEK_OKAY;
+}
+
+void VEK_network::DeleteAllNodes() {
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h]) DeleteNode(h);
+    }
+    targetCount_ = 0;
+}
+
+int VEK_network::FindNode(const char* id) const {
+    if (!id) return VEK_OUT_OF_RANGE;
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h] && std::strcmp(nodes_[h]->GetId(), id) == 0) return h;
+    }
+    return VEK_OUT_OF_RANGE;
+}
+
+int VEK_network::GetFirstNode() const {
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h]) return h;
+    }
+    return VEK_OUT_OF_RANGE;
+}
+
+int VEK_network::GetNextNode(int handle) const {
+    if (handle < 0) return VEK_OUT_OF_RANGE;
+    for (int h = handle + 1; h < GetSlotCount(); ++h) {
+        if (nodes_[h]) return h;
+    }
+    return VEK_OUT_OF_RANGE;
+}
+
+int VEK_network::GetLastNode() const {
+    for (int h = GetSlotCount() - 1; h >= 0; --h) {
+        if (nodes_[h]) return h;
+    }
+    return VEK_OUT_OF_RANGE;
+}
+
+int VEK_network::GetAllNodes(VEK_intArray& out) const {
+    out.Flush();
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h]) out.Add(h);
+    }
+    return VEK_OKAY;
+}
+
+int VEK_network::GetAllNodeIds(VEK_stringArray& out) const {
+    out.Clear();
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h]) out.Add(nodes_[h]->GetId());
+    }
+    return VEK_OKAY;
+}
+
+bool VEK_network::IsThisIdentifierInUse(const char* id, int exceptHandle) const {
+    if (!id) return false;
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (h != exceptHandle && nodes_[h] && std::strcmp(nodes_[h]->GetId(), id) == 0) return true;
+    }
+    return submodels_.IsIdInUse(id);
+}
+
+int VEK_network::CreateUniqueNodeIdentifier(std::string& out, int start) const {
+    long long counter = start < 0 ? nodeCount_ : start;
+    do {
+        out = "Node" + std::to_string(counter++);
+    } while (IsThisIdentifierInUse(out.c_str(), -1));
+    return VEK_OKAY;
+}
+
+int VEK_network::CreateUniqueSubmodelIdentifier(std::string& out, int start) const {
+    long long counter = start < 0 ? submodels_.GetNumberOfSubmodels() : start;
+    do {
+        out = "Sub" + std::to_string(counter++);
+    } while (IsThisIdentifierInUse(out.c_str(), -1));
+    return VEK_OKAY;
+}
+
+int VEK_network::ChangeNodeId(int handle, const char* id) {
+    VEK_node* node = GetNode(handle);
+    if (!node) return VEK_OUT_OF_RANGE;
+    if (!VEK_isValidIdentifier(id)) return VEK_ILLEGAL_IDENTIFIER;
+    if (std::strcmp(node->GetId(), id) == 0) return VEK_OKAY;
+    if (!(options_ & VEK_OPT_DUPLICATE_IDS) && IsThisIdentifierInUse(id, handle)) return VEK_DUPLICATED_IDENTIFIER;
+    std::string oldId = node->GetId();
+    for (int i = 0; i < node->Children().GetSize(); ++i) {
+        GetDef(node->Children()[i])->BeforeParentIdChange(handle, oldId.c_str(), id);
+    }
+    node->Definition()->BeforeIdChange(oldId.c_str(), id);
+    node->Header().ForceId(id);
+    return VEK_OKAY;
+}
+
+int VEK_network::ChangeOrderOfParents(int handle, const VEK_intArray& newOrder) {
+    VEK_node* node = GetNode(handle);
+    if (!node) return VEK_OUT_OF_RANGE;
+    VEK_intArray& parents = node->Parents();
+    if (newOrder.GetSize() != parents.GetSize() || !newOrder.IsPermutation()) return VEK_OUT_OF_RANGE;
+    if (newOrder.IsIdentityPermutation()) return VEK_OKAY;
+    VEK_updateImmediateContext scope(*this);
+    int res = node->Definition()->OnParentReorder(newOrder);
+    if (res < 0) return res;
+    parents.ChangeOrder(newOrder);
+    RelevanceDefinitionChanged(handle, VEK_REL_DEF_CHANGE_1);
+    scopeDirty_ = true;
+    return VEK_OKAY;
+}
+
+int VEK_network::ChangeNodeType(int handle, int type) {
+    VEK_node* node = GetNode(handle);
+    if (!node) return VEK_OUT_OF_RANGE;
+    return node->ChangeType(type);
+}
+
+// ---------------------------------------------------------------- arcs
+
+int VEK_network::TestAddArc(int parent, int child) {
+    if (!IsValidNode(parent) || !IsValidNode(child) || parent == child) return VEK_OUT_OF_RANGE;
+    if (Related(parent, child)) return VEK_OUT_OF_RANGE;
+    if (!(options_ & VEK_OPT_NO_CYCLE_TEST) && !RemainsAcyclic(parent, child)) return VEK_CYCLE;
+    if (!VEK_nodeDef::IsArcAllowedForTypes(GetDef(parent)->GetType(), GetDef(child)->GetType())) {
+        return VEK_WRONG_NODE_TYPE;
+    }
+    int pt = nodes_[parent]->GetTemporalType();
+    int ct = nodes_[child]->GetTemporalType();
+    if (pt == 2 && ct != 2) return VEK_WRONG_NODE_TYPE;
+    if (pt == 3 && ct != 3 && ct != 2) return VEK_WRONG_NODE_TYPE;
+    return VEK_OKAY;
+}
+
+int VEK_network::AddArc(int parent, int child, int arcType) {
+    if (arcType == 1) return AddObservCostArc(parent, child);
+    if (arcType != 0) return VEK_OUT_OF_RANGE;
+    int res = TestAddArc(parent, child);
+    if (res != VEK_OKAY) return res;
+    orderValid_ = false;
+    VEK_updateImmediateContext scope(*this);
+    VEK_node* p = nodes_[parent].get();
+    VEK_node* c = nodes_[child].get();
+    p->Children().Add(child);
+    c->Parents().Add(parent);
+    try {
+        res = c->Definition()->AddParent(parent);
+    } catch (const std::exception& e) {
+        p->Children().Delete(p->Children().GetSize() - 1);
+        c->Parents().Delete(c->Parents().GetSize() - 1);
+        std::string msg = "Can't add arc, exception: ";
+        msg += e.what();
+        return logger_.LogError(VEK_OUT_OF_MEMORY, msg.c_str());
+    }
+    if (res < 0) {
+        // The lists keep the new entries in this case.
+        logger_.LogError(res, "Arc rejected by child node");
+        return res;
+    }
+    RelevanceArcAdded(parent, child);
+    scopeDirty_ = true;
+    return VEK_OKAY;
+}
+
+int VEK_network::RemoveArc(int parent, int child, int arcType) {
+    if (arcType == 1) return RemoveObservCostArc(parent, child);
+    if (arcType != 0) return VEK_OUT_OF_RANGE;
+    if (!IsValidNode(parent) || !IsValidNode(child) || parent == child) return VEK_OUT_OF_RANGE;
+    VEK_node* p = nodes_[parent].get();
+    VEK_node* c = nodes_[child].get();
+    int ci = p->Children().FindPosition(child);
+    if (ci < 0) return VEK_OUT_OF_RANGE;
+    VEK_updateImmediateContext scope(*this);
+    orderValid_ = false;
+    c->Definition()->RemoveParent(parent);
+    p->Children().Delete(ci);
+    int pi = c->Parents().FindPosition(parent);
+    if (pi >= 0) c->Parents().Delete(pi);
+    RelevanceArcRemoved(parent, child);
+    scopeDirty_ = true;
+    return VEK_OKAY;
+}
+
+void VEK_network::RemoveAllArcs() {
+    VEK_updateImmediateContext scope(*this);
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (!nodes_[h]) continue;
+        while (nodes_[h]->Parents().GetSize() > 0) {
+            RemoveArc(nodes_[h]->Parents()[nodes_[h]->Parents().GetSize() - 1], h);
+        }
+    }
+}
+
+int VEK_network::ReverseArc(int parent, int child) {
+    if (!IsValidNode(parent) || !IsValidNode(child)) return VEK_OUT_OF_RANGE;
+    if (nodes_[parent]->Children().FindPosition(child) < 0) return VEK_OUT_OF_RANGE;
+    VEK_updateImmediateContext scope(*this);
+    int res = RemoveArc(parent, child);
+    if (res < 0) return res;
+    res = AddArc(child, parent);
+    if (res < 0) {
+        // Reversal would close a cycle or is not allowed: put the arc back.
+        if (nodes_[parent]->Parents().FindPosition(child) >= 0) {
+            // AddArc refused in the definition but kept the list entries.
+            RemoveArc(child, parent);
+        }
+        AddArc(parent, child);
+        return res;
+    }
+    return VEK_OKAY;
+}
+
+bool VEK_network::Related(int a, int b) const {
+    if (!IsValidNode(a) || !IsValidNode(b)) return false;
+    return nodes_[a]->Parents().IsInList(b) || nodes_[a]->Children().IsInList(b);
+}
+
+bool VEK_network::CycleVisit(int handle) {
+    VEK_node* n = nodes_[handle].get();
+    n->Marks() |= VEK_MARK_ON_PATH;
+    const VEK_intArray& ch = n->Children();
+    if (ch.GetSize() == 0) n->Marks() |= VEK_MARK_CHILDLESS;
+    for (int i = 0; i < ch.GetSize(); ++i) {
+        unsigned& m = nodes_[ch[i]]->Marks();
+        if (m & VEK_MARK_ON_PATH) return false;
+        if (m & VEK_MARK_FINISHED) continue;
+        if (!CycleVisit(ch[i])) return false;
+    }
+    n->Marks() = (n->Marks() & ~VEK_MARK_ON_PATH) | VEK_MARK_FINISHED;
+    return true;
+}
+
+bool VEK_network::IsAcyclic() {
+    ClearAllMarks();
+    bool ok = true;
+    for (int h = 0; h < GetSlotCount() && ok; ++h) {
+        if (nodes_[h] && !(nodes_[h]->Marks() & VEK_MARK_FINISHED)) ok = CycleVisit(h);
+    }
+    ClearAllMarks();
+    return ok;
+}
+
+bool VEK_network::RemainsAcyclic(int parent, int child) {
+    if (parent == child) return false;
+    if (!IsValidNode(parent) || !IsValidNode(child)) return false;
+    nodes_[parent]->Children().Add(child);
+    nodes_[child]->Parents().Add(parent);
+    bool ok = IsAcyclic();
+    nodes_[parent]->Children().Delete(nodes_[parent]->Children().GetSize() - 1);
+    nodes_[child]->Parents().Delete(nodes_[child]->Parents().GetSize() - 1);
+    return ok;
+}
+
+void VEK_network::ClearAllMarks() {
+    for (auto& n : nodes_) {
+        if (n) n->Marks() = 0;
+    }
+}
+
+int VEK_network::MarkAncestors(int handle) {
+    if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
+    // Iterative walk: deep networks must not exhaust the stack.
+    std::vector<int> stack(nodes_[handle]->Parents().begin(), nodes_[handle]->Parents().end());
+    while (!stack.empty()) {
+        int h = stack.back();
+        stack.pop_back();
+        unsigned& m = nodes_[h]->Marks();
+        if (m & VEK_MARK_USER) continue;
+        m |= VEK_MARK_USER;
+        for (int p : nodes_[h]->Parents()) stack.push_back(p);
+    }
+    return VEK_OKAY;
+}
+
+int VEK_network::MarkDescendants(int handle) {
+    if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
+    std::vector<int> stack(nodes_[handle]->Children().begin(), nodes_[handle]->Children().end());
+    while (!stack.empty()) {
+        int h = stack.back();
+        stack.pop_back();
+        unsigned& m = nodes_[h]->Marks();
+        if (m & VEK_MARK_USER) continue;
+        m |= VEK_MARK_USER;
+        for (int c : nodes_[h]->Children()) stack.push_back(c);
+    }
+    return VEK_OKAY;
+}
+
+int VEK_network::GetAncestors(int handle, VEK_intArray& out) {
+    if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
+    ClearAllMarks();
+    MarkAncestors(handle);
+    out.Flush();
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h] && (nodes_[h]->Marks() & VEK_MARK_USER)) out.Add(h);
+    }
+    ClearAllMarks();
+    return VEK_OKAY;
+}
+
+int VEK_network::GetDescendants(int handle, VEK_intArray& out) {
+    if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
+    ClearAllMarks();
+    MarkDescendants(handle);
+    out.Flush();
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h] && (nodes_[h]->Marks() & VEK_MARK_USER)) out.Add(h);
+    }
+    ClearAllMarks();
+    return VEK_OKAY;
+}
+
+void VEK_network::OrderVisit(int handle, VEK_intArray& out) {
+    // Parents first, in parent-list order; an explicit stack keeps deep
+    // chains off the call stack.
+    struct Frame { int handle; int next; };
+    std::vector<Frame> stack{{handle, 0}};
+    nodes_[handle]->Marks() |= VEK_MARK_VISITED;
+    while (!stack.empty()) {
+        Frame& f = stack.back();
+        const VEK_intArray& parents = nodes_[f.handle]->Parents();
+        if (f.next < parents.GetSize()) {
+            int p = parents[f.next++];
+            if (!(nodes_[p]->Marks() & VEK_MARK_VISITED)) {
+                nodes_[p]->Marks() |= VEK_MARK_VISITED;
+                stack.push_back({p, 0});
+            }
+        } else {
+            out.Add(f.handle);
+            stack.pop_back();
+        }
+    }
+}
+
+const VEK_intArray& VEK_network::PartialOrdering() {
+    if (orderValid_) return order_;
+    order_.Flush();
+    ClearAllMarks();
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h] && !(nodes_[h]->Marks() & VEK_MARK_VISITED)) OrderVisit(h, order_);
+    }
+    ClearAllMarks();
+    orderValid_ = true;
+    return order_;
+}
+
+int VEK_network::OrderPartially(VEK_intArray& out) {
+    out = PartialOrdering();
+    return VEK_OKAY;
+}
+
+int VEK_network::AddObservCostArc(int parent, int child) {
+    if (!IsValidNode(parent) || !IsValidNode(child) || parent == child) return VEK_OUT_OF_RANGE;
+    VEK_node* p = nodes_[parent].get();
+    VEK_node* c = nodes_[child].get();
+    if (p->CostChildren().IsInList(child) || c->CostChildren().IsInList(parent)) return VEK_OUT_OF_RANGE;
+    if (GetDef(parent)->GetOutcomeIds() == nullptr) return VEK_WRONG_NODE_TYPE;
+    // Cost arcs form their own acyclic graph.
+    std::vector<int> stack{child};
+    std::vector<char> seen(GetSlotCount(), 0);
+    while (!stack.empty()) {
+        int h = stack.back();
+        stack.pop_back();
+        if (h == parent) return VEK_CYCLE;
+        if (seen[h]) continue;
+        seen[h] = 1;
+        for (int x : nodes_[h]->CostChildren()) stack.push_back(x);
+    }
+    p->CostChildren().Add(child);
+    c->CostParents().Add(parent);
+    c->RebuildCostTable();
+    return VEK_OKAY;
+}
+
+int VEK_network::RemoveObservCostArc(int parent, int child) {
+    if (!IsValidNode(parent) || !IsValidNode(child)) return VEK_OUT_OF_RANGE;
+    VEK_node* p = nodes_[parent].get();
+    VEK_node* c = nodes_[child].get();
+    int ci = p->CostChildren().FindPosition(child);
+    if (ci < 0) return VEK_OUT_OF_RANGE;
+    p->CostChildren().Delete(ci);
+    int pi = c->CostParents().FindPosition(parent);
+    if (pi >= 0) c->CostParents().Delete(pi);
+    c->RebuildCostTable();
+    return VEK_OKAY;
+}
+
+// ---------------------------------------------------------------- submodels
+
+int VEK_network::AddSubmodel(int parentSubmodel, const char* id) {
+    if (!submodels_.IsValidSubmodel(parentSubmodel)) return VEK_OUT_OF_RANGE;
+    std::string generated;
+    if (id) {
+        if (!VEK_isValidIdentifier(id)) return VEK_ILLEGAL_IDENTIFIER;
+        if (IsThisIdentifierInUse(id, -1)) return VEK_DUPLICATED_IDENTIFIER;
+    } else {
+        CreateUniqueSubmodelIdentifier(generated, -1);
+    }
+    return submodels_.CreateSubmodel(parentSubmodel, id, generated);
+}
+
+int VEK_network::DeleteSubmodel(int handle) {
+    if (!submodels_.IsValidSubmodel(handle) || handle == submodels_.GetMainSubmodel()) return VEK_OUT_OF_RANGE;
+    int parent = submodels_.GetParent(handle);
+    for (auto& n : nodes_) {
+        if (n && n->GetSubmodel() == handle) n->SetSubmodel(parent);
+    }
+    for (auto& t : textBoxes_) {
+        if (t.submodel == handle) t.submodel = parent;
+    }
+    return submodels_.DeleteSubmodel(handle);
+}
+
+int VEK_network::SetSubmodelId(int handle, const char* id) {
+    VEK_submodel* s = submodels_.Get(handle);
+    if (!s) return VEK_OUT_OF_RANGE;
+    if (!VEK_isValidIdentifier(id)) return VEK_ILLEGAL_IDENTIFIER;
+    if (std::strcmp(s->header.GetId(), id) == 0) return VEK_OKAY;
+    if (IsThisIdentifierInUse(id, -1)) return VEK_DUPLICATED_IDENTIFIER;
+    return s->header.SetId(id);
+}
+
+int VEK_network::MoveSubmodel(int handle, int newParent) { return submodels_.MoveSubmodel(handle, newParent); }
+
+int VEK_network::SetNodeSubmodel(int node, int submodel) {
+    VEK_node* n = GetNode(node);
+    if (!n) return VEK_OUT_OF_RANGE;
+    return n->SetSubmodel(submodel);
+}
+
+// ---------------------------------------------------------------- settings
+
+int VEK_network::SetNumberOfSamples(int n) {
+    if (n < 1) return VEK_OUT_OF_RANGE;
+    numSamples_ = n;
+    return VEK_OKAY;
+}
+
+int VEK_network::SetNumberOfDiscretizationSamples(int n) {
+    if (n < 1) return VEK_OUT_OF_RANGE;
+    numDiscSamples_ = n;
+    return VEK_OKAY;
+}
+
+int VEK_network::SetEPISParams(const VEK_EPISParams& p) {
+    if (!p.IsValid()) return VEK_INVALID_VALUE;
+    epis_ = p;
+    return VEK_OKAY;
+}
+
+int VEK_network::SetLBPParams(const VEK_LBPParams& p) {
+    if (!p.IsValid()) return VEK_INVALID_VALUE;
+    lbp_ = p;
+    return VEK_OKAY;
+}
+
+int VEK_network::SetNumberOfSlices(int n) {
+    if (n < 0) return VEK_OUT_OF_RANGE;
+    sliceCount_ = n;
+    return VEK_OKAY;
+}
+
+int VEK_network::GetIntProperty(const char* name, int defaultValue) const {
+    const char* v = userProperties_.FindProperty(name);
+    if (!v || !*v) return defaultValue;
+    char* end = nullptr;
+    long x = std::strtol(v, &end, 10);
+    if (end == v) return defaultValue;
+    return static_cast<int>(x);
+}

@@ -1,0 +1,323 @@
+// The network: a directed acyclic graph of nodes addressed by handles, with
+// submodels, user properties, cases, a logger and the inference settings.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "inference/algorithmParams.h"
+#include "inference/randGen.h"
+#include "network/caseManager.h"
+#include "network/header.h"
+#include "network/intArray.h"
+#include "network/logger.h"
+#include "network/node.h"
+#include "network/screenInfo.h"
+#include "network/status.h"
+#include "network/stringArray.h"
+#include "network/submodelHandler.h"
+#include "network/userProperties.h"
+
+class VEK_network;
+
+// Chooses handles for new nodes instead of the lowest free slot.
+class VEK_handleAllocPolicy {
+public:
+    virtual ~VEK_handleAllocPolicy() = default;
+    virtual int AllocateHandle(const VEK_network& net, int type, const char* id) = 0;
+};
+
+// Told after every belief update.
+class VEK_updateListener {
+public:
+    virtual ~VEK_updateListener() = default;
+    virtual void OnUpdate(VEK_network& net, int result) = 0;
+};
+
+// Network option bits.
+constexpr unsigned VEK_OPT_NO_CYCLE_TEST = 2;
+constexpr unsigned VEK_OPT_DUPLICATE_IDS = 4;
+
+// Inference flag bits.
+constexpr unsigned VEK_FLAG_RELEVANCE = 1;
+constexpr unsigned VEK_FLAG_DETERMINISTIC_PROPAGATION = 2;
+constexpr unsigned VEK_FLAG_UPDATE_IMMEDIATELY = 8;
+
+// Relevance event bits.
+constexpr unsigned VEK_REL_ARC_ADDED = 1;
+constexpr unsigned VEK_REL_ARC_REMOVED = 2;
+constexpr unsigned VEK_REL_EVIDENCE = 4;
+constexpr unsigned VEK_REL_DEF_CHANGE_1 = 64;
+constexpr unsigned VEK_REL_DEF_CHANGE_2 = 128;
+constexpr unsigned VEK_REL_DEF_CHANGE_3 = 256;
+unsigned VEK_initRelevanceFlags();
+
+// Marker for observation costs that are not available.
+constexpr double VEK_NOT_AVAILABLE_VALUE = 8.900295434028806e-308;
+
+// Bayesian algorithm ids.
+constexpr int VEK_ALG_BN_LAURITZEN = 0;
+constexpr int VEK_ALG_BN_HENRION = 1;
+constexpr int VEK_ALG_BN_PEARL = 2;
+constexpr int VEK_ALG_BN_LSAMPLING = 3;
+constexpr int VEK_ALG_BN_SELFIMPORTANCE = 4;
+constexpr int VEK_ALG_BN_HEURISTICIMPORTANCE = 5;
+constexpr int VEK_ALG_BN_BACKSAMPLING = 6;
+constexpr int VEK_ALG_BN_AISSAMPLING = 7;
+constexpr int VEK_ALG_BN_EPISSAMPLING = 8;
+constexpr int VEK_ALG_BN_LBP = 9;
+constexpr int VEK_ALG_BN_LAURITZEN_SPLIT = 10;
+constexpr int VEK_ALG_BN_LAURITZEN_LINEAR_DECOMP = 11;
+constexpr int VEK_ALG_BN_LAURITZEN_RECURSIVE_DECOMP = 12;
+constexpr int VEK_ALG_ID_COOPER = 0;
+constexpr int VEK_ALG_ID_SHACHTER = 1;
+
+struct VEK_textBox {
+    std::string text;
+    VEK_rectangle position;
+    VEK_font font;
+    int submodel = VEK_SUBMODEL_HANDLE_BIT;
+    bool operator==(const VEK_textBox&) const = default;
+};
+
+class VEK_network {
+public:
+    VEK_network();
+    VEK_network(const VEK_network& other);
+    VEK_network& operator=(const VEK_network& other);
+    virtual ~VEK_network();
+
+    // Removes all nodes, submodels, cases and properties; resets settings.
+    void Clear();
+
+    // ---- nodes -------------------------------------------------------
+    int AddNode(int type, const char* id = nullptr);
+    int DeleteNode(int handle);
+    void DeleteAllNodes();
+    int FindNode(const char* id) const;
+    int GetFirstNode() const;
+    int GetNextNode(int handle) const;
+    int GetLastNode() const;
+    int GetNumberOfNodes() const { return nodeCount_; }
+    int GetSlotCount() const { return static_cast<int>(nodes_.size()); }
+    int GetAllNodes(VEK_intArray& out) const;
+    int GetAllNodeIds(VEK_stringArray& out) const;
+    bool IsValidNode(int handle) const {
+        return handle >= 0 && handle < GetSlotCount() && nodes_[handle] != nullptr;
+    }
+    VEK_node* GetNode(int handle) const { return IsValidNode(handle) ? nodes_[handle].get() : nullptr; }
+    VEK_nodeDef* GetDef(int handle) const { return IsValidNode(handle) ? nodes_[handle]->Definition() : nullptr; }
+    VEK_nodeVal* GetVal(int handle) const { return IsValidNode(handle) ? nodes_[handle]->Value() : nullptr; }
+    const char* GetNodeId(int handle) const { return IsValidNode(handle) ? nodes_[handle]->GetId() : nullptr; }
+    bool IsThisIdentifierInUse(const char* id, int exceptHandle) const;
+    int CreateUniqueNodeIdentifier(std::string& out, int start) const;
+    int CreateUniqueSubmodelIdentifier(std::string& out, int start) const;
+    // Checks and performs a node id change (called through the node header).
+    int ChangeNodeId(int handle, const char* id);
+    int ChangeOrderOfParents(int handle, const VEK_intArray& newOrder);
+    int ChangeNodeType(int handle, int type);
+    void SetHandleAllocPolicy(VEK_handleAllocPolicy* policy) { allocPolicy_ = policy; }
+
+    unsigned GetOptions() const { return options_; }
+    void SetOptions(unsigned options) { options_ = options; }
+
+    // ---- arcs ---------------------------------------------------------
+    int AddArc(int parent, int child, int arcType = 0);
+    int TestAddArc(int parent, int child);
+    int RemoveArc(int parent, int child, int arcType = 0);
+    void RemoveAllArcs();
+    int ReverseArc(int parent, int child);
+    bool Related(int a, int b) const;
+    bool IsAcyclic();
+    bool RemainsAcyclic(int parent, int child);
+    int GetAncestors(int handle, VEK_intArray& out);
+    int GetDescendants(int handle, VEK_intArray& out);
+    // Sets VEK_MARK_USER on the ancestors / descendants (not the node itself).
+    int MarkAncestors(int handle);
+    int MarkDescendants(int handle);
+    void ClearAllMarks();
+    const VEK_intArray& PartialOrdering();
+    int OrderPartially(VEK_intArray& out);
+    void InvalidatePartialOrder() { orderValid_ = false; }
+    int AddObservCostArc(int parent, int child);
+    int RemoveObservCostArc(int parent, int child);
+
+    // ---- header, logger, properties -----------------------------------
+    VEK_logger& Logger() { return logger_; }
+    const VEK_logger& Logger() const { return logger_; }
+    VEK_header& Header() { return header_; }
+    const VEK_header& Header() const { return header_; }
+    VEK_userProperties& UserProperties() { return userProperties_; }
+    const VEK_userProperties& UserProperties() const { return userProperties_; }
+    VEK_documentation& Documentation() { return documentation_; }
+    const VEK_documentation& Documentation() const { return documentation_; }
+    VEK_caseManager& Cases() { return cases_; }
+    const VEK_caseManager& Cases() const { return cases_; }
+    std::vector<VEK_textBox>& TextBoxes() { return textBoxes_; }
+    const std::vector<VEK_textBox>& TextBoxes() const { return textBoxes_; }
+    std::vector<std::string>& ExtFunctions() { return extFunctions_; }
+    const std::vector<std::string>& ExtFunctions() const { return extFunctions_; }
+
+    // ---- submodels ------------------------------------------------------
+    VEK_submodelHandler& Submodels() { return submodels_; }
+    const VEK_submodelHandler& Submodels() const { return submodels_; }
+    int AddSubmodel(int parentSubmodel, const char* id);
+    int DeleteSubmodel(int handle);
+    int SetSubmodelId(int handle, const char* id);
+    int MoveSubmodel(int handle, int newParent);
+    int SetNodeSubmodel(int node, int submodel);
+
+    // ---- outcome notifications from definitions --------------------------
+    void OnAddOutcome(int handle, int outcome);
+    void OnDeleteOutcome(int handle, int outcome);
+    void OnReorderOutcomes(int handle, const VEK_intArray& order);
+    void OnOutcomeCountChanged(int handle);
+    void OnDefinitionChanged(int handle);
+
+    // ---- evidence and targets --------------------------------------------
+    int ClearAllEvidence();
+    int SetTarget(int handle, bool on);
+    bool IsTarget(int handle) const;
+    int ClearAllTargets();
+    int GetTargetCount() const { return targetCount_; }
+
+    // ---- update cycle ----------------------------------------------------
+    int UpdateBeliefs();
+    int DoUpdateBeliefs();
+    int CallBNAlgorithm();
+    int CallIDAlgorithm();
+    int InvalidateAllBeliefs();
+    int SetUpdateImmediate(bool on);
+    bool IsUpdateImmediate() const { return (flags_ & VEK_FLAG_UPDATE_IMMEDIATELY) != 0; }
+    bool IsUpdating() const { return updating_ != 0; }
+    void SetUpdateListener(VEK_updateListener* l) { listener_ = l; }
+    // Immediate-update scopes: the update runs when the outermost closes.
+    void BeginUpdateScope() { ++scopeDepth_; }
+    void EndUpdateScope();
+    void RemoveJpts() {}
+
+    // Relevance hooks, called whenever the model changes.
+    int RelevanceEvidenceSet(int handle);
+    int RelevanceEvidenceCleared(int handle);
+    int RelevanceVirtualEvidenceSet(int handle);
+    int RelevanceVirtualEvidenceCleared(int handle);
+    int RelevanceContEvidenceChanged(int handle);
+    int RelevanceControlValue(int handle);
+    int RelevanceClearControlledValue(int handle);
+    int RelevanceArcAdded(int parent, int child);
+    int RelevanceArcRemoved(int parent, int child);
+    int RelevanceEvidencePropagated(int handle);
+    int RelevancePropagatedEvidenceCleared(int handle);
+    int RelevanceDefinitionChanged(int handle, unsigned what);
+
+    // ---- settings ----------------------------------------------------------
+    int GetDefaultBNAlgorithm() const { return bnAlgorithm_; }
+    void SetDefaultBNAlgorithm(int id) { if (id >= 0 && id <= 12) bnAlgorithm_ = id; }
+    int GetDefaultIDAlgorithm() const { return idAlgorithm_; }
+    void SetDefaultIDAlgorithm(int id) { if (id == 0 || id == 1) idAlgorithm_ = id; }
+    int GetNumberOfSamples() const { return numSamples_; }
+    int SetNumberOfSamples(int n);
+    int GetNumberOfDiscretizationSamples() const { return numDiscSamples_; }
+    int SetNumberOfDiscretizationSamples(int n);
+    unsigned GetFlags() const { return flags_; }
+    void SetFlags(unsigned f) { flags_ = f; }
+    bool IsRelevanceEnabled() const { return (flags_ & VEK_FLAG_RELEVANCE) != 0; }
+    void EnableRelevance(bool on) { on ? flags_ |= VEK_FLAG_RELEVANCE : flags_ &= ~VEK_FLAG_RELEVANCE; }
+    unsigned GetRelevanceMask() const { return relevanceMask_; }
+    void SetRelevanceMask(unsigned m) { relevanceMask_ = m; }
+    bool IsZeroAvoidanceEnabled() const { return zeroAvoidance_; }
+    void EnableZeroAvoidance(bool on) { zeroAvoidance_ = on; }
+    bool IsOutlierRejectionEnabled() const { return outlierRejection_; }
+    void EnableOutlierRejection(bool on) { outlierRejection_ = on; }
+    bool IsNoisyDecompEnabled() const { return noisyDecomp_; }
+    void EnableNoisyDecomp(bool on) { noisyDecomp_ = on; }
+    int GetNoisyDecompLimit() const { return noisyDecompLimit_; }
+    void SetNoisyDecompLimit(int l) { noisyDecompLimit_ = l; }
+    int GetRandSeed() const { return randSeed_; }
+    void SetRandSeed(int seed) { randSeed_ = seed; }
+    const VEK_EPISParams& GetEPISParams() const { return epis_; }
+    int SetEPISParams(const VEK_EPISParams& p);
+    const VEK_LBPParams& GetLBPParams() const { return lbp_; }
+    int SetLBPParams(const VEK_LBPParams& p);
+    VEK_AnnealedMAPParams& AnnealedMAPParams() { return annealedMap_; }
+    VEK_randGen& GetRandGen() { return randGen_; }
+    void RestartRandGen() { randGen_.Init(static_cast<unsigned>(randSeed_)); }
+
+    // ---- dynamic networks (slices only, for now) ------------------------
+    int GetNumberOfSlices() const { return sliceCount_; }
+    int SetNumberOfSlices(int n);
+
+    // Reads an integer user property; the default when absent or not a number.
+    int GetIntProperty(const char* name, int defaultValue) const;
+
+private:
+    void CopyFrom(const VEK_network& other);
+    void OrderVisit(int handle, VEK_intArray& out);
+    bool CycleVisit(int handle);
+
+    std::vector<std::unique_ptr<VEK_node>> nodes_;
+    int nodeCount_ = 0;
+    unsigned options_ = 0;
+    VEK_intArray order_;
+    bool orderValid_ = false;
+
+    int targetCount_ = 0;
+    int bnAlgorithm_ = VEK_ALG_BN_LAURITZEN;
+    int idAlgorithm_ = VEK_ALG_ID_COOPER;
+    int numSamples_ = 10000;
+    int numDiscSamples_ = 10000;
+    unsigned flags_ = VEK_FLAG_RELEVANCE | VEK_FLAG_DETERMINISTIC_PROPAGATION;
+    unsigned relevanceMask_;
+    unsigned char updating_ = 0;
+    VEK_updateListener* listener_ = nullptr;
+    VEK_EPISParams epis_;
+    VEK_LBPParams lbp_;
+    VEK_AnnealedMAPParams annealedMap_;
+    bool zeroAvoidance_ = true;
+    bool outlierRejection_ = false;
+    bool noisyDecomp_ = false;
+    int noisyDecompLimit_ = 4;
+    int randSeed_ = 0;
+    VEK_randGen randGen_;
+    int scopeDepth_ = 0;
+    bool scopeDirty_ = false;
+
+    VEK_logger logger_;
+    VEK_header header_;
+    VEK_submodelHandler submodels_;
+    VEK_handleAllocPolicy* allocPolicy_ = nullptr;
+    VEK_caseManager cases_;
+    VEK_userProperties userProperties_;
+    VEK_documentation documentation_;
+    std::vector<VEK_textBox> textBoxes_;
+    std::vector<std::string> extFunctions_;
+    int sliceCount_ = 0;
+};
+
+// Defers belief updating until the outermost scope closes.
+class VEK_updateImmediateContext {
+public:
+    explicit VEK_updateImmediateContext(VEK_network& net) : net_(net) { net_.BeginUpdateScope(); }
+    ~VEK_updateImmediateContext() { net_.EndUpdateScope(); }
+    VEK_updateImmediateContext(const VEK_updateImmediateContext&) = delete;
+    VEK_updateImmediateContext& operator=(const VEK_updateImmediateContext&) = delete;
+
+private:
+    VEK_network& net_;
+};
+
+// Turns relevance bookkeeping off for bulk edits inside the scope.
+class VEK_relevanceDelay {
+public:
+    explicit VEK_relevanceDelay(VEK_network& net) : net_(net), wasOn_(net.IsRelevanceEnabled()) {
+        if (wasOn_) net_.EnableRelevance(false);
+    }
+    ~VEK_relevanceDelay() { if (wasOn_) net_.EnableRelevance(true); }
+    VEK_relevanceDelay(const VEK_relevanceDelay&) = delete;
+    VEK_relevanceDelay& operator=(const VEK_relevanceDelay&) = delete;
+
+private:
+    VEK_network& net_;
+    bool wasOn_;
+};

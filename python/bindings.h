@@ -1,0 +1,22 @@
+// Registration of the Network methods, one function per method family, each
+// in its own source file.
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include "pyNetwork.h"
+
+namespace py = pybind11;
+using PyNetworkClass = py::class_<PyNetwork>;
+
+void BindFilesAndIdentity(PyNetworkClass& cls);
+void BindNodesAndArcs(PyNetworkClass& cls);
+void BindOutcomes(PyNetworkClass& cls);
+void BindDefinitions(PyNetworkClass& cls);
+void BindEvidence(PyNetworkClass& cls);
+void BindBeliefs(PyNetworkClass& cls);
+void BindSubmodels(PyNetworkClass& cls);
+void BindPresentation(PyNetworkClass& cls);
+void BindUserProperties(PyNetworkClass& cls);
+void BindDiagnostics(PyNetworkClass& cls);
+void BindCases(PyNetworkClass& cls);
