@@ -20,3 +20,4 @@ void BindPresentation(PyNetworkClass& cls);
 void BindUserProperties(PyNetworkClass& cls);
 void BindDiagnostics(PyNetworkClass& cls);
 void BindCases(PyNetworkClass& cls);
+void BindCanonical(PyNetworkClass& cls);

@@ -20,6 +20,7 @@
 #include "network/userProperties.h"
 
 class VEK_network;
+class VEK_fileFormat;
 
 // Chooses handles for new nodes instead of the lowest free slot.
 class VEK_handleAllocPolicy {
@@ -90,6 +91,18 @@ public:
 
     // Removes all nodes, submodels, cases and properties; resets settings.
     void Clear();
+
+    // ---- files -------------------------------------------------------
+    // Picks a reader/writer by format number (1..8) or, for 0, by extension.
+    VEK_fileFormat* CreateFileFormat(const char* path, int& format);
+    int ReadFile(const char* path, int format = 0, void* extension = nullptr);
+    int WriteFile(const char* path, int format = 0, void* extension = nullptr);
+    // Strings always use the XML network format.
+    int ReadString(const char* text, void* extension = nullptr);
+    int WriteString(std::string& out, void* extension = nullptr);
+    void BeginRead() { ++reading_; }
+    void EndRead() { if (reading_ > 0) --reading_; }
+    bool IsReading() const { return reading_ > 0; }
 
     // ---- nodes -------------------------------------------------------
     int AddNode(int type, const char* id = nullptr);
@@ -293,6 +306,7 @@ private:
     std::vector<VEK_textBox> textBoxes_;
     std::vector<std::string> extFunctions_;
     int sliceCount_ = 0;
+    int reading_ = 0;
 };
 
 // Defers belief updating until the outermost scope closes.
