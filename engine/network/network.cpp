@@ -373,17 +373,28 @@ bool VEK_network::Related(int a, int b) const {
 }
 
 bool VEK_network::CycleVisit(int handle) {
-    VEK_node* n = nodes_[handle].get();
-    n->Marks() |= VEK_MARK_ON_PATH;
-    const VEK_intArray& ch = n->Children();
-    if (ch.GetSize() == 0) n->Marks() |= VEK_MARK_CHILDLESS;
-    for (int i = 0; i < ch.GetSize(); ++i) {
-        unsigned& m = nodes_[ch[i]]->Marks();
-        if (m & VEK_MARK_ON_PATH) return false;
-        if (m & VEK_MARK_FINISHED) continue;
-        if (!CycleVisit(ch[i])) return false;
+    // Depth-first walk over children with an explicit stack, so that long
+    // chains cannot exhaust the call stack.
+    struct Frame { int handle; int next; };
+    std::vector<Frame> stack{{handle, 0}};
+    nodes_[handle]->Marks() |= VEK_MARK_ON_PATH;
+    while (!stack.empty()) {
+        Frame& f = stack.back();
+        VEK_node* n = nodes_[f.handle].get();
+        const VEK_intArray& ch = n->Children();
+        if (ch.GetSize() == 0) n->Marks() |= VEK_MARK_CHILDLESS;
+        if (f.next < ch.GetSize()) {
+            int c = ch[f.next++];
+            unsigned& m = nodes_[c]->Marks();
+            if (m & VEK_MARK_ON_PATH) return false;
+            if (m & VEK_MARK_FINISHED) continue;
+            m |= VEK_MARK_ON_PATH;
+            stack.push_back({c, 0});
+        } else {
+            n->Marks() = (n->Marks() & ~VEK_MARK_ON_PATH) | VEK_MARK_FINISHED;
+            stack.pop_back();
+        }
     }
-    n->Marks() = (n->Marks() & ~VEK_MARK_ON_PATH) | VEK_MARK_FINISHED;
     return true;
 }
 
