@@ -1,0 +1,238 @@
+import pytest
+
+import pyquarn
+from describe_util import assert_refused, describe
+
+NA = 8.900295434028806e-308  # the engine's "not available" cost
+DOC = pyquarn.DocItemInfo
+
+
+@pytest.fixture
+def net():
+    n = pyquarn.Network()
+    n.add_node(pyquarn.NodeType.CPT, "A")      # outcomes State0, State1
+    n.add_node(pyquarn.NodeType.CPT, "B")
+    n.add_outcome("B", "State2")
+    n.add_node(pyquarn.NodeType.UTILITY, "U")  # no outcomes
+    return n
+
+
+def test_influence_diagram_algorithm(net):
+    IDA = pyquarn.InfluenceDiagramAlgorithmType
+    assert net.get_influence_diagram_algorithm() == IDA.POLICY_EVALUATION
+    net.set_influence_diagram_algorithm(IDA.FIND_BEST_POLICY)
+    assert net.get_influence_diagram_algorithm() == IDA.FIND_BEST_POLICY
+    net.set_influence_diagram_algorithm(influence_diagram_algorithm=IDA.POLICY_EVALUATION)
+    assert net.get_influence_diagram_algorithm() == IDA.POLICY_EVALUATION
+    with pytest.raises(TypeError):
+        net.set_influence_diagram_algorithm(1)
+    with pytest.raises(TypeError):
+        net.set_influence_diagram_algorithm(pyquarn.NodeDiagType.OBSERVATION)
+    assert net.get_influence_diagram_algorithm() == IDA.POLICY_EVALUATION
+
+
+def test_node_roles_and_flags(net):
+    T = pyquarn.NodeDiagType
+    assert net.get_node_diag_type(0) == T.AUXILIARY
+    net.set_node_diag_type("A", T.FAULT)
+    net.set_node_diag_type(1, T.OBSERVATION)
+    assert net.get_node_diag_type("A") == T.FAULT
+    assert net.get_node_diag_type(1) == T.OBSERVATION
+    assert net.get_node_diag_type("U") == T.AUXILIARY
+    net.set_node_question(1, "Is it on?")
+    net.set_node_question("A", "")
+    assert net.get_node_question("B") == "Is it on?"
+    assert net.get_node_question("A") == ""
+    net.set_ranked(1, True)
+    net.set_mandatory("B", True)
+    assert net.is_ranked("B") and net.is_mandatory(1)
+    assert not net.is_ranked(0) and not net.is_mandatory("A")
+    net.set_ranked("B", False)
+    assert not net.is_ranked(1)
+
+
+def test_outcome_texts_in_every_form(net):
+    net.set_outcome_label(1, 0, "low")
+    net.set_outcome_label("B", "State1", "mid")
+    net.set_outcome_description(1, "State2", "the top one")
+    net.set_outcome_description("B", 0, "the bottom one")
+    net.set_outcome_fix("B", "State2", "replace it")
+    net.set_outcome_fix(1, 1, "tighten it")
+    assert [net.get_outcome_label("B", i) for i in range(3)] == ["low", "mid", ""]
+    assert net.get_outcome_label(1, "State1") == "mid"
+    assert net.get_outcome_description("B", "State2") == "the top one"
+    assert net.get_outcome_description(1, "State0") == "the bottom one"
+    assert net.get_outcome_description("B", 1) == ""
+    assert net.get_outcome_fix("B", 2) == "replace it"
+    assert net.get_outcome_fix(1, "State1") == "tighten it"
+    # Other nodes keep their outcomes untouched.
+    assert net.get_outcome_label("A", 0) == "" and net.get_outcome_fix("A", "State1") == ""
+
+
+@pytest.mark.parametrize("call", [
+    lambda n: n.set_node_question("A", "a\0b"), lambda n: n.set_outcome_label("A", 0, "a\0"),
+    lambda n: n.set_outcome_fix(0, "State1", "\0"), lambda n: n.set_outcome_description(0, 1, "x\0y"),
+    lambda n: n.set_outcome_documentation("A", 0, [DOC("t", "p"), DOC("t\0", "p")]),
+])
+def test_texts_holding_nul_are_refused(net, call):
+    net.set_outcome_label("A", 0, "kept")
+    assert_refused(net, -4, call, net)
+
+
+def test_outcome_documentation(net):
+    net.set_outcome_documentation("B", "State1", [DOC("How to", "a.html"), DOC("Why", "b.html")])
+    assert [(d.title, d.path) for d in net.get_outcome_documentation(1, 1)] == [("How to", "a.html"),
+                                                                                ("Why", "b.html")]
+    assert net.get_outcome_documentation("B", 0) == []
+    net.set_outcome_documentation(1, 1, [])
+    assert net.get_outcome_documentation("B", "State1") == []
+
+
+def test_fault_and_default_outcomes(net):
+    assert not any(net.is_fault_outcome(1, i) for i in range(3))
+    net.set_fault_outcome("B", "State2", True)
+    net.set_fault_outcome(1, 0, True)
+    assert [net.is_fault_outcome("B", i) for i in range(3)] == [True, False, True]
+    net.set_fault_outcome(1, "State0", False)
+    assert not net.is_fault_outcome(1, "State0")
+
+    assert net.get_default_outcome("B") == -1
+    assert net.get_default_outcome_id("B") == ""
+    net.set_default_outcome(1, "State1")
+    assert net.get_default_outcome(1) == 1
+    assert net.get_default_outcome_id("B") == "State1"
+    net.set_default_outcome("B", 2)
+    assert net.get_default_outcome_id("B") == "State2"
+    assert net.get_default_outcome("A") == -1
+
+
+_OUTCOME_CALLS = [
+    ("get_outcome_fix", ()), ("set_outcome_fix", ("x",)), ("get_outcome_description", ()),
+    ("set_outcome_description", ("x",)), ("get_outcome_label", ()), ("set_outcome_label", ("x",)),
+    ("get_outcome_documentation", ()), ("set_outcome_documentation", ([DOC("t", "p")],)),
+    ("is_fault_outcome", ()), ("set_fault_outcome", (True,)), ("set_default_outcome", ()),
+]
+
+
+def _prepared(net):
+    net.set_outcome_label("A", 0, "kept")
+    net.set_default_outcome("A", 1)
+    net.set_fault_outcome("A", 1, True)
+
+
+@pytest.mark.parametrize("method, extra", _OUTCOME_CALLS)
+def test_bad_outcomes(net, method, extra):
+    _prepared(net)
+    call = getattr(net, method)
+    assert_refused(net, -2, call, "A", 65, *extra,
+                   text="QUARN Error Occured. Invalid outcome index A for node 'A', valid indices are 0..1")
+    assert_refused(net, -2, call, "A", -1, *extra)
+    assert_refused(net, -4, call, "A", "State2", *extra,
+                   text="QUARN Error Occured. Invalid outcome identifier 'State2' for node 'A'")
+    assert_refused(net, -4, call, 0, "", *extra)
+
+
+@pytest.mark.parametrize("method, extra", _OUTCOME_CALLS)
+def test_nodes_without_outcomes(net, method, extra):
+    label = "Network." + "".join(w.capitalize() for w in method.split("_"))
+    assert_refused(net, -51, getattr(net, method), "U", 0, *extra, text=f"QUARN Error -51 in function {label}")
+
+
+def test_default_outcome_of_a_node_without_outcomes(net):
+    assert_refused(net, -51, net.get_default_outcome, "U")
+    assert_refused(net, -51, net.get_default_outcome_id, "U")
+
+
+def test_cost_arcs(net):
+    net.add_node(pyquarn.NodeType.CPT, "C")
+    assert net.get_node_cost("C") == [NA]
+    net.add_cost_arc(0, 3)
+    net.add_cost_arc("B", "C")
+    assert net.get_cost_parents(3) == [0, 1]
+    assert net.get_cost_parent_ids("C") == ["A", "B"]
+    assert net.get_cost_children("A") == [3]
+    assert net.get_cost_child_ids("B") == ["C"]
+    # One cost per combination of the cost parents' outcomes.
+    assert net.get_node_cost("C") == [NA] * 6
+    costs = [1.0, 2.0, 3.0, 4.0, 5.5, NA]
+    net.set_node_cost(3, costs)
+    assert net.get_node_cost("C") == costs
+    # Cost arcs are not ordinary arcs.
+    assert net.get_parents("C") == [] and net.get_children("A") == []
+
+    net.delete_cost_arc("A", "C")
+    assert net.get_cost_parents("C") == [1]
+    assert net.get_cost_children(0) == []
+    assert len(net.get_node_cost(3)) == 3
+
+
+def test_deleting_a_node_drops_its_cost_arcs(net):
+    net.add_cost_arc("A", "B")
+    net.delete_node("A")
+    assert net.get_cost_parents("B") == []
+    net.add_node(pyquarn.NodeType.CPT, "D")  # reuses handle 0
+    assert net.get_cost_children("D") == [] and net.get_cost_parents("B") == []
+
+
+def test_refused_cost_arcs(net):
+    net.add_node(pyquarn.NodeType.CPT, "C")
+    net.add_cost_arc("A", "B")
+    net.add_cost_arc("B", "C")
+    net.set_node_cost("B", [7.0, 8.0])
+    assert_refused(net, -2, net.add_cost_arc, "A", "B", text="QUARN Error -2 in function Network.AddCostArc")
+    assert_refused(net, -2, net.add_cost_arc, "B", "A")
+    assert_refused(net, -2, net.add_cost_arc, 0, 0)
+    assert_refused(net, -11, net.add_cost_arc, "C", "A")
+    # A parent without outcomes cannot index a cost table.
+    assert_refused(net, -51, net.add_cost_arc, "U", "A")
+    assert_refused(net, -2, net.delete_cost_arc, "A", "C", text="QUARN Error -2 in function Network.DeleteCostArc")
+    assert_refused(net, -2, net.delete_cost_arc, "B", "A")
+
+
+@pytest.mark.parametrize("cost", [[], [1.0], [1.0, 2.0, 3.0]])
+def test_cost_of_the_wrong_length(net, cost):
+    net.add_cost_arc("A", "B")
+    net.set_node_cost("B", [7.0, 8.0])
+    assert_refused(net, -2, net.set_node_cost, "B", cost, text="QUARN Error -2 in function Network.SetNodeCost")
+
+
+_NODE_CALLS = [
+    ("get_node_diag_type", ()), ("set_node_diag_type", (pyquarn.NodeDiagType.FAULT,)),
+    ("set_node_question", ("q",)), ("get_default_outcome", ()), ("is_ranked", ()), ("set_ranked", (True,)),
+    ("is_mandatory", ()), ("set_mandatory", (True,)), ("get_cost_parents", ()), ("get_cost_children", ()),
+    ("get_node_cost", ()), ("set_node_cost", ([1.0],)), ("set_default_outcome", (0,)),
+    ("set_outcome_label", (0, "x")), ("is_fault_outcome", (0,)),
+]
+
+
+@pytest.mark.parametrize("method, extra", _NODE_CALLS)
+@pytest.mark.parametrize("bad", [7, -1, 0x8000, "Nope", "Main"])
+def test_bad_nodes(net, method, extra, bad):
+    handle = bad if isinstance(bad, int) else -2
+    assert_refused(net, -3, getattr(net, method), bad, *extra,
+                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
+
+
+@pytest.mark.parametrize("method", ["get_node_question", "get_default_outcome_id", "get_cost_parent_ids",
+                                    "get_cost_child_ids"])
+def test_bad_node_ids(net, method):
+    assert_refused(net, -3, getattr(net, method), "Nope", text="QUARN Error Occured. Invalid node handle: -2")
+
+
+@pytest.mark.parametrize("pair", [(0, 9), (9, 0), (0, -3), ("A", "Nope"), ("Nope", "A")])
+def test_bad_nodes_in_cost_arcs(net, pair):
+    assert_refused(net, -3, net.add_cost_arc, *pair)
+    assert_refused(net, -3, net.delete_cost_arc, *pair)
+
+
+@pytest.mark.parametrize("method, args", [
+    ("set_node_diag_type", (0, 1)), ("set_node_question", (0, 5)), ("get_node_question", (0,)),
+    ("set_ranked", (0, 1)), ("set_mandatory", ("A", None)), ("add_cost_arc", (0, "B")),
+    ("set_node_cost", (0, ["x"])), ("set_fault_outcome", (0, 0, 1)), ("set_outcome_label", (0, 0.0, "x")),
+    ("get_default_outcome_id", (0,)), ("get_cost_parent_ids", (0,)),
+])
+def test_wrong_argument_types(net, method, args):
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(*args)
+    assert describe(net) == before

@@ -1,0 +1,122 @@
+import pytest
+
+import pyquarn
+from describe_util import assert_refused, describe
+
+
+@pytest.fixture
+def net():
+    n = pyquarn.Network()
+    n.add_node(pyquarn.NodeType.CPT, "A")
+    n.add_node(pyquarn.NodeType.CPT, "B")
+    return n
+
+
+@pytest.mark.parametrize("rect", [[10, 20, 5, 7], [10, 20, 4, 6], [-11, -3, 5, 3], [0, 0, 0, 0], [7, 8, 81, 1]])
+def test_position_reads_back_as_set(net, rect):
+    net.set_node_position(0, *rect)
+    assert net.get_node_position(0) == rect
+    net.set_node_position("B", rect)
+    assert net.get_node_position("B") == rect
+    # Only the node addressed changes.
+    net.set_node_position(1, 1, 1, 1, 1)
+    assert net.get_node_position("A") == rect
+
+
+def test_position_is_stored_by_its_centre(net):
+    # The XML format writes left = centre - width / 2 and right = left + width,
+    # so an odd width shows whether the centre was kept.
+    if not hasattr(net, "write_string"):
+        pytest.skip("the module has no XML writing")
+    net.set_node_position("A", 10, 20, 5, 7)
+    xml = net.write_string()
+    assert "<position>10 20 15 27</position>" in xml
+    other = pyquarn.Network()
+    other.read_string(xml)
+    assert other.get_node_position("A") == [10, 20, 5, 7]
+
+
+@pytest.mark.parametrize("rect", [[1, 2, 3], [1, 2, 3, 4, 5], []])
+def test_position_list_must_hold_four_ints(net, rect):
+    text = ("QUARN Error 1 in function "
+            "pyquarn.Network.set_node_position(int, list) - rect array has invalid size")
+    assert_refused(net, 1, net.set_node_position, 0, rect, text=text)
+    assert_refused(net, 1, net.set_node_position, "A", rect, text=text)
+
+
+def test_position_whose_centre_overflows_is_refused(net):
+    assert_refused(net, -2, net.set_node_position, 0, 2**31 - 10, 0, 100, 10,
+                   text="QUARN Error -2 in function Network.SetNodePosition. Position is out of range")
+    assert_refused(net, -2, net.set_node_position, "A", [0, -2**31, 10, -10])
+
+
+def test_colors_pass_through_unchanged(net):
+    defaults = (net.get_node_bg_color(0), net.get_node_text_color(0), net.get_node_border_color(0))
+    net.set_node_bg_color(0, 0x123456)
+    net.set_node_text_color("A", 0xFFFFFFFF)
+    net.set_node_border_color(0, 0)
+    assert net.get_node_bg_color("A") == 0x123456
+    assert net.get_node_text_color(0) == 0xFFFFFFFF
+    assert net.get_node_border_color("A") == 0
+    assert (net.get_node_bg_color(1), net.get_node_text_color(1), net.get_node_border_color(1)) == defaults
+
+
+def test_border_width(net):
+    assert net.get_node_border_width(0) == 1
+    net.set_node_border_width("A", 4)
+    assert net.get_node_border_width(0) == 4
+    assert net.get_node_border_width("B") == 1
+
+
+def test_bar_chart(net):
+    assert not net.is_node_chart_enabled(0)
+    net.set_node_chart_enabled("A", True)
+    assert net.is_node_chart_enabled(0)
+    assert not net.is_node_chart_enabled(1)
+    net.set_node_chart_size(0, 200, 90)
+    assert net.get_node_chart_size("A") == [200, 90]
+    net.set_node_chart_enabled(0, False)
+    assert not net.is_node_chart_enabled("A")
+    assert net.get_node_chart_size(0) == [200, 90]
+
+
+def test_noisy_decomposition_settings(net):
+    assert not net.is_noisy_decomposition_enabled()
+    assert net.get_noisy_decomposition_limit() == 4
+    net.set_noisy_decomposition_enabled(True)
+    net.set_noisy_decomposition_limit(9)
+    assert net.is_noisy_decomposition_enabled()
+    assert net.get_noisy_decomposition_limit() == 9
+
+
+_NODE_CALLS = [
+    ("set_node_position", (1, 2, 3, 4)), ("set_node_position", ([1, 2, 3, 4],)), ("get_node_position", ()),
+    ("set_node_bg_color", (5,)), ("get_node_bg_color", ()), ("set_node_text_color", (5,)),
+    ("get_node_text_color", ()), ("set_node_border_color", (5,)), ("get_node_border_color", ()),
+    ("set_node_border_width", (2,)), ("get_node_border_width", ()), ("is_node_chart_enabled", ()),
+    ("set_node_chart_enabled", (True,)), ("get_node_chart_size", ()), ("set_node_chart_size", (3, 4)),
+]
+
+
+@pytest.mark.parametrize("method, extra", _NODE_CALLS)
+@pytest.mark.parametrize("bad", [2, -1, 0x8000, "Nope", "Main", ""])
+def test_bad_nodes(net, method, extra, bad):
+    net.delete_node(0)  # handle 0 is free now
+    handle = bad if isinstance(bad, int) else -2
+    assert_refused(net, -3, getattr(net, method), bad, *extra,
+                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
+    assert_refused(net, -3, getattr(net, method), 0, *extra)
+
+
+@pytest.mark.parametrize("method, args", [
+    ("set_node_position", (0, 1.5, 2, 3, 4)), ("set_node_position", (0, [1, 2, None, 4])),
+    ("set_node_position", (0, 1, 2, 3)), ("set_node_bg_color", (0, -1)), ("set_node_bg_color", (0, 2**32)),
+    ("set_node_text_color", (0, "red")), ("set_node_border_color", (0, 1.0)), ("set_node_border_width", (0, "2")),
+    ("set_node_chart_enabled", (0, 1)), ("set_node_chart_size", (0, 3)), ("set_noisy_decomposition_enabled", (1,)),
+    ("set_noisy_decomposition_limit", (2.5,)), ("get_node_position", (1.0,)),
+])
+def test_wrong_argument_types(net, method, args):
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(*args)
+    assert describe(net) == before

@@ -1,0 +1,105 @@
+import pytest
+
+import pyquarn
+from describe_util import assert_refused, describe
+
+UP = pyquarn.UserProperty
+DOC = pyquarn.DocItemInfo
+
+
+@pytest.fixture
+def net():
+    n = pyquarn.Network()
+    n.add_node(pyquarn.NodeType.CPT, "A")
+    n.add_node(pyquarn.NodeType.CPT, "B")
+    return n
+
+
+def pairs(items):
+    return [(p.name, p.value) for p in items]
+
+
+def docs(items):
+    return [(d.title, d.path) for d in items]
+
+
+def test_network_properties_replace_the_whole_list(net):
+    assert net.get_user_properties() == []
+    net.set_user_properties([UP("b", "2"), UP("a", "1"), UP("VEK_TRIANG_HEUR", "3")])
+    assert pairs(net.get_user_properties()) == [("b", "2"), ("a", "1"), ("VEK_TRIANG_HEUR", "3")]
+    net.set_user_properties([UP("c", "")])
+    assert pairs(net.get_user_properties()) == [("c", "")]
+    net.set_user_properties([])
+    assert net.get_user_properties() == []
+
+
+def test_a_repeated_name_keeps_its_last_value_at_the_end(net):
+    net.set_user_properties([UP("a", "1"), UP("b", "2"), UP("a", "3")])
+    assert pairs(net.get_user_properties()) == [("b", "2"), ("a", "3")]
+
+
+def test_node_properties_belong_to_their_node(net):
+    net.set_node_user_properties(0, [UP("x", "1"), UP("ünï", "wert")])
+    net.set_node_user_properties("B", [UP("y", "2")])
+    assert pairs(net.get_node_user_properties("A")) == [("x", "1"), ("ünï", "wert")]
+    assert pairs(net.get_node_user_properties(1)) == [("y", "2")]
+    assert net.get_user_properties() == []
+    # A deleted node's properties do not pass to the node that reuses its handle.
+    net.delete_node(0)
+    net.add_node(pyquarn.NodeType.CPT, "C")
+    assert net.get_node_user_properties("C") == []
+
+
+def test_node_documentation(net):
+    items = [DOC("Manual", "http://example.org/a"), DOC("", ""), DOC("Manual", "file.txt")]
+    net.set_node_documentation("A", items)
+    assert docs(net.get_node_documentation(0)) == [("Manual", "http://example.org/a"), ("", ""),
+                                                   ("Manual", "file.txt")]
+    assert net.get_node_documentation("B") == []
+    net.set_node_documentation(0, [])
+    assert net.get_node_documentation("A") == []
+
+
+@pytest.mark.parametrize("items", [
+    [UP("", "x")],
+    [UP("ok", "1"), UP("", "2")],
+    [UP("a\0b", "1")],
+    [UP("a", "1\0")],
+])
+def test_bad_properties_are_refused_whole(net, items):
+    net.set_user_properties([UP("keep", "me")])
+    net.set_node_user_properties(0, [UP("keep", "node")])
+    text = assert_refused(net, -4, net.set_user_properties, items)
+    assert text.startswith("QUARN Error -4 in function Network.SetUserProperties. Property name ")
+    assert_refused(net, -4, net.set_node_user_properties, 0, items)
+    assert_refused(net, -4, net.set_node_user_properties, "A", items)
+
+
+def test_documentation_with_nul_is_refused(net):
+    net.set_node_documentation(0, [DOC("keep", "me")])
+    assert_refused(net, -4, net.set_node_documentation, 0, [DOC("t", "p"), DOC("t\0", "p")])
+    assert_refused(net, -4, net.set_node_documentation, "A", [DOC("t", "p\0")])
+
+
+@pytest.mark.parametrize("method, extra", [
+    ("get_node_user_properties", ()), ("set_node_user_properties", ([UP("a", "1")],)),
+    ("get_node_documentation", ()), ("set_node_documentation", ([DOC("t", "p")],)),
+])
+@pytest.mark.parametrize("bad", [2, -1, 0x8000, "Nope", "Main"])
+def test_bad_nodes(net, method, extra, bad):
+    handle = bad if isinstance(bad, int) else -2
+    assert_refused(net, -3, getattr(net, method), bad, *extra,
+                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
+
+
+@pytest.mark.parametrize("method, args", [
+    ("set_user_properties", ([("a", "1")],)), ("set_user_properties", (UP("a", "1"),)),
+    ("set_user_properties", ([DOC("a", "1")],)), ("set_node_user_properties", (0, [1])),
+    ("set_node_documentation", (0, [UP("a", "1")])), ("set_node_documentation", (0.0, [])),
+    ("get_node_documentation", (None,)),
+])
+def test_wrong_argument_types(net, method, args):
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(*args)
+    assert describe(net) == before

@@ -1,0 +1,223 @@
+import pytest
+
+import pyquarn
+from describe_util import assert_refused, describe
+
+MAIN = 0x8000
+
+
+@pytest.fixture
+def net():
+    n = pyquarn.Network()
+    n.add_node(pyquarn.NodeType.CPT, "A")
+    n.add_node(pyquarn.NodeType.CPT, "B")
+    return n
+
+
+def walk(net):
+    out, h = [], net.get_first_submodel()
+    while h >= 0:
+        out.append(h)
+        h = net.get_next_submodel(h)
+    return out
+
+
+def test_main_submodel_exists_in_an_empty_network():
+    n = pyquarn.Network()
+    assert n.get_main_submodel() == MAIN
+    assert n.get_main_submodel_id() == "Main"
+    assert n.get_submodel("Main") == MAIN
+    assert n.get_submodel_count() == 1
+    assert walk(n) == [MAIN]
+    assert n.get_submodel_of_submodel(MAIN) < 0
+
+
+def test_add_by_parent_handle_and_by_parent_id(net):
+    s1 = net.add_submodel(MAIN, "S1")
+    s2 = net.add_submodel("S1", "S2")
+    assert (s1, s2) == (MAIN | 1, MAIN | 2)
+    assert net.get_submodel("S2") == s2
+    assert net.get_submodel_id(s2) == "S2"
+    assert net.get_submodel_count() == 3
+    assert walk(net) == [MAIN, s1, s2]
+    assert net.get_submodel_of_submodel(s2) == s1
+    assert net.get_submodel_of_submodel("S1") == MAIN
+    # A new submodel's name starts as its id.
+    assert net.get_submodel_name("S2") == "S2"
+
+
+def test_header_fields(net):
+    s = net.add_submodel(MAIN, "S")
+    net.set_submodel_name(s, "First name")
+    net.set_submodel_name("S", "Späte Name")
+    net.set_submodel_description(s, "about")
+    assert net.get_submodel_name("S") == "Späte Name"
+    assert net.get_submodel_description("S") == "about"
+    net.set_submodel_description("S", "")
+    assert net.get_submodel_description("S") == ""
+    net.set_submodel_id(s, "Renamed")
+    assert net.get_submodel("Renamed") == s
+    assert net.get_submodel_id(s) == "Renamed"
+    # A NUL would cut the text short.
+    assert_refused(net, -4, net.set_submodel_name, s, "a\0b")
+    assert_refused(net, -4, net.set_submodel_description, "Renamed", "a\0b")
+
+
+def test_node_membership(net):
+    s = net.add_submodel(MAIN, "S")
+    assert net.get_submodel_of_node(0) == MAIN
+    net.set_submodel_of_node(0, s)
+    net.set_submodel_of_node("B", "S")
+    assert net.get_submodel_of_node("A") == s
+    assert net.get_submodel_of_node(1) == s
+    net.set_submodel_of_node("A", "Main")
+    assert net.get_submodel_of_node(0) == MAIN
+
+
+def test_moves_and_descendants():
+    n = pyquarn.Network()
+    a = n.add_submodel(MAIN, "SA")
+    b = n.add_submodel(a, "SB")
+    c = n.add_submodel(b, "SC")
+    other = n.add_submodel(MAIN, "Other")
+    # Into itself, into a child, into a grandchild, the main submodel anywhere.
+    for sub, parent in [(a, a), (a, b), (a, c), ("SA", "SC"), (MAIN, other), ("Main", "SA")]:
+        assert_refused(n, -2, n.set_submodel_of_submodel, sub, parent,
+                       text="QUARN Error -2 in function Network.SetSubmodelOfSubmodel")
+    n.set_submodel_of_submodel(c, other)
+    assert n.get_submodel_of_submodel(c) == other
+    n.set_submodel_of_submodel("SB", "Other")
+    assert n.get_submodel_of_submodel(b) == other
+    # SA is no longer above SC, so it may now go below it.
+    n.set_submodel_of_submodel(a, c)
+    assert n.get_submodel_of_submodel("SA") == c
+
+
+def test_delete_moves_contents_up_and_frees_the_handle(net):
+    s1 = net.add_submodel(MAIN, "S1")
+    s2 = net.add_submodel(s1, "S2")
+    s3 = net.add_submodel(s2, "S3")
+    net.set_submodel_of_node("A", "S2")
+    net.delete_submodel("S2")
+    assert net.get_submodel_count() == 3
+    assert net.get_submodel_of_node("A") == s1
+    assert net.get_submodel_of_submodel(s3) == s1
+    assert walk(net) == [MAIN, s1, s3]
+    # The lowest free entry is reused, and the old id is free again.
+    assert net.add_submodel(MAIN, "S2") == s2
+    net.delete_submodel(s1)
+    assert net.get_submodel_of_node("A") == MAIN
+
+
+def test_ids_are_shared_with_nodes(net):
+    s = net.add_submodel(MAIN, "S")
+    assert_refused(net, -32, net.add_submodel, MAIN, "A")
+    assert_refused(net, -32, net.set_submodel_id, s, "B")
+    assert_refused(net, -32, net.add_submodel, "Main", "S")
+    assert_refused(net, -2, net.add_node, pyquarn.NodeType.CPT, "S")
+    # Keeping its own id is no change.
+    net.set_submodel_id(s, "S")
+    assert net.get_submodel("S") == s
+
+
+@pytest.mark.parametrize("bad_id", ["", "1abc", "has space", "a-b", "x\0y"])
+def test_invalid_ids_are_refused(net, bad_id):
+    s = net.add_submodel(MAIN, "S")
+    assert_refused(net, -4, net.add_submodel, MAIN, bad_id)
+    assert_refused(net, -4, net.set_submodel_id, s, bad_id)
+
+
+def test_position_uses_the_top_left_corner(net):
+    s = net.add_submodel(MAIN, "S")
+    net.set_submodel_position(s, 10, 20, 5, 7)
+    assert net.get_submodel_position(s) == [10, 20, 5, 7]
+    net.set_submodel_position("S", [-11, 3, 81, 2])
+    assert net.get_submodel_position("S") == [-11, 3, 81, 2]
+    net.set_submodel_position("S", x=1, y=2, width=3, height=4)
+    assert net.get_submodel_position(s) == [1, 2, 3, 4]
+
+
+@pytest.mark.parametrize("rect", [[1, 2, 3], [1, 2, 3, 4, 5], []])
+def test_position_list_must_hold_four_ints(net, rect):
+    s = net.add_submodel(MAIN, "S")
+    text = ("QUARN Error 1 in function "
+            "pyquarn.Network.set_submodel_position(int, list) - rect array has invalid size")
+    assert_refused(net, 1, net.set_submodel_position, s, rect, text=text)
+    assert_refused(net, 1, net.set_submodel_position, "S", rect, text=text)
+
+
+def test_position_whose_centre_overflows_is_refused(net):
+    s = net.add_submodel(MAIN, "S")
+    assert_refused(net, -2, net.set_submodel_position, s, 2**31 - 10, 0, 100, 10)
+    assert_refused(net, -2, net.set_submodel_position, s, [0, -2**31, 10, -10])
+
+
+# Every submodel method given a bad submodel: a node handle, a free entry, a
+# negative number, or an unknown id. All raise code -3 naming the handle.
+def _submodel_calls(n):
+    return [
+        (n.get_next_submodel, ()),
+        (n.add_submodel, ("X",)),
+        (n.delete_submodel, ()),
+        (n.set_submodel_id, ("X",)),
+        (n.get_submodel_id, ()),
+        (n.set_submodel_name, ("x",)),
+        (n.set_submodel_description, ("x",)),
+        (n.get_submodel_of_submodel, ()),
+        (n.get_submodel_position, ()),
+        (n.set_submodel_position, (1, 2, 3, 4)),
+        (n.set_submodel_position, ([1, 2, 3, 4],)),
+        (lambda s, *a: n.set_submodel_of_submodel(s, MAIN), ()),
+        (lambda s, *a: n.set_submodel_of_submodel(MAIN | 1, s), ()),
+        (lambda s, *a: n.set_submodel_of_node(0, s), ()),
+    ]
+
+
+@pytest.mark.parametrize("bad", [0, 1, MAIN | 5, -1, MAIN | 0x10000])
+@pytest.mark.parametrize("index", range(14))
+def test_bad_submodel_handles(net, bad, index):
+    net.add_submodel(MAIN, "S")
+    call, extra = _submodel_calls(net)[index]
+    assert_refused(net, -3, call, bad, *extra, text=f"QUARN Error Occured. Invalid submodel handle: {bad}")
+
+
+@pytest.mark.parametrize("method, extra", [
+    ("get_submodel", ()), ("get_submodel_name", ()), ("get_submodel_description", ()),
+    ("delete_submodel", ()), ("set_submodel_name", ("x",)), ("set_submodel_description", ("x",)),
+    ("get_submodel_of_submodel", ()), ("get_submodel_position", ()), ("set_submodel_position", (1, 2, 3, 4)),
+    ("set_submodel_position", ([1, 2, 3, 4],)), ("add_submodel", ("X",)),
+])
+@pytest.mark.parametrize("bad_id", ["Nope", "A", "S\0"])
+def test_unknown_submodel_ids(net, method, extra, bad_id):
+    net.add_submodel(MAIN, "S")
+    # "A" names a node, not a submodel.
+    assert_refused(net, -3, getattr(net, method), bad_id, *extra,
+                   text="QUARN Error Occured. Invalid submodel handle: -2")
+
+
+def test_bad_nodes_in_membership(net):
+    s = net.add_submodel(MAIN, "S")
+    assert_refused(net, -3, net.set_submodel_of_node, 7, s)
+    assert_refused(net, -3, net.set_submodel_of_node, "Nope", "S")
+    assert_refused(net, -3, net.get_submodel_of_node, 2)
+    assert_refused(net, -3, net.get_submodel_of_node, "S")
+    # A submodel handle is not a node handle.
+    assert_refused(net, -3, net.set_submodel_of_node, s, s)
+
+
+def test_main_cannot_be_deleted(net):
+    assert_refused(net, -2, net.delete_submodel, MAIN, text="QUARN Error -2 in function Network.DeleteSubmodel")
+    assert_refused(net, -2, net.delete_submodel, "Main")
+
+
+@pytest.mark.parametrize("method, args", [
+    ("add_submodel", (1.5, "X")), ("add_submodel", (MAIN, 3)), ("get_submodel", (MAIN,)),
+    ("get_submodel_id", ("Main",)), ("set_submodel_of_node", (0, "Main")), ("set_submodel_of_submodel", ("Main", MAIN)),
+    ("set_submodel_position", (MAIN, [1, 2, "3", 4])), ("set_submodel_position", (MAIN, 1.0, 2, 3, 4)),
+    ("get_next_submodel", ("Main",)),
+])
+def test_wrong_argument_types(net, method, args):
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(*args)
+    assert describe(net) == before
