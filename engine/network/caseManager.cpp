@@ -3,6 +3,7 @@
 #include <cmath>
 #include <string>
 
+#include "network/discVal.h"
 #include "network/network.h"
 
 int VEK_case::FindEvidence(int node, int slice) const {
@@ -111,8 +112,14 @@ int VEK_caseManager::SaveFromNetwork(int i, const VEK_network& net) {
         VEK_caseEvidence e;
         e.node = h;
         if (v->IsEvidence()) {
-            e.type = VEK_CASE_DISCRETE;
             e.outcome = v->GetEvidence();
+            const auto* dv = dynamic_cast<const VEK_discVal*>(v);
+            if (dv && dv->IsEvidenceAsNumber()) {
+                e.type = VEK_CASE_CONTINUOUS;
+                v->GetEvidence(e.value);
+            } else {
+                e.type = VEK_CASE_DISCRETE;
+            }
             c->evidence.push_back(e);
         } else if (v->IsVirtualEvidence()) {
             e.type = VEK_CASE_VIRTUAL;
