@@ -103,6 +103,8 @@ protected:
     void ClearFlags(int f) { flags_ &= ~f; }
     // Called by Invalidate; a value resets what it computed.
     virtual void ResetResult() {}
+    // For operations that act on other nodes' values (interventions).
+    static void ClearPeerFlags(VEK_nodeVal& v, int f) { v.flags_ &= ~f; }
 
     VEK_intArray indexingParents_;
 
