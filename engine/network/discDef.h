@@ -92,11 +92,24 @@ public:
     void TakeOutcomesFrom(const VEK_nodeXformContext& ctx);
 
 protected:
+    // Replaces the ids by count ids made from the outcome prefix ("State0"...).
+    void InitDefaultOutcomeIds(int count);
+    // Steps the count by adding or removing outcomes at the end, one at a
+    // time, so that every child follows each step.
+    int SetNumberOfOutcomesWithAddAndRemove(int count);
     VEK_idArray& MutableOutcomeIds() { return outcomeIds_; }
     VEK_discDefExtension& Extension();
     bool ValidOutcome(int k) const { return k >= 0 && k < GetNumberOfOutcomes(); }
 
 private:
+    // The network, the children and relevance after an own outcome change.
+    int NotifyOutcomeInserted(int position);
+    int NotifyOutcomeRemoved(int position);
+    int NotifyOutcomesReordered(const VEK_intArray& order);
+    // Sets the ids of a node without children and resets the table.
+    void ReplaceOutcomes(const VEK_idArray& ids);
+    bool NodeIsInNetwork() const;
+
     VEK_idArray outcomeIds_;
     std::vector<double> intervals_;
     std::vector<double> pointValues_;

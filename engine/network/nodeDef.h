@@ -100,6 +100,9 @@ public:
     static const char* TypeName(int type);
     // A new definition of the type for a node; null for an unknown type.
     static VEK_nodeDef* Create(int type, VEK_network& net, int handle);
+    // A new definition of the type built from a conversion context (the
+    // node exists: tables take their dimensions from its parents).
+    static VEK_nodeDef* Create(int type, const VEK_nodeXformContext& ctx);
     // A new definition of the type built from this one (outcomes, table).
     VEK_nodeDef* Xform(int type) const;
     bool TypeIsOneOf(const int* ids, int count) const;

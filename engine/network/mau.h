@@ -1,0 +1,65 @@
+// Multi-attribute utility node: combines the utilities of its utility and
+// MAU parents, possibly differently for each combination of its decision
+// parents' options.
+//
+// The weights table has one dimension per parent with discrete outcomes
+// (decisions), in parent order, and a last dimension with one weight per
+// utility or MAU parent, in parent order (a single unused weight while there
+// is none). Expressions, when given, replace the weighted sum; they are kept
+// as text.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "network/nodeDef.h"
+
+class VEK_mau : public VEK_nodeDef {
+public:
+    VEK_mau(VEK_network& net, int handle);
+    // Nothing of the old definition carries over: every weight is 1.0.
+    explicit VEK_mau(const VEK_nodeXformContext& ctx);
+    VEK_mau(const VEK_mau& other) = default;
+
+    VEK_nodeDef* Clone(VEK_network& net) const override;
+    VEK_nodeVal* CreateValue() const override;
+    VEK_nodeVal* CreateValue(const VEK_valXformContext& ctx) const override;
+    int GetType() const override { return VEK_MAU; }
+    const char* GetTypeName() const override { return "MAU"; }
+
+    int AddParent(int handle) override;
+    int RemoveParent(int handle) override;
+    int OnParentOutcomeAdd(int parent, int outcome) override;
+    int OnParentOutcomeRemove(int parent, int outcome) override;
+    int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
+    int OnParentReorder(const VEK_intArray& order) override;
+    int IsParentNecessary(int parent, double epsilon, bool& necessary) const override;
+
+    // Every weight becomes 1.0.
+    int MakeUniform() override;
+
+    const VEK_Dmatrix* GetMatrix() const override { return &weights_; }
+    const VEK_Dmatrix& GetParameters() const override { return weights_; }
+    VEK_Dmatrix& GetWriteableParameters() override { return weights_; }
+    int DoCopyParameters(const VEK_nodeDef& other) override;
+
+    const VEK_Dmatrix& GetWeights() const { return weights_; }
+    // -2 when the count differs from the table's.
+    int SetWeights(const std::vector<double>& weights) { return SetDefinition(weights); }
+    // Utility and MAU parents, in parent order: the last dimension's entries.
+    const VEK_intArray& GetUtilityParents() const { return utilityParents_; }
+    // The weight of a utility parent for one combination of the decision
+    // parents (given as linear column index).
+    int GetWeight(int column, int utilityParent, double& weight) const;
+
+    const std::vector<std::string>& GetExpressions() const { return expressions_; }
+    int SetExpressions(const std::vector<std::string>& expressions);
+
+private:
+    // Dimension of a decision parent, or a negative code.
+    int DiscreteDimension(int parent) const;
+
+    VEK_Dmatrix weights_;
+    VEK_intArray utilityParents_;
+    std::vector<std::string> expressions_;
+};
