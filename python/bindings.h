@@ -21,3 +21,5 @@ void BindUserProperties(PyNetworkClass& cls);
 void BindDiagnostics(PyNetworkClass& cls);
 void BindCases(PyNetworkClass& cls);
 void BindCanonical(PyNetworkClass& cls);
+void BindInference(PyNetworkClass& cls);
+void BindFileIO(PyNetworkClass& cls);

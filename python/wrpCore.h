@@ -1,0 +1,313 @@
+// Shared core of the Python wrapper layer: the module's exception type, the
+// enumerations and value records seen from Python, and the helpers that every
+// binding uses to validate and convert arguments or to raise on failure.
+//
+// Every Wrp::Wrp<Operation> function takes the engine object first, checks it
+// with ValidateObject, validates its arguments with the helpers below, calls
+// the engine and turns a failed status into a quarn_exception labelled
+// "Network." + the engine operation's name.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "network/caseManager.h"
+#include "network/discDef.h"
+#include "network/dmatrix.h"
+#include "network/doubleArray.h"
+#include "network/idArray.h"
+#include "network/identifier.h"
+#include "network/intArray.h"
+#include "network/logger.h"
+#include "network/status.h"
+#include "network/network.h"
+#include "network/screenInfo.h"
+#include "network/stringArray.h"
+#include "network/userProperties.h"
+#include "inference/algorithmParams.h"
+#include "pyWrapper.h"
+
+// The one exception type of the wrapper layer; translated into the Python
+// QUARNException with `code` as its error_code. The full text is kept beside
+// what() so that a message holding a NUL character reaches Python whole.
+class quarn_exception : public std::runtime_error {
+public:
+    quarn_exception(int code, const std::string& message)
+        : std::runtime_error(message), code(code), message_(message) {}
+    const std::string& message() const { return message_; }
+
+    int code;
+
+private:
+    std::string message_;
+};
+
+namespace Wrp {
+
+// The module's version, also reported as the library build.
+constexpr const char* kLibraryVersion = "2.4.7";
+
+// ---- enumerations -----------------------------------------------------------
+// Unscoped enums inside structs: members compare equal to plain ints from
+// Python, and names such as NONE cannot clash between enumerations.
+
+struct NodeType {
+    enum Value : int {
+        CPT = 18,
+        TRUTH_TABLE = 20,
+        DECISION = 17,
+        UTILITY = 8,
+        MAU = 520,
+        NOISY_MAX = 146,
+        EQUATION = 4,
+        DEMORGAN = 82,
+    };
+};
+
+struct BayesianAlgorithmType {
+    enum Value : int {
+        LAURITZEN = 0,
+        HENRION = 1,
+        PEARL = 2,
+        L_SAMPLING = 3,
+        SELF_IMPORTANCE = 4,
+        HEURISTIC_IMPORTANCE = 5,
+        BACK_SAMPLING = 6,
+        AIS_SAMPLING = 7,
+        EPIS_SAMPLING = 8,
+        LBP = 9,
+    };
+};
+
+struct InfluenceDiagramAlgorithmType {
+    enum Value : int { POLICY_EVALUATION = 0, FIND_BEST_POLICY = 1 };
+};
+
+struct DeMorganParentType {
+    enum Value : int { INHIBITOR = 0, REQUIREMENT = 1, CAUSE = 2, BARRIER = 3 };
+};
+
+struct NodeTemporalType {
+    enum Value : int { CONTEMPORAL = 0, ANCHOR = 1, TERMINAL = 2, PLATE = 3 };
+};
+
+struct NodeDiagType {
+    enum Value : int { FAULT = 0, OBSERVATION = 1, AUXILIARY = 2 };
+};
+
+struct MultiFaultAlgorithmType {
+    enum Value : int {
+        INDEPENDENCE_AT_LEAST_ONE = 10,
+        INDEPENDENCE_ONLY_ONE = 18,
+        INDEPENDENCE_ONLY_ALL = 34,
+        DEPENDENCE_AT_LEAST_ONE = 20,
+        DEPENDENCE_ONLY_ONE = 20,
+        DEPENDENCE_ONLY_ALL = 36,
+        MARGINAL_1 = 65,
+        MARGINAL_2 = 129,
+        MAX_PROB_CHANGE = 257,
+        L2_NORMALIZED_DISTANCE = 258,
+        COSINE_DISTANCE = 259,
+        CITYBLOCK_DISTANCE = 260,
+        AVG_L2_CITY_DISTANCE = 261,
+    };
+};
+
+struct SingleFaultAlgorithmType {
+    enum Value : int { NORM_CROSSENTROPY = 512, CROSSENTROPY = 1024, PROB_CHANGE = 2048 };
+};
+
+struct CaseEvidenceType {
+    enum Value : int { DISCRETE = 0, CONTINUOUS = 1, VIRTUAL = 2 };
+};
+
+struct EdgeType {
+    enum Value : int { DIRECTED = 2, UNDIRECTED = 1, NONE = 0 };
+};
+
+struct DiscretizationAlgorithmType {
+    enum Value : int { HIERARCHICAL = 0, UNIFORM_COUNT = 2, UNIFORM_WIDTH = 1 };
+};
+
+// ---- value records ------------------------------------------------------------
+// Plain records exchanged by the Wrp functions; the Py classes below add the
+// wrapper base and are what Python sees.
+
+struct UserProperty {
+    std::string name;
+    std::string value;
+    bool operator==(const UserProperty&) const = default;
+};
+
+struct DocItemInfo {
+    std::string title;
+    std::string path;
+    bool operator==(const DocItemInfo&) const = default;
+};
+
+struct TemporalInfo {
+    int parent_handle = -1;
+    std::string parent_id;
+    int order = 0;
+    bool operator==(const TemporalInfo&) const = default;
+};
+
+struct DiscretizationInterval {
+    std::string id;
+    double upper_bound = 0.0;
+    bool operator==(const DiscretizationInterval&) const = default;
+};
+
+struct CaseEvidence {
+    CaseEvidenceType::Value type = CaseEvidenceType::DISCRETE;
+    int outcome = -1;
+    double value = 0.0;
+    std::vector<double> virtual_evidence;
+    int slice = -1;  // -1: not a temporal item
+    bool operator==(const CaseEvidence&) const = default;
+};
+
+struct EPISParams {
+    int propagation_length = 5;
+    int num_state_small = 5;
+    int num_state_medium = 8;
+    int num_state_big = 20;
+    double state_small_epsil = 0.006;
+    double state_medium_epsil = 0.0001;
+    double state_big_epsil = 5e-05;
+    double state_otherwise = 5e-05;
+    bool operator==(const EPISParams&) const = default;
+};
+
+struct AnnealedMapTuning {
+    double speed = 1.1;
+    double t_min = 0.02;
+    double t_init = 0.1;
+    double k_reheat = 0.1;
+    int k_map = 1;
+    double k_r_factor = 0.98;
+    int stop_after = 3000;
+    int iterations_per_temperature = 100;
+    bool operator==(const AnnealedMapTuning&) const = default;
+};
+
+// ---- raising -----------------------------------------------------------------------
+
+// "QUARN Error <code> in function <function>[. <message>]".
+[[noreturn]] void ThrowQuarnException(int code, const char* function, const char* message = nullptr);
+[[noreturn]] void ThrowQuarnExceptionWithMessage(int code, const char* function, const std::string& message);
+// The message is every logged error message, each preceded by a line feed.
+[[noreturn]] void ThrowQuarnExceptionWithLog(int code, const char* function, const VEK_logger& logger);
+void ValidateResult(int code, const char* function);
+void ValidateResultWithMessage(int code, const char* function, const std::string& message);
+
+// Throws code -1 "QUARN Error Occured. Passed object is NULL" for null.
+void ValidateObject(const void* object);
+template <class T>
+T& Deref(T* object) {
+    ValidateObject(object);
+    return *object;
+}
+
+// ---- validation ---------------------------------------------------------------------
+
+void ValidateNodeHandle(const VEK_network& net, int handle);
+// Returns the handle of the node bearing id.
+int ValidateNodeId(const VEK_network& net, const std::string& id);
+void ValidateCase(const VEK_network& net, int index);
+void ValidateOutcomeIndex(const VEK_network& net, int handle, int index);
+// Returns the index of the outcome bearing id.
+int ValidateOutcomeId(const VEK_network& net, int handle, const std::string& id);
+void ValidateSlice(const VEK_network& net, int slice);
+void ValidateId(const std::string& id);
+void EnsureNodeValueValid(const VEK_network& net, int handle);
+void ValidatePatternEdgeIndex(int index, int size);
+void ValidatePatternEdgeType(int value);
+
+// Validated access to a node and its parts (ValidateNodeHandle first).
+VEK_node& GetNode(const VEK_network& net, int handle);
+VEK_nodeDef& GetDef(const VEK_network& net, int handle);
+VEK_nodeVal& GetVal(const VEK_network& net, int handle);
+// The discrete-outcome layer of a node's definition; code -51 labelled with
+// function when the definition has none.
+VEK_discDef& GetDiscDef(const VEK_network& net, int handle, const char* function);
+// Outcome count of the node's definition (0 when it has no outcomes).
+int GetOutcomeCount(const VEK_network& net, int handle);
+
+// ---- conversion ---------------------------------------------------------------------
+
+std::vector<std::string> HandlesToIds(const VEK_network& net, const std::vector<int>& handles);
+std::vector<std::string> HandlesToIds(const VEK_network& net, const VEK_intArray& handles);
+std::vector<int> IdsToHandles(const VEK_network& net, const std::vector<std::string>& ids);
+std::vector<std::string> IdArrayToVector(const VEK_stringArray& ids);
+// Status of the array: -2 when an id is refused (invalid or duplicated).
+int VectorToIdArray(const std::vector<std::string>& ids, VEK_idArray& out);
+std::vector<int> IntArrayToVector(const VEK_intArray& items);
+VEK_intArray VectorToIntArray(const std::vector<int>& items);
+std::vector<double> DoubleArrayToVector(const VEK_doubleArray& items);
+std::vector<double> DoubleArrayToVector(const VEK_Dmatrix& matrix);
+VEK_doubleArray VectorToDoubleArray(const std::vector<double>& items);
+std::string CopyConstCharPtr(const char* text);
+
+// Rectangles: Python gives the top-left corner, the engine keeps the centre
+// (x + width / 2, truncating integer division).
+std::vector<int> GetPosition(const VEK_rectangle& rect);
+std::vector<int> GetPosition(const VEK_screenInfo& info);
+VEK_rectangle MakeRectangle(int x, int y, int width, int height);
+// A list form of a position: exactly four ints, otherwise ValidateResult(1,
+// function) with function naming the Python call.
+VEK_rectangle MakeRectangle(const std::vector<int>& position, const char* function);
+
+// Records, one function per direction.
+std::vector<UserProperty> UserPropertiesToVector(const VEK_userProperties& props);
+void VectorToUserProperties(const std::vector<UserProperty>& items, VEK_userProperties& out);
+std::vector<DocItemInfo> DocumentationToVector(const VEK_documentation& doc);
+void VectorToDocumentation(const std::vector<DocItemInfo>& items, VEK_documentation& out);
+TemporalInfo MakeTemporalInfo(const VEK_network& net, int parentHandle, int order);
+CaseEvidence CaseEvidenceFromEngine(const VEK_caseEvidence& item);
+VEK_caseEvidence CaseEvidenceToEngine(const CaseEvidence& item, int node);
+EPISParams EPISParamsFromEngine(const VEK_EPISParams& p);
+VEK_EPISParams EPISParamsToEngine(const EPISParams& p);
+AnnealedMapTuning AnnealedMapTuningFromEngine(const VEK_AnnealedMAPParams& p);
+VEK_AnnealedMAPParams AnnealedMapTuningToEngine(const AnnealedMapTuning& p);
+
+// Py record lists <-> Wrp record lists (the Py classes derive from the Wrp ones).
+template <class Rec, class PyRec>
+std::vector<Rec> FromPyRecords(const std::vector<PyRec>& items) {
+    return std::vector<Rec>(items.begin(), items.end());
+}
+template <class PyRec, class Rec>
+std::vector<PyRec> ToPyRecords(const std::vector<Rec>& items) {
+    std::vector<PyRec> out;
+    out.reserve(items.size());
+    for (const Rec& r : items) out.emplace_back(r);
+    return out;
+}
+
+}  // namespace Wrp
+
+// ---- the record classes seen from Python ----------------------------------------------
+
+template <class Rec>
+class PyRecord : public PyWrapper, public Rec {
+public:
+    PyRecord() = default;
+    PyRecord(const Rec& r) : PyWrapper(), Rec(r) {}
+    PyRecord(const PyRecord& other) : PyWrapper(), Rec(other) {}
+    PyRecord& operator=(const PyRecord& other) {
+        Rec::operator=(other);
+        return *this;
+    }
+    bool operator==(const PyRecord& other) const {
+        return static_cast<const Rec&>(*this) == static_cast<const Rec&>(other);
+    }
+};
+
+using PyUserProperty = PyRecord<Wrp::UserProperty>;
+using PyDocItemInfo = PyRecord<Wrp::DocItemInfo>;
+using PyTemporalInfo = PyRecord<Wrp::TemporalInfo>;
+using PyDiscretizationInterval = PyRecord<Wrp::DiscretizationInterval>;
+using PyCaseEvidenceInfo = PyRecord<Wrp::CaseEvidence>;
+using PyEPISParams = PyRecord<Wrp::EPISParams>;
+using PyAnnealedMapTuning = PyRecord<Wrp::AnnealedMapTuning>;

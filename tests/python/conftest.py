@@ -1,0 +1,196 @@
+"""Shared fixtures and helpers for the pyquarn tests."""
+import contextlib
+
+import pytest
+
+import pyquarn
+from pyquarn import NodeType, QUARNException
+
+OCCURED = "QUARN Error Occured. "
+
+
+@contextlib.contextmanager
+def quarn_error(code, text=None, contains=None):
+    """Expects a QUARNException with the given code (read from the instance
+    and from the class) and, optionally, exactly the given text or a text
+    containing the given fragment."""
+    with pytest.raises(QUARNException) as info:
+        yield info
+    assert info.value.error_code == code
+    assert QUARNException.error_code == code
+    if text is not None:
+        assert str(info.value) == text
+    if contains is not None:
+        assert contains in str(info.value)
+
+
+def _call(fn, *args):
+    """The result of a call, or the code of the QUARNException it raised."""
+    try:
+        return ("ok", fn(*args))
+    except QUARNException as e:
+        return ("error", e.error_code)
+
+
+def describe(net):
+    """Everything a test can observe about a network through the node,
+    outcome, definition, evidence and belief methods, as plain data: two
+    networks in the same state describe equally."""
+    state = {
+        "id": net.get_id(),
+        "name": net.get_name(),
+        "description": net.get_description(),
+        "algorithm": int(net.get_bayesian_algorithm()),
+        "samples": net.get_sample_count(),
+        "discretization_samples": net.get_discretization_sample_count(),
+        "relevance": net.is_relevance_enabled(),
+        "zero_avoidance": net.is_zero_avoidance_enabled(),
+        "outlier_rejection": net.is_outlier_rejection_enabled(),
+        "seed": net.get_rand_seed(),
+        "epis": repr(net.get_epis_params()),
+        "ext_functions": net.get_ext_functions(),
+        "node_ids": net.get_all_node_ids(),
+        "nodes": [],
+    }
+    for h in net.get_all_nodes():
+        node_id = net.get_node_id(h)
+        node = {
+            "handle": h,
+            "id": node_id,
+            "name": net.get_node_name(node_id),
+            "description": net.get_node_description(node_id),
+            "type": int(net.get_node_type(h)),
+            "parents": net.get_parents(h),
+            "parent_ids": net.get_parent_ids(h),
+            "children": net.get_children(h),
+            "outcomes": net.get_outcome_ids(node_id),
+            "definition": net.get_node_definition(h),
+            "intervals": _call(net.get_intervals, h),
+            "point_values": _call(net.get_point_values, h),
+            "indexing_parents": net.get_value_indexing_parents(h),
+            "target": net.is_target(h),
+            "evidence": net.is_evidence(h),
+            "real": net.is_real_evidence(h),
+            "propagated": net.is_propagated_evidence(h),
+            "virtual": net.is_virtual_evidence(h),
+            "controlled": net.is_controlled(h),
+            "valid": net.is_value_valid(h),
+            "evidence_index": _call(net.get_evidence, h),
+            "cont_evidence": _call(net.get_cont_evidence, h),
+            "virtual_evidence": _call(net.get_virtual_evidence, h),
+            "value": _call(net.get_node_value, h),
+            "mau": _call(net.get_mau_expressions, node_id),
+        }
+        state["nodes"].append(node)
+    return state
+
+
+def build_small(net):
+    """A: (a0, a1); B: (b0, b1, b2); C: child of A and B with (c0, c1);
+    D: a node with point values; U: a utility node. Evidence on A, B a
+    target, virtual evidence on D."""
+    a = net.add_node(NodeType.CPT, "A")
+    net.set_outcome_id(a, 0, "a0")
+    net.set_outcome_id(a, 1, "a1")
+    b = net.add_node(NodeType.CPT, "B")
+    net.set_outcome_id(b, 0, "b0")
+    net.set_outcome_id(b, 1, "b1")
+    net.add_outcome(b, "b2")
+    c = net.add_node(NodeType.CPT, "C")
+    net.set_outcome_id(c, 0, "c0")
+    net.set_outcome_id(c, 1, "c1")
+    net.add_arc(a, c)
+    net.add_arc(b, c)
+    net.set_node_definition(c, [0.1, 0.9, 0.2, 0.8, 0.3, 0.7, 0.4, 0.6, 0.5, 0.5, 0.6, 0.4])
+    net.set_node_definition(b, [0.2, 0.3, 0.5])
+    d = net.add_node(NodeType.CPT, "D")
+    net.set_point_values(d, [1.5, 2.5])
+    u = net.add_node(NodeType.UTILITY, "U")
+    net.set_node_name(a, "Node A")
+    net.set_node_description(c, "the child")
+    net.set_evidence(a, 1)
+    net.set_target(b, True)
+    net.set_virtual_evidence(d, [0.25, 0.75])
+    return {"A": a, "B": b, "C": c, "D": d, "U": u}
+
+
+def build_impossible(net):
+    """Evidence that the model rules out (C is c0 whenever A is a0), so that
+    updating beliefs fails and logs why."""
+    a = net.add_node(NodeType.CPT, "A")
+    c = net.add_node(NodeType.CPT, "C")
+    net.add_arc(a, c)
+    net.set_node_definition(c, [1.0, 0.0, 0.0, 1.0])
+    net.set_evidence(a, 0)
+    net.set_evidence(c, 1)
+    return net
+
+
+@pytest.fixture
+def net():
+    return pyquarn.Network()
+
+
+@pytest.fixture
+def small(net):
+    handles = build_small(net)
+    return net, handles
+
+
+@pytest.fixture(scope="session")
+def inference_available():
+    """Whether belief updating works in this build; tests of computed
+    beliefs are skipped when it does not."""
+    probe = pyquarn.Network()
+    probe.add_node(NodeType.CPT, "X")
+    try:
+        probe.update_beliefs()
+    except QUARNException:
+        return False
+    return True
+
+
+def bad_node_cases(table):
+    """Parameters for the bad-node rule over a table of (method, extra
+    arguments, forms), forms holding "h" for the handle form and "i" for the
+    identifier form. Each case: method, how the node is named, the extra
+    arguments and the expected message."""
+    for method, extra, forms in table:
+        if "h" in forms:
+            yield pytest.param(method, 99, extra, OCCURED + "Invalid node handle: 99", id=method + "-h99")
+            yield pytest.param(method, -1, extra, OCCURED + "Invalid node handle: -1", id=method + "-h-1")
+            yield pytest.param(method, "deleted", extra, None, id=method + "-deleted")
+        if "i" in forms:
+            yield pytest.param(method, "Nope", extra, OCCURED + "Invalid node handle: -2", id=method + "-id")
+            # The part before a NUL names a node; the whole id does not.
+            yield pytest.param(method, "C\x00x", extra, OCCURED + "Invalid node handle: -2", id=method + "-nul")
+
+
+def wrong_type_cases(table):
+    """Parameters for the wrong-type rule: the node given as a float, None or
+    a list."""
+    for method, extra, _ in table:
+        for bad in (1.0, None, [0]):
+            yield pytest.param(method, bad, extra, id="%s-%s" % (method, type(bad).__name__))
+
+
+def check_bad_node(small, method, node, extra, text):
+    """Calls method with a node that does not exist and checks code -3, the
+    text and that the network is unchanged."""
+    net, h = small
+    if node == "deleted":
+        net.delete_node(h["D"])
+        node = h["D"]
+        text = OCCURED + "Invalid node handle: %d" % node
+    before = describe(net)
+    with quarn_error(-3, text):
+        getattr(net, method)(node, *extra)
+    assert describe(net) == before
+
+
+def check_wrong_type(small, method, node, extra):
+    net, _ = small
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(node, *extra)
+    assert describe(net) == before

@@ -1,0 +1,364 @@
+"""Evidence, targets, controlled values, node values and belief updating."""
+import copy
+import math
+
+import pytest
+
+from pyquarn import QUARNException
+
+from conftest import (OCCURED, bad_node_cases, build_impossible, check_bad_node, check_wrong_type, describe,
+                      quarn_error, wrong_type_cases)
+
+EVIDENCE_METHODS = [
+    ("set_evidence", (0,), "hi"),
+    ("set_evidence", ("b0",), "hi"),
+    ("get_evidence", (), "hi"),
+    ("get_evidence_id", (), "i"),
+    ("is_evidence", (), "hi"),
+    ("clear_evidence", (), "hi"),
+    ("set_target", (True,), "hi"),
+    ("is_target", (), "hi"),
+    ("set_virtual_evidence", ([0.5, 0.5],), "hi"),
+    ("set_cont_evidence", (1.0,), "hi"),
+    ("get_cont_evidence", (), "hi"),
+    ("get_virtual_evidence", (), "hi"),
+    ("is_real_evidence", (), "hi"),
+    ("is_propagated_evidence", (), "hi"),
+    ("is_virtual_evidence", (), "hi"),
+    ("is_controlled", (), "hi"),
+    ("get_controlled_value", (), "hi"),
+    ("get_controlled_value_id", (), "i"),
+    ("set_controlled_value", (0,), "hi"),
+    ("set_controlled_value", ("b0",), "hi"),
+    ("clear_controlled_value", (), "hi"),
+    ("get_node_value", (), "hi"),
+    ("is_value_valid", (), "hi"),
+]
+
+
+@pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(EVIDENCE_METHODS)))
+def test_unknown_node_is_refused(small, method, node, extra, text):
+    check_bad_node(small, method, node, extra, text)
+
+
+@pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(EVIDENCE_METHODS)))
+def test_node_of_wrong_type_is_refused(small, method, node, extra):
+    check_wrong_type(small, method, node, extra)
+
+
+@pytest.mark.parametrize("method", ["set_evidence", "set_controlled_value"])
+@pytest.mark.parametrize("node", ["B", 1])
+def test_outcome_must_exist(small, method, node):
+    net, h = small
+    node = h["B"] if node == 1 else node
+    before = describe(net)
+    with quarn_error(-2, OCCURED + "Invalid outcome index A for node 'B', valid indices are 0..2"):
+        getattr(net, method)(node, 65)
+    with quarn_error(-2, OCCURED + "Invalid outcome index \x03 for node 'B', valid indices are 0..2"):
+        getattr(net, method)(node, 3)
+    with quarn_error(-4, OCCURED + "Invalid outcome identifier 'b9' for node 'B'"):
+        getattr(net, method)(node, "b9")
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("method, args", [
+    ("set_evidence", ("B", 1.0)), ("set_evidence", ("B", None)), ("set_evidence", (1.0, 0)),
+    ("set_target", ("B", 1)), ("set_target", ("B", None)), ("set_target", ("B", "yes")), ("set_target", ("B",)),
+    ("set_virtual_evidence", ("B", 0.5)), ("set_virtual_evidence", ("B", "abc")),
+    ("set_virtual_evidence", ("B", [0.5, None, 0.5])), ("set_cont_evidence", ("D", "1.5")),
+    ("set_cont_evidence", ("D", None)), ("set_controlled_value", ("B", 0.0)),
+])
+def test_wrong_argument_types(small, method, args):
+    net, _ = small
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(*args)
+    assert describe(net) == before
+
+
+# ---- hard evidence -------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("node, outcome", [("B", 1), ("B", "b1"), (1, 1), (1, "b1")])
+def test_set_evidence_forms(small, node, outcome):
+    net, h = small
+    node = h["B"] if node == 1 else node
+    net.set_evidence(node, outcome)
+    assert net.get_evidence("B") == 1 and net.get_evidence_id("B") == "b1"
+    assert net.is_evidence(h["B"]) and net.is_real_evidence("B") and not net.is_propagated_evidence("B")
+    # Evidence fixes the value: it is valid and one-hot.
+    assert net.is_value_valid("B")
+    assert net.get_node_value("B") == [0.0, 1.0, 0.0]
+
+
+def test_keyword_forms(small):
+    net, h = small
+    net.set_evidence(node_id="B", outcome_id="b2")
+    assert net.get_evidence(node_handle=h["B"]) == 2
+    net.set_evidence(node_handle=h["B"], outcome_index=0)
+    assert net.get_evidence_id(node_id="B") == "b0"
+
+
+def test_replacing_evidence(small):
+    net, _ = small
+    net.set_evidence("A", "a0")
+    assert net.get_evidence("A") == 0 and net.get_node_value("A") == [1.0, 0.0]
+
+
+def test_no_evidence(small):
+    net, h = small
+    before = describe(net)
+    with quarn_error(-2, "QUARN Error -2 in function Network.GetEvidence. Node 'B' has no evidence"):
+        net.get_evidence(h["B"])
+    with quarn_error(-2, "QUARN Error -2 in function Network.GetEvidenceId. Node 'B' has no evidence"):
+        net.get_evidence_id("B")
+    with quarn_error(-2, "QUARN Error -2 in function Network.ClearEvidence"):
+        net.clear_evidence("B")
+    assert describe(net) == before
+
+
+def test_clear_evidence(small):
+    net, h = small
+    net.clear_evidence("A")
+    assert not net.is_evidence("A") and not net.is_value_valid(h["A"])
+    with quarn_error(-4, "QUARN Error -4 in function NodeValueValidation. Value of node 'A' is not valid"):
+        net.get_node_value("A")
+
+
+def test_evidence_on_a_node_without_outcomes(small):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-2, OCCURED + "Invalid outcome index \x00 for node 'U', valid indices are 0..-1"):
+        net.set_evidence("U", 0)
+    assert describe(net) == before
+
+
+def test_clear_all_evidence(small):
+    net, h = small
+    net.set_evidence("B", 2)
+    net.clear_all_evidence()
+    for node in h.values():
+        assert not (net.is_evidence(node) or net.is_virtual_evidence(node) or net.is_controlled(node))
+
+
+# ---- virtual evidence ------------------------------------------------------------------------
+
+
+def test_virtual_evidence(small):
+    net, h = small
+    assert net.is_virtual_evidence("D") and net.get_virtual_evidence(h["D"]) == [0.25, 0.75]
+    net.set_virtual_evidence("B", [0.2, 0.2, 0.2])
+    assert net.get_virtual_evidence("B") == pytest.approx([1 / 3] * 3)
+    net.set_virtual_evidence("B", [0.5, 0.25, 0.25000001])
+    assert net.get_virtual_evidence("B") == [0.5, 0.25, 0.25000001]
+    # Hard and virtual evidence exclude each other.
+    net.set_virtual_evidence("A", [0.4, 0.6])
+    assert not net.is_evidence("A") and net.is_virtual_evidence("A")
+    net.set_evidence("D", 0)
+    assert not net.is_virtual_evidence("D")
+    net.clear_evidence("A")
+    assert not net.is_virtual_evidence("A")
+
+
+@pytest.mark.parametrize("values, code", [
+    ([0.0, 0.0, 0.0], -3), ([1.2, 0.0, 0.0], -4), ([-0.1, 0.5, 0.5], -4), ([math.nan, 0.5, 0.5], -4),
+    ([0.5, 0.5], -2), ([0.2] * 4, -2), ([], -2),
+])
+def test_refused_virtual_evidence(small, values, code):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(code, "QUARN Error %d in function Network.SetVirtualEvidence" % code):
+        net.set_virtual_evidence("B", values)
+    assert describe(net) == before
+
+
+def test_no_virtual_evidence(small):
+    net, _ = small
+    with quarn_error(-2, "QUARN Error -2 in function Network.GetVirtualEvidence"):
+        net.get_virtual_evidence("A")
+
+
+def test_virtual_evidence_on_a_utility_node(small):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-51, "QUARN Error -51 in function Network.SetVirtualEvidence"):
+        net.set_virtual_evidence("U", [])
+    assert describe(net) == before
+
+
+# ---- continuous evidence ----------------------------------------------------------------------
+
+
+def test_continuous_evidence_through_point_values(small):
+    net, h = small
+    net.set_cont_evidence("D", 2.5)
+    assert net.get_evidence("D") == 1
+    assert net.get_cont_evidence(h["D"]) == 2.5
+    net.set_intervals("B", [0.0, 1.0, 2.0, 3.0])
+    net.set_cont_evidence(h["B"], 1.25)
+    assert net.get_evidence("B") == 1 and net.get_cont_evidence("B") == 1.25
+
+
+@pytest.mark.parametrize("node, value, code", [("D", 2.0, -2), ("B", 1.0, -3), ("U", 1.0, -51)])
+def test_refused_continuous_evidence(small, node, value, code):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(code, "QUARN Error %d in function Network.SetContEvidence" % code):
+        net.set_cont_evidence(node, value)
+    assert describe(net) == before
+
+
+def test_mean_and_standard_deviation(small):
+    net, h = small
+    before = describe(net)
+    with quarn_error(-4, "QUARN Error -4 in function NodeValueValidation. Value of node 'D' is not valid"):
+        net.get_node_mean("D")
+    with quarn_error(-4, "QUARN Error -4 in function NodeValueValidation. Value of node 'D' is not valid"):
+        net.get_node_std_dev(h["D"])
+    # No point values or intervals: nothing to average.
+    with quarn_error(-3, "QUARN Error -3 in function Network.GetNodeMean"):
+        net.get_node_mean("A")
+    assert describe(net) == before
+    net.set_cont_evidence("D", 1.5)
+    assert (net.get_node_mean(h["D"]), net.get_node_std_dev("D")) == (1.5, 0.0)
+    net.set_intervals("B", [0.0, 2.0, 4.0, 10.0])
+    net.set_evidence("B", "b2")
+    assert (net.get_node_mean("B"), net.get_node_std_dev("B")) == (7.0, 0.0)
+
+
+def test_continuous_evidence_needs_a_number(small):
+    net, _ = small
+    with quarn_error(-3, "QUARN Error -3 in function Network.GetContEvidence"):
+        net.get_cont_evidence("A")      # given as an outcome
+    with quarn_error(-2, "QUARN Error -2 in function Network.GetContEvidence"):
+        net.get_cont_evidence("B")      # none at all
+
+
+# ---- targets --------------------------------------------------------------------------------
+
+
+def test_targets(small):
+    net, h = small
+    assert net.is_target("B") and not net.is_target(h["C"])
+    net.set_target("C", True)
+    net.set_target(h["B"], target=False)
+    assert [net.is_target(x) for x in h.values()] == [False, False, True, False, False]
+    net.clear_all_targets()
+    assert not any(net.is_target(x) for x in h.values())
+
+
+@pytest.mark.parametrize("node, flag", [("B", True), ("C", False)])
+def test_target_already_in_that_state(small, node, flag):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-4, "QUARN Error -4 in function Network.SetTarget"):
+        net.set_target(node, flag)
+    assert describe(net) == before
+
+
+# ---- controlled values ---------------------------------------------------------------------------
+
+
+def test_controlled_values(small):
+    net, h = small
+    net.set_controlled_value("B", "b2")
+    assert net.is_controlled(h["B"]) and net.is_evidence("B")
+    assert net.get_controlled_value("B") == 2 and net.get_controlled_value_id("B") == "b2"
+    net.set_controlled_value(h["B"], 0)
+    assert net.get_controlled_value_id("B") == "b0"
+    net.clear_controlled_value("B")
+    assert not net.is_controlled("B") and not net.is_evidence("B")
+    # Clearing what is not there changes nothing.
+    before = describe(net)
+    net.clear_controlled_value("B")
+    assert describe(net) == before
+
+
+def test_no_controlled_value(small):
+    net, _ = small
+    with quarn_error(-2, "QUARN Error -2 in function Network.GetControlledValue. Node 'A' has no controlled value"):
+        net.get_controlled_value("A")
+    with quarn_error(-2, "QUARN Error -2 in function Network.GetControlledValueId. Node 'A' has no controlled "
+                         "value"):
+        net.get_controlled_value_id("A")
+
+
+def test_control_is_refused_when_a_descendant_has_evidence(small):
+    net, _ = small
+    net.set_evidence("C", 0)
+    before = describe(net)
+    with quarn_error(-2, "QUARN Error -2 in function Network.SetControlledValue"):
+        net.set_controlled_value("B", 1)
+    assert describe(net) == before
+
+
+# ---- node values and updating ------------------------------------------------------------------
+
+
+def test_values_are_invalid_before_updating(small):
+    net, h = small
+    assert not net.is_value_valid("B")
+    with quarn_error(-4, "QUARN Error -4 in function NodeValueValidation. Value of node 'B' is not valid"):
+        net.get_node_value(h["B"])
+
+
+def test_a_failed_update_is_reported_with_its_log(net):
+    build_impossible(net)
+    before = describe(net)
+    with pytest.raises(QUARNException) as info:
+        net.update_beliefs()
+    assert str(info.value).startswith("QUARN Error %d in function Network.UpdateBeliefs" % info.value.error_code)
+    assert info.value.error_code < 0
+    assert describe(net) == before
+
+
+def test_probability_of_impossible_evidence_is_refused(net, inference_available):
+    if not inference_available:
+        pytest.skip("belief updating is not available in this build")
+    build_impossible(net)
+    before = describe(net)
+    with pytest.raises(QUARNException) as info:
+        net.prob_evidence()
+    assert info.value.error_code < 0
+    assert describe(net) == before
+
+
+def test_update_of_an_empty_network(net, inference_available):
+    if not inference_available:
+        pytest.skip("belief updating is not available in this build")
+    net.update_beliefs()
+    assert net.prob_evidence() == 1.0
+
+
+def test_beliefs_after_updating(small, inference_available):
+    if not inference_available:
+        pytest.skip("belief updating is not available in this build")
+    net, h = small
+    net.delete_node("U")      # keeps it a Bayesian network
+    net.set_virtual_evidence("D", [0.5, 0.5])
+    net.clear_all_targets()
+    net.update_beliefs()
+    # A = a1 observed; B has prior (0.2, 0.3, 0.5); P(c0 | a1, b) = 0.4, 0.5, 0.6.
+    assert net.get_node_value("B") == pytest.approx([0.2, 0.3, 0.5])
+    expected_c0 = 0.2 * 0.4 + 0.3 * 0.5 + 0.5 * 0.6
+    assert net.get_node_value("C") == pytest.approx([expected_c0, 1 - expected_c0])
+    assert all(net.is_value_valid(x) for x in ("A", "B", "C", "D"))
+
+
+def test_probability_of_evidence(small, inference_available):
+    if not inference_available:
+        pytest.skip("belief updating is not available in this build")
+    net, h = small
+    net.delete_node("U")
+    net.clear_evidence("D")
+    net.set_evidence("B", "b2")
+    net.set_evidence("C", "c1")
+    net.set_target("D", True)   # targets B and D: A and C get no beliefs of their own
+    updated = copy.deepcopy(net)
+    updated.update_beliefs()
+    # P(A=a1) P(B=b2) P(C=c1 | a1, b2) with A uniform.
+    assert net.prob_evidence() == pytest.approx(0.5 * 0.5 * 0.4)
+    # Evidence and targets are as they were; the beliefs are those of update_beliefs.
+    assert describe(net) == describe(updated)
+    net.clear_all_targets()
+    assert net.prob_evidence() == pytest.approx(0.5 * 0.5 * 0.4)

@@ -1,0 +1,306 @@
+"""Nodes and arcs: enumeration, identity, types, adding and deleting."""
+import pytest
+
+from pyquarn import NodeType
+
+from conftest import (OCCURED, bad_node_cases, check_bad_node, check_wrong_type, describe, quarn_error,
+                      wrong_type_cases)
+
+NODE_METHODS = [
+    ("get_next_node", (), "hi"),
+    ("get_next_node_id", (), "hi"),
+    ("get_node_name", (), "i"),
+    ("get_node_type", (), "hi"),
+    ("get_parents", (), "hi"),
+    ("get_parent_ids", (), "hi"),
+    ("get_children", (), "hi"),
+    ("get_child_ids", (), "hi"),
+    ("set_node_name", ("New name",), "hi"),
+    ("get_node_id", (), "h"),
+    ("set_node_id", ("Fresh",), "hi"),
+    ("delete_node", (), "i"),
+    ("set_node_type", (int(NodeType.TRUTH_TABLE),), "hi"),
+    ("set_node_description", ("text",), "hi"),
+    ("get_node_description", (), "i"),
+]
+
+
+@pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(NODE_METHODS)))
+def test_unknown_node_is_refused(small, method, node, extra, text):
+    check_bad_node(small, method, node, extra, text)
+
+
+@pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(NODE_METHODS)))
+def test_node_of_wrong_type_is_refused(small, method, node, extra):
+    check_wrong_type(small, method, node, extra)
+
+
+@pytest.mark.parametrize("method", ["add_arc", "delete_arc"])
+@pytest.mark.parametrize("parent, child, text", [
+    (99, "C", "99"), ("A", 99, "99"), (-4, "C", "-4"), ("Nope", "C", "-2"), ("A", "Nope", "-2"),
+])
+def test_arcs_with_an_unknown_node_are_refused(small, method, parent, child, text):
+    net, h = small
+    # Both nodes are named the same way: handles with handles, ids with ids.
+    if isinstance(parent, int) or isinstance(child, int):
+        parent = h[parent] if isinstance(parent, str) else parent
+        child = h[child] if isinstance(child, str) else child
+    before = describe(net)
+    with quarn_error(-3, OCCURED + "Invalid node handle: " + text):
+        getattr(net, method)(parent, child)
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("method", ["add_arc", "delete_arc"])
+@pytest.mark.parametrize("args", [(0, "C"), ("A", 2), (0.0, 2), (0, None), (None, None)])
+def test_arcs_need_two_handles_or_two_ids(small, method, args):
+    net, _ = small
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(*args)
+    assert describe(net) == before
+
+
+# ---- adding nodes -------------------------------------------------------------------
+
+
+def test_add_node_forms(net):
+    assert net.add_node(NodeType.DECISION, "Choice") == 0
+    assert net.add_node(NodeType.UTILITY) == 1
+    assert net.add_node("Plain") == 2
+    assert net.add_node() == 3
+    assert net.get_all_node_ids() == ["Choice", "Node1", "Plain", "Node3"]
+    assert [net.get_node_type(h) for h in range(4)] == [NodeType.DECISION, NodeType.UTILITY, NodeType.CPT,
+                                                       NodeType.CPT]
+    assert net.add_node(node_type=NodeType.TRUTH_TABLE, node_id="T") == 4
+    assert net.get_node_type("T") == 20
+    assert net.get_node_count() == 5
+
+
+def test_generated_ids_skip_ids_in_use(net):
+    net.add_node(NodeType.CPT, "Node2")
+    net.add_node(NodeType.CPT, "Node1")
+    assert net.get_node_id(net.add_node(NodeType.CPT)) == "Node3"
+
+
+def test_deleted_handles_are_reused_lowest_first(net):
+    for name in ("A", "B", "C"):
+        net.add_node(NodeType.CPT, name)
+    net.delete_node(1)
+    assert net.get_all_nodes() == [0, 2]
+    assert net.add_node(NodeType.CPT, "D") == 1
+    assert net.get_all_node_ids() == ["A", "D", "C"]
+
+
+@pytest.mark.parametrize("bad_id", ["1abc", "a-b", "", "a b", "@node", "x.y", "a\x00b", "_a"])
+def test_add_node_refuses_invalid_ids_before_the_engine(small, bad_id):
+    net, _ = small
+    before = describe(net)
+    text = ("Identifier '%s' is invalid - it should start with a letter and contain only letters, digits and "
+            "underscores" % bad_id)
+    for args in ((NodeType.CPT, bad_id), (bad_id,)):
+        with quarn_error(-4, text):
+            net.add_node(*args)
+    assert describe(net) == before
+
+
+def test_add_node_accepts_non_ascii_ids(net):
+    h = net.add_node(NodeType.CPT, "Gr\u00f6\u00dfe_\u6e29\u5ea6")
+    assert net.get_node("Gr\u00f6\u00dfe_\u6e29\u5ea6") == h
+    assert net.get_node_id(h) == "Gr\u00f6\u00dfe_\u6e29\u5ea6"
+
+
+def test_add_node_with_an_id_in_use_is_an_engine_error(small):
+    net, _ = small
+    net.add_submodel(net.get_main_submodel(), "Sub_x")
+    before = describe(net)
+    for taken in ("C", "Sub_x"):
+        with quarn_error(-2, "QUARN Error -2 in function Network.AddNode"):
+            net.add_node(NodeType.CPT, taken)
+    assert describe(net) == before
+
+
+def test_add_node_with_an_unknown_type(small):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-51, "QUARN Error -51 in function Network.AddNode"):
+        net.add_node(NodeType(99), "X")
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("args", [(18, "X"), (18,), (None,), ("X", NodeType.CPT), (NodeType.CPT, 5),
+                                  (NodeType.CPT, None), (b"X", NodeType.CPT)])
+def test_add_node_refuses_wrong_types(small, args):
+    net, _ = small
+    before = describe(net)
+    with pytest.raises(TypeError):
+        net.add_node(*args)
+    assert describe(net) == before
+
+
+# ---- enumeration and identity ----------------------------------------------------------
+
+
+def test_walking_the_nodes(small):
+    net, h = small
+    net.delete_node(h["B"])
+    walked, ids = [], []
+    node = net.get_first_node()
+    node_id = net.get_first_node_id()
+    while node >= 0:
+        walked.append(node)
+        ids.append(node_id)
+        node, node_id = net.get_next_node(node), net.get_next_node_id(node_id)
+    assert walked == net.get_all_nodes() == [h["A"], h["C"], h["D"], h["U"]]
+    assert ids == net.get_all_node_ids()
+    assert node_id is None
+
+
+def test_empty_network_walk(net):
+    assert net.get_first_node() == -2
+    assert net.get_first_node_id() is None
+    assert net.get_all_nodes() == [] and net.get_all_node_ids() == [] and net.get_node_count() == 0
+
+
+def test_names_and_descriptions(small):
+    net, h = small
+    assert net.get_node_name("A") == "Node A"
+    assert net.get_node_name("B") == "B"
+    net.set_node_name("B", new_name="Be \u00e9")
+    net.set_node_description(h["B"], new_description="")
+    assert net.get_node_name("B") == "Be \u00e9" and net.get_node_description("B") == ""
+    assert net.get_node_description("C") == "the child"
+
+
+def test_rename_a_node(small):
+    net, h = small
+    net.set_node_id(h["A"], "Alpha")
+    assert net.get_node("Alpha") == h["A"]
+    assert net.get_parent_ids("C") == ["Alpha", "B"]
+    with quarn_error(-3):
+        net.get_node("A")
+    net.set_node_id("Alpha", new_id="Alpha")
+    assert net.get_node_id(h["A"]) == "Alpha"
+
+
+@pytest.mark.parametrize("new_id, code", [("2fast", -30), ("a-b", -30), ("", -30), ("a\x00b", -30), ("B", -32),
+                                          ("Sub_y", -32)])
+def test_rename_refused(small, new_id, code):
+    net, h = small
+    net.add_submodel(net.get_main_submodel(), "Sub_y")
+    before = describe(net)
+    with quarn_error(code, "QUARN Error %d in function Network.SetNodeId" % code):
+        net.set_node_id(h["A"], new_id)
+    assert describe(net) == before
+
+
+def test_get_node_id_has_only_a_handle_form(small):
+    net, _ = small
+    with pytest.raises(TypeError):
+        net.get_node_id("A")
+    with pytest.raises(TypeError):
+        net.get_node(0)
+
+
+# ---- types ---------------------------------------------------------------------------
+
+
+def test_change_type_keeps_outcomes(small):
+    net, h = small
+    net.set_node_type("B", NodeType.TRUTH_TABLE)
+    assert net.get_node_type(h["B"]) == NodeType.TRUTH_TABLE
+    assert net.get_outcome_ids("B") == ["b0", "b1", "b2"]
+
+
+def test_change_type_removes_arcs_the_new_type_cannot_have(small):
+    net, h = small
+    net.set_node_type(h["A"], int(NodeType.UTILITY))
+    assert net.get_parents("C") == [h["B"]]
+    assert net.get_children("A") == []
+
+
+@pytest.mark.parametrize("bad_type", [99, 0, -1, 19])
+def test_change_to_unknown_type_is_refused(small, bad_type):
+    net, h = small
+    before = describe(net)
+    with quarn_error(-51, "QUARN Error -51 in function Network.SetNodeType"):
+        net.set_node_type(h["C"], bad_type)
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("bad_type", [18.0, None, "CPT"])
+def test_change_type_refuses_wrong_types(small, bad_type):
+    net, h = small
+    before = describe(net)
+    with pytest.raises(TypeError):
+        net.set_node_type(h["C"], bad_type)
+    assert describe(net) == before
+
+
+# ---- arcs ----------------------------------------------------------------------------
+
+
+def test_arcs_by_handle_and_by_id(small):
+    net, h = small
+    net.add_arc("D", "C")
+    assert net.get_parents(h["C"]) == [h["A"], h["B"], h["D"]]
+    assert net.get_parent_ids("C") == ["A", "B", "D"]
+    assert net.get_children("D") == [h["C"]] and net.get_child_ids(h["A"]) == ["C"]
+    assert len(net.get_node_definition("C")) == 24
+    net.delete_arc(h["B"], h["C"])
+    assert net.get_parent_ids("C") == ["A", "D"]
+    assert len(net.get_node_definition("C")) == 8
+
+
+@pytest.mark.parametrize("parent, child, code", [
+    ("A", "C", -2),      # already there
+    ("C", "A", -2),      # already there, other way round
+    ("C", "C", -2),      # to itself
+    ("U", "C", -51),     # a utility node feeds no chance node
+])
+def test_refused_arcs(small, parent, child, code):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(code, "QUARN Error %d in function Network.AddArc" % code):
+        net.add_arc(parent, child)
+    assert describe(net) == before
+
+
+def test_arc_closing_a_cycle(small):
+    net, h = small
+    net.add_arc("C", "D")
+    before = describe(net)
+    with quarn_error(-11, "QUARN Error -11 in function Network.AddArc"):
+        net.add_arc(h["D"], h["A"])
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("parent, child", [("C", "A"), ("A", "B"), ("A", "A")])
+def test_deleting_a_missing_arc(small, parent, child):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-2, "QUARN Error -2 in function Network.DeleteArc"):
+        net.delete_arc(parent, child)
+    assert describe(net) == before
+
+
+# ---- deleting nodes ----------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("handle", [99, -1, 5])
+def test_delete_node_passes_a_bad_handle_to_the_engine(small, handle):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-2, "QUARN Error -2 in function Network.DeleteNode"):
+        net.delete_node(handle)
+    assert describe(net) == before
+
+
+def test_delete_node_removes_its_arcs(small):
+    net, h = small
+    net.delete_node("A")
+    assert net.get_parents("C") == [h["B"]]
+    assert len(net.get_node_definition("C")) == 6
+    assert net.get_all_node_ids() == ["B", "C", "D", "U"]
+    with quarn_error(-3):
+        net.get_node_type(h["A"])

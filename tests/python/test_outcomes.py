@@ -1,0 +1,281 @@
+"""Outcomes: identifiers, adding, inserting, renaming and deleting, interval
+edges and point values."""
+import math
+
+import pytest
+
+from pyquarn import NodeType
+
+from conftest import (OCCURED, bad_node_cases, check_bad_node, check_wrong_type, describe, quarn_error,
+                      wrong_type_cases)
+
+OUTCOME_NODE_METHODS = [
+    ("get_outcome_ids", (), "i"),
+    ("get_outcome_count", (), "hi"),
+    ("add_outcome", ("o9",), "hi"),
+    ("delete_outcome", (0,), "hi"),
+    ("delete_outcome", ("b0",), "hi"),
+    ("get_outcome_id", (0,), "i"),
+    ("has_outcome_ids", (), "hi"),
+    ("has_intervals", (), "hi"),
+    ("remove_intervals", (), "hi"),
+    ("has_point_values", (), "hi"),
+    ("set_point_values", ([1.0, 2.0],), "hi"),
+    ("remove_point_values", (), "hi"),
+    ("insert_outcome", (0, "o9"), "hi"),
+    ("set_outcome_id", (0, "z9"), "hi"),
+    ("set_outcome_id", ("b0", "z9"), "hi"),
+    ("get_intervals", (), "hi"),
+    ("set_intervals", ([0.0, 1.0, 2.0],), "hi"),
+    ("get_point_values", (), "hi"),
+]
+
+
+@pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(OUTCOME_NODE_METHODS)))
+def test_unknown_node_is_refused(small, method, node, extra, text):
+    check_bad_node(small, method, node, extra, text)
+
+
+@pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(OUTCOME_NODE_METHODS)))
+def test_node_of_wrong_type_is_refused(small, method, node, extra):
+    check_wrong_type(small, method, node, extra)
+
+
+# Methods naming an outcome of node B (b0, b1, b2): (method, node forms, extra).
+OUTCOME_METHODS = [
+    ("delete_outcome", ("B", 1), ()),
+    ("get_outcome_id", ("B",), ()),
+    ("set_outcome_id", ("B", 1), ("z9",)),
+]
+
+
+@pytest.mark.parametrize("method, forms, extra", OUTCOME_METHODS)
+@pytest.mark.parametrize("index, shown", [(3, "\x03"), (65, "A"), (300, "\u012c"), (-1, "\ufffd")])
+def test_outcome_index_out_of_range(small, method, forms, extra, index, shown):
+    net, h = small
+    before = describe(net)
+    for node in (h["B"] if f == 1 else f for f in forms):
+        # The index appears as the one character whose code it is.
+        text = OCCURED + "Invalid outcome index %s for node 'B', valid indices are 0..2" % shown
+        with quarn_error(-2, text):
+            getattr(net, method)(node, index, *extra)
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("method, forms, extra", [m for m in OUTCOME_METHODS if m[0] != "get_outcome_id"])
+@pytest.mark.parametrize("outcome_id", ["zz", "B0", "", "b0 ", "b0\x00x"])
+def test_unknown_outcome_id(small, method, forms, extra, outcome_id):
+    net, h = small
+    before = describe(net)
+    for node in (h["B"] if f == 1 else f for f in forms):
+        with quarn_error(-4, OCCURED + "Invalid outcome identifier '%s' for node 'B'" % outcome_id):
+            getattr(net, method)(node, outcome_id, *extra)
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("method, args", [
+    ("delete_outcome", ("B", 1.0)), ("delete_outcome", ("B", None)), ("get_outcome_id", ("B", "b0")),
+    ("get_outcome_id", (1, 0)), ("set_outcome_id", ("B", 0, 5)), ("set_outcome_id", ("B", 0, None)),
+    ("add_outcome", ("B", 5)), ("insert_outcome", ("B", 1.0, "x")), ("insert_outcome", ("B", "x", 1)),
+    ("set_point_values", ("B", "abc")), ("set_point_values", ("B", [None, 1.0, 2.0])),
+    ("set_point_values", ("B", 1.0)), ("set_intervals", ("B", [0.0, 1.0, 2.0, 3.0], 1)),
+    ("set_intervals", ("B", [0.0, 1.0, 2.0, 3.0], None)), ("set_intervals", ("B", ["0", "1", "2", "3"])),
+])
+def test_wrong_argument_types(small, method, args):
+    net, _ = small
+    before = describe(net)
+    with pytest.raises(TypeError):
+        getattr(net, method)(*args)
+    assert describe(net) == before
+
+
+# ---- reading ---------------------------------------------------------------------------
+
+
+def test_outcome_ids_and_counts(small):
+    net, h = small
+    assert net.get_outcome_ids("B") == ["b0", "b1", "b2"]
+    assert net.get_outcome_count(h["B"]) == net.get_outcome_count("B") == 3
+    assert net.get_outcome_id("B", 2) == "b2"
+    assert net.has_outcome_ids("B") and net.has_outcome_ids(h["A"])
+
+
+def test_a_utility_node_has_no_outcomes(small):
+    net, h = small
+    assert net.get_outcome_ids("U") == []
+    assert net.get_outcome_count("U") == 0
+    assert not net.has_outcome_ids(h["U"])
+    assert not net.has_intervals("U") and not net.has_point_values("U")
+    before = describe(net)
+    with quarn_error(-2, OCCURED + "Invalid outcome index \x00 for node 'U', valid indices are 0..-1"):
+        net.get_outcome_id("U", 0)
+    for method, args, label in [
+        ("add_outcome", ("x1",), "AddOutcome"), ("insert_outcome", (0, "x1"), "InsertOutcome"),
+        ("get_intervals", (), "GetIntervals"), ("set_intervals", ([0.0, 1.0, 2.0],), "SetIntervals"),
+        ("remove_intervals", (), "RemoveIntervals"), ("get_point_values", (), "GetPointValues"),
+        ("set_point_values", ([1.0],), "SetPointValues"), ("remove_point_values", (), "RemovePointValues"),
+    ]:
+        with quarn_error(-51, contains="QUARN Error -51 in function Network." + label):
+            getattr(net, method)("U", *args)
+    assert describe(net) == before
+
+
+# ---- adding, inserting, renaming, deleting -----------------------------------------------
+
+
+def test_add_outcome_follows_in_the_tables(small):
+    net, h = small
+    net.add_outcome("B", "b3")
+    assert net.get_outcome_ids("B") == ["b0", "b1", "b2", "b3"]
+    # The new outcome has probability 0; the child gets a uniform column for it.
+    assert net.get_node_definition("B") == [0.2, 0.3, 0.5, 0.0]
+    assert len(net.get_node_definition("C")) == 16
+    assert net.get_node_definition("C")[-2:] == [0.5, 0.5]
+
+
+def test_insert_outcome(small):
+    net, h = small
+    net.insert_outcome(h["B"], 0, "first")
+    net.insert_outcome("B", position=2, outcome_id="middle")
+    assert net.get_outcome_ids("B") == ["first", "b0", "middle", "b1", "b2"]
+
+
+@pytest.mark.parametrize("position", [-1, 4, 100])
+def test_insert_outcome_at_a_bad_position(small, position):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-2, "QUARN Error -2 in function Network.InsertOutcome"):
+        net.insert_outcome("B", position, "x9")
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("method, args", [("add_outcome", ()), ("insert_outcome", (1,))])
+@pytest.mark.parametrize("bad_id", ["9lives", "a-b", "", "two words"])
+def test_new_outcome_ids_must_be_valid(small, method, args, bad_id):
+    net, _ = small
+    before = describe(net)
+    text = ("Identifier '%s' is invalid - it should start with a letter and contain only letters, digits and "
+            "underscores" % bad_id)
+    with quarn_error(-4, text):
+        getattr(net, method)("B", *args, bad_id)
+    assert describe(net) == before
+
+
+@pytest.mark.parametrize("method, args, label", [("add_outcome", (), "AddOutcome"),
+                                                  ("insert_outcome", (0,), "InsertOutcome")])
+def test_new_outcome_ids_must_be_unused(small, method, args, label):
+    net, _ = small
+    before = describe(net)
+    text = "QUARN Error -2 in function Network.%s. Outcome identifier 'b1' is already used by node 'B'" % label
+    with quarn_error(-2, text):
+        getattr(net, method)("B", *args, "b1")
+    assert describe(net) == before
+
+
+def test_rename_outcomes(small):
+    net, h = small
+    net.set_outcome_id("B", 0, "low")
+    net.set_outcome_id(h["B"], "b1", new_outcome_id="mid")
+    net.set_outcome_id("B", "b2", "b2")
+    assert net.get_outcome_ids("B") == ["low", "mid", "b2"]
+    assert net.get_evidence_id("A") == "a1"
+    net.set_outcome_id("A", 1, "yes")
+    assert net.get_evidence_id("A") == "yes"
+
+
+def test_rename_to_a_taken_id(small):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-2, "QUARN Error -2 in function Network.SetOutcomeId"):
+        net.set_outcome_id("B", 0, "b2")
+    with quarn_error(-4, contains="Identifier '0b' is invalid"):
+        net.set_outcome_id("B", 0, "0b")
+    assert describe(net) == before
+
+
+def test_delete_outcomes(small):
+    net, h = small
+    net.delete_outcome("B", "b0")
+    assert net.get_outcome_ids("B") == ["b1", "b2"]
+    # Deliberately not renormalised.
+    assert net.get_node_definition("B") == [0.3, 0.5]
+    assert len(net.get_node_definition("C")) == 8
+    before = describe(net)
+    # A node keeps at least two outcomes.
+    for outcome in (0, "b2"):
+        with quarn_error(-2, "QUARN Error -2 in function Network.DeleteOutcome"):
+            net.delete_outcome(h["B"], outcome)
+    assert describe(net) == before
+
+
+def test_deleting_the_evidence_outcome_drops_the_evidence(small):
+    net, h = small
+    net.add_outcome("A", "a2")
+    net.delete_outcome("A", 1)
+    assert not net.is_evidence("A")
+
+
+# ---- intervals and point values -----------------------------------------------------------
+
+
+def test_intervals(small):
+    net, h = small
+    assert not net.has_intervals("B")
+    assert net.get_intervals("B") == []
+    net.set_intervals("B", [0.0, 1.0, 2.5, 4.0])
+    assert net.has_intervals(h["B"])
+    assert net.get_intervals("B") == [0.0, 1.0, 2.5, 4.0]
+    net.set_intervals(h["B"], [0.0, 1.0, 1.0, 2.0, 3.0], adjust_count=True)
+    assert net.get_outcome_count("B") == 4 and net.get_outcome_ids("B")[:3] == ["b0", "b1", "b2"]
+    net.remove_intervals("B")
+    assert not net.has_intervals("B") and net.get_outcome_count("B") == 4
+
+
+@pytest.mark.parametrize("edges, adjust, code", [
+    ([0.0, 1.0], True, -2),                      # fewer than three edges
+    ([0.0, 2.0, 1.0, 3.0], True, -4),            # decreasing
+    ([0.0, 1.0, 1.0, 1.0], True, -4),            # two empty intervals in a row
+    ([0.0, math.nan, 1.0, 2.0], True, -4),
+    ([0.0, 1.0, 2.0, 3.0, 4.0], False, -2),      # count differs and may not change
+])
+def test_refused_intervals(small, edges, adjust, code):
+    net, _ = small
+    net.set_intervals("B", [0.0, 1.0, 2.0, 3.0])
+    before = describe(net)
+    with quarn_error(code, "QUARN Error %d in function Network.SetIntervals" % code):
+        net.set_intervals("B", edges, adjust)
+    assert describe(net) == before
+
+
+def test_interval_count_change_that_would_overflow_a_child_table(net):
+    edges = [float(i) for i in range(1301)]
+    p = net.add_node(NodeType.CPT, "P")
+    q = net.add_node(NodeType.CPT, "Q")
+    c = net.add_node(NodeType.CPT, "C")
+    net.set_intervals(q, edges)
+    net.set_intervals(c, edges)
+    net.add_arc(p, c)
+    net.add_arc(q, c)
+    before = describe(net)
+    with quarn_error(-42, "QUARN Error -42 in function Network.SetIntervals. Table too large"):
+        net.set_intervals(p, edges)
+    assert describe(net) == before
+
+
+def test_point_values(small):
+    net, h = small
+    assert net.has_point_values("D")
+    assert net.get_point_values(h["D"]) == [1.5, 2.5]
+    net.set_point_values("B", [-1.0, 0.0, 1e300])
+    assert net.get_point_values("B") == [-1.0, 0.0, 1e300]
+    net.remove_point_values("B")
+    assert not net.has_point_values("B") and net.get_point_values("B") == []
+
+
+@pytest.mark.parametrize("values", [[], [1.0], [1.0, 2.0, 3.0, 4.0]])
+def test_point_values_need_one_per_outcome(small, values):
+    net, _ = small
+    before = describe(net)
+    with quarn_error(-2, "QUARN Error -2 in function Network.SetPointValues"):
+        net.set_point_values("B", values)
+    assert describe(net) == before
