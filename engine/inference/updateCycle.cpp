@@ -1,5 +1,13 @@
-// The belief update cycle: classification, dispatch by algorithm id,
-// invalidation, and the relevance event hooks.
+// The belief update cycle: classification of the network, dispatch by
+// algorithm id, invalidation of beliefs, immediate updating and the
+// probability of evidence.
+#include <exception>
+#include <new>
+
+#include "inference/clustering.h"
+#include "inference/inferenceCache.h"
+#include "inference/jointTree.h"
+#include "inference/rNetwork.h"
 #include "network/network.h"
 #include "network/nodeDef.h"
 
@@ -8,13 +16,59 @@ unsigned VEK_initRelevanceFlags() {
            VEK_REL_DEF_CHANGE_3;
 }
 
+namespace {
+
+constexpr int kTemporalPlate = 3;
+
+const char* SamplingName(int id) {
+    switch (id) {
+        case VEK_ALG_BN_HENRION: return "Henrion's algorithm";
+        case VEK_ALG_BN_PEARL: return "Pearl's exact algorithm";
+        // Heuristic importance sampling runs the likelihood-sampling routine.
+        case VEK_ALG_BN_LSAMPLING:
+        case VEK_ALG_BN_HEURISTICIMPORTANCE: return "Likelihood sampling";
+        case VEK_ALG_BN_SELFIMPORTANCE: return "Self importance sampling";
+        case VEK_ALG_BN_BACKSAMPLING: return "Backward sampling algorithm";
+        case VEK_ALG_BN_AISSAMPLING: return "Adaptive Importance Sampling algorithm";
+        case VEK_ALG_BN_EPISSAMPLING: return "Evidence Pre-propagation Importance Sampling";
+        default: return "Loopy Belief Propagation algorithm";
+    }
+}
+
+// Id 10: every sub-network of a split with mask 3 by the older join tree.
+int LauritzenSplit(VEK_network& net) {
+    VEK_rNetworkContainer container;
+    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE)) return VEK_OKAY;
+    for (int i = 0; i < container.GetCount(); ++i) {
+        VEK_rNetwork* sub = container.GetAt(i);
+        if (sub->GetNodeCount() == 1) {
+            sub->Set_Prior_Beliefs(nullptr);
+        } else if (Infer_Lauritzen_Spiegelhalter(*sub) == VEK_OUT_OF_MEMORY) {
+            return VEK_OUT_OF_MEMORY;
+        }
+        container.DeleteAt(i);
+    }
+    return VEK_OKAY;
+}
+
+}  // namespace
+
 int VEK_network::UpdateBeliefs() {
     struct UpdatingGuard {
         unsigned char& flag;
         explicit UpdatingGuard(unsigned char& f) : flag(f) { flag = 1; }
         ~UpdatingGuard() { flag = 0; }
     } guard(updating_);
-    int res = DoUpdateBeliefs();
+    int res;
+    // Nothing thrown inside the engine leaves it; the listener is the
+    // caller's code and may throw past this point.
+    try {
+        res = DoUpdateBeliefs();
+    } catch (const std::bad_alloc&) {
+        res = logger_.LogError(VEK_OUT_OF_MEMORY);
+    } catch (const std::exception& ex) {
+        res = logger_.LogError(VEK_GENERAL_ERROR, ex.what());
+    }
     if (listener_) listener_->OnUpdate(*this, res);
     return res;
 }
@@ -24,8 +78,15 @@ int VEK_network::DoUpdateBeliefs() {
     bool influence = false;
     bool equations = false;
     for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h] && nodes_[h]->GetTemporalType() == kTemporalPlate) {
+            return logger_.LogError(VEK_WRONG_NODE_TYPE, "Dynamic network update is not available");
+        }
+    }
+    for (int h = 0; h < GetSlotCount(); ++h) {
         if (!nodes_[h]) continue;
-        int t = nodes_[h]->Definition()->GetType();
+        // Equation nodes are the ones without a definition object for now.
+        const VEK_nodeDef* def = nodes_[h]->Definition();
+        const int t = def ? def->GetType() : VEK_EQUATION;
         if (t == VEK_TABLE || t == VEK_LIST || t == VEK_MAU) influence = true;
         if (t == VEK_EQUATION) equations = true;
     }
@@ -33,14 +94,25 @@ int VEK_network::DoUpdateBeliefs() {
         return logger_.LogError(VEK_OUT_OF_RANGE, "Equation nodes cannot be used in influence diagrams.");
     }
     if (influence) return CallIDAlgorithm();
+    // Networks with equation nodes go to the Bayesian algorithm, which
+    // refuses nodes without a probability table.
     return CallBNAlgorithm();
 }
 
 int VEK_network::CallBNAlgorithm() {
     RemoveJpts();
     if (bnAlgorithm_ < 0 || bnAlgorithm_ > 12) return VEK_OUT_OF_RANGE;
+    InferenceCache().BumpBeliefsVersion();
     if (nodeCount_ == 0) return VEK_OKAY;
-    return logger_.LogError(VEK_WRONG_NODE_TYPE, "This inference algorithm is not available");
+    switch (bnAlgorithm_) {
+        case VEK_ALG_BN_LAURITZEN: return TsClustering(*this);
+        case VEK_ALG_BN_LAURITZEN_SPLIT: return LauritzenSplit(*this);
+        case VEK_ALG_BN_LAURITZEN_LINEAR_DECOMP: return TsClusteringLinearDecomp(*this);
+        case VEK_ALG_BN_LAURITZEN_RECURSIVE_DECOMP: return TsClusteringRecursiveDecomp(*this);
+        default:
+            return logger_.VLogError(VEK_WRONG_NODE_TYPE, "The inference algorithm %s is not available",
+                                     SamplingName(bnAlgorithm_));
+    }
 }
 
 int VEK_network::CallIDAlgorithm() {
@@ -50,11 +122,14 @@ int VEK_network::CallIDAlgorithm() {
 
 int VEK_network::InvalidateAllBeliefs() {
     RemoveJpts();
+    InferenceCache().BumpBeliefsVersion();
     for (auto& n : nodes_) {
-        if (n) n->Value()->Invalidate();
+        if (n && n->Value()) n->Value()->Invalidate();
     }
     return VEK_OKAY;
 }
+
+void VEK_network::RemoveJpts() { InferenceCache().RemovePotentials(); }
 
 int VEK_network::SetUpdateImmediate(bool on) {
     if (!on) {
@@ -66,46 +141,20 @@ int VEK_network::SetUpdateImmediate(bool on) {
     return UpdateBeliefs();
 }
 
-// Every model change drops computed beliefs; the relevance-specific work
-// only runs when relevance reasoning is on.
-int VEK_network::RelevanceEvidenceSet(int handle) {
-    if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
-    InvalidateAllBeliefs();
-    scopeDirty_ = true;
-    if (!(flags_ & VEK_FLAG_RELEVANCE) || !(relevanceMask_ & VEK_REL_EVIDENCE)) return VEK_OKAY;
-    return VEK_OKAY;
+void VEK_network::SetTargetQuiet(int handle, bool on) {
+    VEK_node* n = GetNode(handle);
+    if (!n || n->IsTarget() == on) return;
+    n->SetTargetFlag(on);
+    targetCount_ += on ? 1 : -1;
 }
 
-int VEK_network::RelevanceEvidenceCleared(int handle) {
-    if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
-    InvalidateAllBeliefs();
-    scopeDirty_ = true;
-    return VEK_OKAY;
-}
-
-int VEK_network::RelevanceVirtualEvidenceSet(int handle) { return RelevanceEvidenceCleared(handle); }
-int VEK_network::RelevanceVirtualEvidenceCleared(int handle) { return RelevanceEvidenceCleared(handle); }
-int VEK_network::RelevanceContEvidenceChanged(int handle) { return RelevanceEvidenceCleared(handle); }
-int VEK_network::RelevanceEvidencePropagated(int handle) { return RelevanceEvidenceCleared(handle); }
-int VEK_network::RelevancePropagatedEvidenceCleared(int handle) { return RelevanceEvidenceCleared(handle); }
-
-int VEK_network::RelevanceControlValue(int) { return VEK_OKAY; }
-int VEK_network::RelevanceClearControlledValue(int) { return VEK_OKAY; }
-
-int VEK_network::RelevanceArcAdded(int, int) {
-    InvalidateAllBeliefs();
-    scopeDirty_ = true;
-    return VEK_OKAY;
-}
-
-int VEK_network::RelevanceArcRemoved(int, int) {
-    InvalidateAllBeliefs();
-    scopeDirty_ = true;
-    return VEK_OKAY;
-}
-
-int VEK_network::RelevanceDefinitionChanged(int, unsigned) {
-    InvalidateAllBeliefs();
-    scopeDirty_ = true;
-    return VEK_OKAY;
+int VEK_network::ProbEvidence(double& p) {
+    if (InferenceCache().GetLastProbEvidence(p)) return VEK_OKAY;
+    try {
+        return TsClusteringProbE(*this, p);
+    } catch (const std::bad_alloc&) {
+        return logger_.LogError(VEK_OUT_OF_MEMORY);
+    } catch (const std::exception& ex) {
+        return logger_.LogError(VEK_GENERAL_ERROR, ex.what());
+    }
 }

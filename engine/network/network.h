@@ -21,6 +21,25 @@
 
 class VEK_network;
 class VEK_fileFormat;
+class VEK_inferenceCache;
+
+// Owns a network's inference cache (compiled join trees, stored potentials);
+// created on first use, never copied with the network.
+class VEK_inferenceCacheHolder {
+public:
+    VEK_inferenceCacheHolder() = default;
+    VEK_inferenceCacheHolder(const VEK_inferenceCacheHolder&) {}
+    VEK_inferenceCacheHolder& operator=(const VEK_inferenceCacheHolder&) {
+        Reset();
+        return *this;
+    }
+    ~VEK_inferenceCacheHolder();
+    VEK_inferenceCache& Get() const;
+    void Reset();
+
+private:
+    mutable VEK_inferenceCache* cache_ = nullptr;
+};
 
 // Chooses handles for new nodes instead of the lowest free slot.
 class VEK_handleAllocPolicy {
@@ -208,7 +227,19 @@ public:
     // Immediate-update scopes: the update runs when the outermost closes.
     void BeginUpdateScope() { ++scopeDepth_; }
     void EndUpdateScope();
-    void RemoveJpts() {}
+    // Drops the potentials stored by the last join-tree run.
+    void RemoveJpts();
+    // Probability of the evidence (hard evidence, with virtual evidence as
+    // likelihoods and controlled values as interventions): taken from the
+    // last update when it computed it, else by its own join-tree run.
+    int ProbEvidence(double& p);
+    // Compiled join trees, stored potentials and the like.
+    VEK_inferenceCache& InferenceCache() const { return infCache_.Get(); }
+    // Changes a target flag without invalidating beliefs (decompositions set
+    // batches of targets inside one update).
+    void SetTargetQuiet(int handle, bool on);
+    // A node's structure or table changed.
+    void NodeChanged(int handle);
 
     // Relevance hooks, called whenever the model changes.
     int RelevanceEvidenceSet(int handle);
@@ -266,6 +297,8 @@ public:
 
 private:
     void CopyFrom(const VEK_network& other);
+    // Takes over the model of a network that a reader filled (formats/fileFormat.cpp).
+    int TakeOverReadNetwork(VEK_network& fresh);
     void OrderVisit(int handle, VEK_intArray& out);
     bool CycleVisit(int handle);
 
@@ -307,6 +340,7 @@ private:
     std::vector<std::string> extFunctions_;
     int sliceCount_ = 0;
     int reading_ = 0;
+    VEK_inferenceCacheHolder infCache_;
 };
 
 // Defers belief updating until the outermost scope closes.

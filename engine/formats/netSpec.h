@@ -1,0 +1,94 @@
+// A network as another tool's file describes it, before it becomes a
+// VEK_network: nodes by their names in the file, tables by the names of
+// their parents. The text readers and the XMLBIF reader fill one of these;
+// VEK_buildNetwork checks it as a whole (unknown names, cycles, table sizes)
+// and builds a fresh network from it, so a faulty file never touches the
+// caller's network.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+class VEK_network;
+
+struct VEK_specPos {
+    int line = 0;
+    int column = 0;
+};
+
+struct VEK_specNode {
+    std::string name;  // the node's name in the file
+    VEK_specPos pos;
+    int type = 0;  // VEK_CPT, VEK_LIST or VEK_TABLE
+    std::vector<std::string> states;
+    bool hasLabel = false;  // a display name given apart from the name
+    std::string label;
+    bool hasPosition = false;
+    int x = 0, y = 0;  // centre
+    std::vector<double> intervals;    // outcome count + 1 edges, or empty
+    std::vector<double> pointValues;  // one per outcome, or empty
+    std::vector<std::pair<std::string, std::string>> properties;
+};
+
+// One row of a table given per parent configuration.
+struct VEK_specRow {
+    std::vector<std::string> parentStates;
+    std::vector<double> values;
+    VEK_specPos pos;
+};
+
+// Order of a flat table.
+constexpr int VEK_SPEC_CHILD_FASTEST = 0;  // the engine's order
+constexpr int VEK_SPEC_CHILD_SLOWEST = 1;  // child first, then the parents, last fastest
+
+struct VEK_specTable {
+    std::string child;
+    VEK_specPos pos;
+    std::vector<std::string> parents;
+    std::vector<VEK_specPos> parentPos;
+    bool hasValues = false;  // a flat table
+    std::vector<double> values;
+    int order = VEK_SPEC_CHILD_FASTEST;
+    VEK_specPos valuesPos;
+    std::vector<VEK_specRow> rows;  // per-configuration rows
+    bool hasDefault = false;        // values for every configuration no row names
+    std::vector<double> defaultRow;
+    VEK_specPos defaultPos;
+};
+
+struct VEK_netSpec {
+    bool hasName = false;
+    std::string name;
+    std::vector<std::pair<std::string, std::string>> properties;
+    bool hasNodeSize = false;
+    int nodeWidth = 0, nodeHeight = 0;
+    std::vector<VEK_specNode> nodes;
+    std::vector<VEK_specTable> tables;
+};
+
+// Receives the faults that VEK_buildNetwork finds.
+class VEK_specErrorSink {
+public:
+    virtual ~VEK_specErrorSink() = default;
+    virtual void SpecError(int code, const VEK_specPos& pos, const std::string& message) = 0;
+};
+
+// Builds spec into net, which should be a fresh network (ids are made unique
+// here, so it may skip its own id checks). Returns 0, or the code of the
+// first fault (each fault is reported to errors). Never throws.
+int VEK_buildNetwork(const VEK_netSpec& spec, VEK_network& net, VEK_specErrorSink& errors);
+
+// The identifier a name from another tool's file gets: the text itself when
+// it is a valid identifier; otherwise prefix in front when the first
+// character may not begin an identifier, then every character that may not
+// stand in an identifier turned into '_'. Empty text gives the prefix.
+std::string VEK_foreignId(const std::string& text, char prefix);
+
+// Shortest text that reads back as exactly the same double.
+void VEK_appendDouble(std::string& out, double value);
+
+// The name a writer puts in a file for an object with this id and name (or
+// outcome label): the name when it is the text the id was repaired from
+// (so that reading the file gives the id back), otherwise the id.
+const char* VEK_foreignName(const char* id, const char* name, char prefix);

@@ -1,0 +1,49 @@
+// Netica .dne files: a bnet block of node blocks, each a list of
+// "field = value;" statements and nested blocks (visual, user...). Read:
+// kind (NATURE, DECISION, UTILITY, CONSTANT), discrete, chance (CHANCE or
+// DETERMIN), states, numstates, levels, parents, probs, functable, title,
+// comment, statetitles, statecomments and the centre of the node's visual
+// block; the bnet's own title and comment. Everything else is skipped.
+//
+// Written: chance nodes (canonical ones by their computed table), truth
+// tables as deterministic nature nodes with a functable, decisions and
+// utility nodes. Netica names are ASCII, start with a letter and have at
+// most 30 characters: an id that is not such a name is written shortened
+// or repaired, with the original text kept as the title.
+#pragma once
+
+#include <vector>
+
+#include "formats/textSpeaker.h"
+
+class VEK_neticaSpeaker : public VEK_textSpeaker {
+public:
+    explicit VEK_neticaSpeaker(VEK_network& net) : VEK_textSpeaker(net, "Netica") {}
+
+    // What the network description does not carry, per described node.
+    struct Extra {
+        bool hasComment = false;
+        std::string comment;
+        std::vector<std::string> stateTitles;
+        std::vector<std::string> stateComments;
+    };
+
+protected:
+    int Parse(VEK_netSpec& spec) override;
+    int Finish(const VEK_netSpec& spec, const std::vector<int>& handles) override;
+    std::string CheckWritable() override;
+    void WriteText() override;
+
+private:
+    int ParseBnet(VEK_netSpec& spec);
+    int ParseNode(VEK_netSpec& spec, const VEK_token& nameToken);
+    // Skips "= value ;" or "header { ... } [;]" after a field name.
+    int SkipStatement();
+    int SkipBlockBody();
+
+    std::vector<Extra> extras_;
+    bool hasTitle_ = false;
+    std::string title_;
+    bool hasComment_ = false;
+    std::string comment_;
+};

@@ -1,0 +1,31 @@
+// XMLBIF 0.3 files (BIF / NETWORK / VARIABLE / DEFINITION), whatever their
+// extension. VARIABLE TYPE "nature", "decision" and "utility" map to chance,
+// decision and utility nodes; a TABLE lists the child's states fastest, then
+// the GIVEN variables, the last one fastest. PROPERTY "position = (x, y)"
+// places a node, any other PROPERTY "key = value" becomes a user property.
+// A file that is not XML is read as text BIF (see bifTextReader.h).
+#pragma once
+
+#include <string>
+
+#include "formats/fileFormat.h"
+#include "formats/netSpec.h"
+
+class VEK_xmlbifSpeaker : public VEK_fileFormat, private VEK_specErrorSink {
+public:
+    explicit VEK_xmlbifSpeaker(VEK_network& net) : VEK_fileFormat(net) {}
+
+    int ReadNetwork(const char* path) override;
+    int WriteNetwork(const char* path) override;
+    int ReadNetworkFromString(const char* text) override;
+    int WriteNetworkToString(std::string& out) override;
+    bool SuppressAcyclic() const override { return true; }
+    bool SuppressIdInUse() const override { return true; }
+
+private:
+    int Read(std::string text);
+    int ReadXml(const std::string& text, VEK_netSpec& spec);
+    int CheckWritable();
+    int Write(const char* path, std::string* out);
+    void SpecError(int code, const VEK_specPos& pos, const std::string& message) override;
+};

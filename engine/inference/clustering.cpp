@@ -1,0 +1,254 @@
+#include "inference/clustering.h"
+
+#include <memory>
+#include <vector>
+
+#include "inference/inferenceCache.h"
+#include "inference/rNetwork.h"
+#include "inference/tsAdapter.h"
+#include "inference/tsJoinTree.h"
+#include "network/network.h"
+
+namespace {
+
+constexpr unsigned kClusteringMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB;
+
+// The compiled tree for the adapter's sub-network: from the cache, or new
+// and not yet stored.
+TsJoinTree* FindOrMakeTree(VEK_network& net, TsAdapter& adapter, std::vector<int>& key,
+                           std::unique_ptr<TsJoinTree>& fresh) {
+    int heuristic = adapter.GetDefaultTriangHeuristics();
+    adapter.GetStructureKey(heuristic, key);
+    TsJoinTree* tree = net.InferenceCache().FindTree(key);
+    if (tree) {
+        tree->Rebind(adapter);
+        return tree;
+    }
+    fresh = std::make_unique<TsJoinTree>(adapter);
+    return fresh.get();
+}
+
+// Keeps a tree that was built for the first time.
+void KeepTree(VEK_network& net, std::vector<int>& key, std::unique_ptr<TsJoinTree>& fresh) {
+    if (fresh && fresh->IsBuilt()) net.InferenceCache().StoreTree(std::move(key), std::move(fresh));
+}
+
+struct Decomposition {
+    VEK_network& net;
+    std::unique_ptr<bool[]> pending;
+    std::vector<char> wasTarget;
+    bool hadTargets = false;
+    int zero = 0;
+    int status = 0;
+
+    explicit Decomposition(VEK_network& n) : net(n) {}
+
+    // Records what is to be computed and clears the targets; the number of
+    // nodes pending.
+    int Start() {
+        const int slots = net.GetSlotCount();
+        pending.reset(new bool[static_cast<size_t>(slots > 0 ? slots : 1)]());
+        wasTarget.assign(static_cast<size_t>(slots), 0);
+        hadTargets = net.GetTargetCount() > 0;
+        int count = 0;
+        for (int h = 0; h < slots; ++h) {
+            if (!net.IsValidNode(h)) continue;
+            const bool t = net.IsTarget(h);
+            wasTarget[static_cast<size_t>(h)] = t;
+            pending[h] = hadTargets ? t : true;
+            if (pending[h]) ++count;
+            if (t) net.SetTargetQuiet(h, false);
+        }
+        return count;
+    }
+
+    void Finish() {
+        for (int h = 0; h < net.GetSlotCount(); ++h) {
+            if (!net.IsValidNode(h)) continue;
+            net.SetTargetQuiet(h, wasTarget[static_cast<size_t>(h)] != 0);
+        }
+    }
+
+    // Pending nodes in reverse partial (topological) order.
+    void PendingInReverseOrder(std::vector<int>& out) {
+        const VEK_intArray& order = net.PartialOrdering();
+        out.clear();
+        for (int k = order.GetSize() - 1; k >= 0; --k)
+            if (pending[order[k]]) out.push_back(order[k]);
+    }
+
+    bool Run(int64_t limit) {
+        int st = 0;
+        bool ok = DoClustering(net, pending.get(), limit, &zero, &st);
+        if (!ok && st < 0) status = st;
+        return ok;
+    }
+
+    bool Recursive(const std::vector<int>& nodes, int64_t limit) {
+        if (nodes.empty()) return true;
+        int set = 0;
+        for (int h : nodes) {
+            if (pending[h]) {
+                net.SetTargetQuiet(h, true);
+                ++set;
+            }
+        }
+        if (set == 0) return true;
+        const bool ok = Run(limit);
+        for (int h : nodes) net.SetTargetQuiet(h, false);
+        if (ok || nodes.size() < 2 || status < 0) return ok;
+        const size_t half = nodes.size() / 2;
+        std::vector<int> lower(nodes.begin(), nodes.begin() + static_cast<long>(half));
+        std::vector<int> upper(nodes.begin() + static_cast<long>(half), nodes.end());
+        return Recursive(upper, limit) && Recursive(lower, limit);
+    }
+
+    bool Linear(const std::vector<int>& batch, int64_t first, int64_t second) {
+        for (int h : batch) net.SetTargetQuiet(h, true);
+        const bool ok = Run(batch.size() == 1 ? 0 : first);
+        for (int h : batch) net.SetTargetQuiet(h, false);
+        if (ok || batch.size() < 2 || status < 0) return ok;
+        const size_t half = batch.size() / 2;
+        std::vector<int> lower(batch.begin(), batch.begin() + static_cast<long>(half));
+        std::vector<int> upper(batch.begin() + static_cast<long>(half), batch.end());
+        return Recursive(upper, second) && Recursive(lower, second);
+    }
+
+    int Result(bool ok) const {
+        if (status < 0) return status;
+        if (!ok) return VEK_OUT_OF_MEMORY;
+        return zero == 0 ? VEK_OKAY : VEK_IMPOSSIBLE_EVIDENCE;
+    }
+};
+
+}  // namespace
+
+bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCounter, int* status, double* probE) {
+    if (status) *status = VEK_OKAY;
+    if (probE) *probE = -1.0;
+    VEK_rNetworkContainer container;
+    if (!container.DoRelevance(net, kClusteringMask)) {
+        if (status) *status = container.GetStatus() == VEK_OUT_OF_MEMORY ? VEK_OKAY : container.GetStatus();
+        return false;
+    }
+    // With a single target there is nothing to decompose into: the tree is
+    // built whatever its size.
+    const int64_t effective = net.GetTargetCount() == 1 ? -1 : limit;
+    double pe = 1.0;
+    std::vector<int> key;
+    for (int i = 0; i < container.GetCount(); ++i) {
+        VEK_rNetwork* sub = container.GetAt(i);
+        if (sub->GetNodeCount() == 1) {
+            pe *= sub->Set_Prior_Beliefs(zeroCounter);
+            const int h = sub->GetNode(0)->handle;
+            if (pending && h >= 0) pending[h] = false;
+        } else {
+            TsAdapter adapter(*sub, zeroCounter);
+            std::unique_ptr<TsJoinTree> fresh;
+            TsJoinTree* tree = FindOrMakeTree(net, adapter, key, fresh);
+            if (!tree->UpdateBeliefs(pending, effective)) return false;
+            pe *= tree->GetProbEvidence();
+            net.InferenceCache().lastCliqueEntries += tree->GetTotalSize();
+            KeepTree(net, key, fresh);
+        }
+        container.DeleteAt(i);
+    }
+    if (probE) *probE = pe;
+    return true;
+}
+
+int TsClustering(VEK_network& net) {
+    net.InferenceCache().lastCliqueEntries = 0;
+    const int64_t limit = net.GetIntProperty("VEK_CLUSTERING_INITIAL_THRESHOLD", 0);
+    int zero = 0;
+    int status = 0;
+    double pe = -1.0;
+    if (DoClustering(net, nullptr, limit, &zero, &status, &pe)) {
+        if (zero != 0) return VEK_IMPOSSIBLE_EVIDENCE;
+        if (pe >= 0.0) net.InferenceCache().SetLastProbEvidence(pe);
+        return VEK_OKAY;
+    }
+    if (status < 0) return status;
+    if (net.GetTargetCount() != 1 && !net.UserProperties().FindProperty("VEK_REL_DECOMP_DISABLE_FALLBACK")) {
+        return TsClusteringLinearDecomp(net);
+    }
+    return VEK_OUT_OF_MEMORY;
+}
+
+int TsClusteringLinearDecomp(VEK_network& net) {
+    int batchSize = net.GetIntProperty("VEK_REL_DECOMP_THRESHOLD", 32);
+    if (batchSize < 1) batchSize = 1;
+    const int64_t first = net.GetIntProperty("VEK_REL_DECOMP_THRESHOLD3", 0);
+    const int64_t second = first != 0 ? first : net.GetIntProperty("VEK_REL_DECOMP_THRESHOLD2", 0);
+
+    Decomposition d(net);
+    if (d.Start() <= 0) {
+        d.Finish();
+        return VEK_OUT_OF_MEMORY;
+    }
+    const VEK_intArray order = net.PartialOrdering();
+    std::vector<int> batch;
+    bool ok = true;
+    for (int k = order.GetSize() - 1; ok && k >= 0; --k) {
+        const int h = order[k];
+        if (!d.pending[h]) continue;
+        batch.push_back(h);
+        if (static_cast<int>(batch.size()) == batchSize) {
+            ok = d.Linear(batch, first, second);
+            batch.clear();
+        }
+    }
+    if (ok && !batch.empty()) ok = d.Linear(batch, first, second);
+    d.Finish();
+    return d.Result(ok);
+}
+
+int TsClusteringRecursiveDecomp(VEK_network& net) {
+    const int64_t limit = net.GetIntProperty("VEK_REL_DECOMP_THRESHOLD2", 0);
+    Decomposition d(net);
+    if (d.Start() <= 0) {
+        d.Finish();
+        return VEK_OUT_OF_MEMORY;
+    }
+    std::vector<int> nodes;
+    d.PendingInReverseOrder(nodes);
+    const bool ok = d.Recursive(nodes, limit);
+    d.Finish();
+    return d.Result(ok);
+}
+
+int TsClusteringProbE(VEK_network& net, double& p) {
+    p = 1.0;
+    VEK_rNetworkContainer container;
+    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS)) {
+        const int st = container.GetStatus();
+        return st < 0 ? st : VEK_GENERAL_ERROR;
+    }
+    std::vector<int> key;
+    for (int i = 0; i < container.GetCount(); ++i) {
+        VEK_rNetwork* sub = container.GetAt(i);
+        if (sub->GetNodeCount() == 1) {
+            const VEK_rNode* n = sub->GetNode(0);
+            const VEK_Dmatrix& t = n->Table();
+            double z = 0.0;
+            if (n->evidence >= 0) {
+                z = t[n->evidence];
+            } else {
+                for (int s = 0; s < t.GetSize(); ++s) z += t[s];
+            }
+            p *= z;
+        } else {
+            TsAdapter adapter(*sub);
+            std::unique_ptr<TsJoinTree> fresh;
+            TsJoinTree* tree = FindOrMakeTree(net, adapter, key, fresh);
+            const double z = tree->CalcNormFactor();
+            if (z < 0.0) return VEK_OUT_OF_MEMORY;
+            p *= z;
+            KeepTree(net, key, fresh);
+        }
+        container.DeleteAt(i);
+    }
+    return VEK_OKAY;
+}
+
+int CalcProbEvidence_JoinTree(VEK_network& net, double& p) { return TsClusteringProbE(net, p); }

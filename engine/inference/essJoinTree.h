@@ -1,0 +1,37 @@
+// The join tree that parameter learning builds over each sub-network of a
+// relevance split: calibrated without writing beliefs, then read family by
+// family for the expected counts of the current case.
+#pragma once
+
+#include "inference/tsJoinTree.h"
+#include "network/dmatrix.h"
+#include "network/intArray.h"
+
+class VEK_network;
+
+class VEK_essJoinTree : public TsJoinTree {
+public:
+    explicit VEK_essJoinTree(TsAdapter& adapter) : TsJoinTree(adapter) {}
+
+    // Enters the adapter's tables and evidence and runs both passes. limit as
+    // for UpdateBeliefs (-1: none). False when the tree cannot be built or
+    // memory runs out.
+    bool Calibrate(int64_t limit = -1);
+
+    // The first clique, in the tree's order, that holds every node of the
+    // family (network handles); null when none does.
+    TsClique* FindClique(const VEK_intArray& family) const;
+
+    // The posterior joint of the node and its parents for the current case,
+    // in the layout of the node's table (parents in order, the node last).
+    // work receives it; counts, when it has the same size, has it added (an
+    // empty counts becomes a copy). -2 for a node outside this tree, -3 when
+    // no clique holds the family, -43 when the evidence is impossible.
+    int MarginalizePotential(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
+    // The same for a node without parents.
+    int MarginalizePotentialForParentlessNode(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
+
+private:
+    int Family(VEK_network& net, int node, const VEK_intArray& family, VEK_Dmatrix& work, VEK_Dmatrix& counts);
+    bool calibrated_ = false;
+};

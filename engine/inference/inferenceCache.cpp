@@ -1,0 +1,67 @@
+#include "inference/inferenceCache.h"
+
+#include "inference/tsJoinTree.h"
+#include "network/network.h"
+
+VEK_inferenceCache::VEK_inferenceCache() = default;
+VEK_inferenceCache::~VEK_inferenceCache() = default;
+
+uint64_t VEK_inferenceCache::Hash(const std::vector<int>& key) {
+    uint64_t h = 1469598103934665603ULL;
+    for (int v : key) {
+        h ^= static_cast<uint32_t>(v);
+        h *= 1099511628211ULL;
+    }
+    return h;
+}
+
+TsJoinTree* VEK_inferenceCache::FindTree(const std::vector<int>& key) {
+    const uint64_t h = Hash(key);
+    for (auto it = trees_.begin(); it != trees_.end(); ++it) {
+        if (it->hash == h && it->key == key) {
+            if (it != trees_.begin()) trees_.splice(trees_.begin(), trees_, it);
+            return trees_.front().tree.get();
+        }
+    }
+    return nullptr;
+}
+
+TsJoinTree* VEK_inferenceCache::StoreTree(std::vector<int>&& key, std::unique_ptr<TsJoinTree> tree) {
+    Entry e;
+    e.hash = Hash(key);
+    e.key = std::move(key);
+    e.tree = std::move(tree);
+    trees_.push_front(std::move(e));
+    Trim();
+    return trees_.front().tree.get();
+}
+
+void VEK_inferenceCache::Trim() {
+    while (static_cast<int>(trees_.size()) > kMaxTrees) trees_.pop_back();
+    // Older trees give up their potential storage first, then go entirely.
+    int64_t used = 0;
+    for (auto it = std::next(trees_.begin()); it != trees_.end(); ++it) {
+        const int64_t a = it->tree->ArenaSize();
+        if (used + a > kArenaBudget) {
+            it->tree->ReleaseArena();
+        } else {
+            used += a;
+        }
+    }
+}
+
+void VEK_inferenceCache::DropTrees() { trees_.clear(); }
+
+// ---------------------------------------------------------------- holder in the network
+
+VEK_inferenceCacheHolder::~VEK_inferenceCacheHolder() { delete cache_; }
+
+VEK_inferenceCache& VEK_inferenceCacheHolder::Get() const {
+    if (!cache_) cache_ = new VEK_inferenceCache();
+    return *cache_;
+}
+
+void VEK_inferenceCacheHolder::Reset() {
+    delete cache_;
+    cache_ = nullptr;
+}

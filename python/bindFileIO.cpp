@@ -1,0 +1,60 @@
+// Network methods: reading and writing network files and strings.
+#include <string>
+
+#include "bindUtil.h"
+#include "wrpCore.h"
+
+namespace Wrp {
+namespace {
+
+// Each clears the logger first, so a failure reports the messages of this
+// call only.
+void WrpReadFile(VEK_network* net, const std::string& path) {
+    VEK_logger& logger = Deref(net).Logger();
+    logger.Clear();
+    int res = net->ReadFile(path.c_str());
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ReadFile", logger);
+}
+
+void WrpReadString(VEK_network* net, const std::string& text) {
+    VEK_logger& logger = Deref(net).Logger();
+    logger.Clear();
+    int res = net->ReadString(text.c_str());
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ReadString", logger);
+}
+
+// format: 0 picks the format by the file name's extension, 1 to 8 name it.
+void WrpWriteFile(VEK_network* net, const std::string& path, int format) {
+    VEK_logger& logger = Deref(net).Logger();
+    logger.Clear();
+    int res = net->WriteFile(path.c_str(), format);
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.WriteFile", logger);
+}
+
+std::string WrpWriteString(VEK_network* net) {
+    VEK_logger& logger = Deref(net).Logger();
+    logger.Clear();
+    std::string out;
+    int res = net->WriteString(out);
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.WriteString", logger);
+    return out;
+}
+
+}  // namespace
+}  // namespace Wrp
+
+void BindFileIO(PyNetworkClass& cls) {
+    using namespace Wrp;
+    cls.def(
+        "read_file", [](PyNetwork& self, const std::string& path) { WrpReadFile(&self, path); }, py::arg("xvek_file"),
+        "Reads network from a file");
+    cls.def(
+        "read_string", [](PyNetwork& self, const std::string& text) { WrpReadString(&self, text); },
+        py::arg("xvek_string"), "Reads network from a string");
+    cls.def(
+        "write_string", [](PyNetwork& self) { return WrpWriteString(&self); },
+        "Serializes network to a string");
+    cls.def(
+        "write_file", [](PyNetwork& self, const std::string& path, int format) { WrpWriteFile(&self, path, format); },
+        py::arg("xvek_file"), py::arg("format") = 0, "Writes network to a file");
+}

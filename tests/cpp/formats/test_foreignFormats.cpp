@@ -1,0 +1,152 @@
+// The Ergo, Netica, Microsoft and KI formats together: shared networks
+// written in each and read back, and damaged or huge inputs.
+#include "foreignNetUtil.h"
+
+#include <memory>
+
+#include "formats/formatRegistry.h"
+
+using namespace foreign;
+
+namespace {
+
+struct Format {
+    int number;
+    const char* extension;
+    bool names;  // node names survive
+    VEK_fileFormat* (*create)(VEK_network&);
+};
+
+const Format kFormats[] = {
+    {VEK_FORMAT_ERGO, ".erg", false, VEK_createErgoSpeaker},
+    {VEK_FORMAT_NETICA, ".dne", true, VEK_createNeticaSpeaker},
+    {VEK_FORMAT_MICROSOFT, ".dsc", true, VEK_createMicrosoftSpeaker},
+    {VEK_FORMAT_KI, ".dxp", true, VEK_createKiSpeaker},
+};
+
+// Reads text with a fresh speaker into a fresh network: the status.
+int ReadWithSpeaker(const Format& f, const std::string& text) {
+    VEK_network net;
+    std::unique_ptr<VEK_fileFormat> speaker(f.create(net));
+    return speaker->ReadNetworkFromString(text.c_str());
+}
+
+std::string WriteWithSpeaker(const Format& f, VEK_network& net) {
+    std::string out;
+    std::unique_ptr<VEK_fileFormat> speaker(f.create(net));
+    EXPECT_EQ(speaker->WriteNetworkToString(out), 0) << LastMessage(net);
+    return out;
+}
+
+}  // namespace
+
+TEST(ForeignFormats, SharedNetworksReadBackEqualToTheXmlOriginal) {
+    for (const char* name : {"asia", "alarm", "child", "insurance"}) {
+        VEK_network original;
+        std::string path = SharedDir() + "/networks/xvek/" + name + ".xvek";
+        ASSERT_EQ(original.ReadFile(path.c_str()), 0) << path << ": " << LastMessage(original);
+        for (const Format& f : kFormats) {
+            SCOPED_TRACE(std::string(name) + f.extension);
+            VEK_network back;
+            RoundTrip(original, f.number, f.extension, back);
+            Compare c;
+            c.names = f.names;
+            c.labels = true;
+            ExpectSameNetwork(original, back, c);
+        }
+    }
+}
+
+TEST(ForeignFormats, ExtensionsChooseTheFormats) {
+    VEK_network net;
+    Generator(7).Build(net, GenOptions{});
+    for (const Format& f : kFormats) {
+        SCOPED_TRACE(f.extension);
+        TempFile file(std::string(".NET") + f.extension);  // only the last extension counts
+        ASSERT_EQ(net.WriteFile(file.c_str()), 0) << LastMessage(net);
+        EXPECT_EQ(file.Read(), WriteWithSpeaker(f, net));
+        VEK_network back;
+        EXPECT_EQ(back.ReadFile(file.c_str()), 0) << LastMessage(back);
+        EXPECT_EQ(back.GetNumberOfNodes(), net.GetNumberOfNodes());
+    }
+}
+
+// Every prefix of a valid file either reads or fails cleanly (the sanitizer
+// build checks for leaks and bad accesses); so do files with bytes changed.
+TEST(ForeignFormats, TruncatedAndGarbledInputsFailCleanly) {
+    GenOptions o;
+    o.nodes = 6;
+    o.names = o.labels = Names::Repairable;
+    VEK_network net;
+    Generator(11).Build(net, o);
+    std::mt19937 rng(5);
+    const char junk[] = "(){}[];,:=|\"*/\\ \n0.5e-x\xff";
+    for (const Format& f : kFormats) {
+        SCOPED_TRACE(f.extension);
+        const std::string text = WriteWithSpeaker(f, net);
+        ASSERT_EQ(ReadWithSpeaker(f, text), 0);
+        int failures = 0;
+        const size_t step = std::max<size_t>(1, text.size() / 200);
+        for (size_t n = 0; n < text.size(); n += step) {
+            int res = ReadWithSpeaker(f, text.substr(0, n));
+            EXPECT_LE(res, 0);
+            if (res < 0) ++failures;
+        }
+        EXPECT_GT(failures, 0);
+        for (int i = 0; i < 150; ++i) {
+            std::string bad = text;
+            for (int k = 1 + static_cast<int>(rng() % 4); k > 0; --k) {
+                size_t at = rng() % bad.size();
+                switch (rng() % 3) {
+                    case 0: bad[at] = junk[rng() % (sizeof junk - 1)]; break;
+                    case 1: bad.erase(at, 1 + rng() % 8); break;
+                    default: bad.insert(at, 1, junk[rng() % (sizeof junk - 1)]);
+                }
+                if (bad.empty()) bad.assign(1, 'x');
+            }
+            EXPECT_LE(ReadWithSpeaker(f, bad), 0);
+        }
+    }
+}
+
+TEST(ForeignFormats, HugeCountsAndDeepNestingFailWithoutExhaustingMemory) {
+    const std::string deep(200000, '(');
+    const std::pair<int, std::string> inputs[] = {
+        {VEK_FORMAT_ERGO, "2000000000\n2 2 2\n"},
+        {VEK_FORMAT_ERGO, "2\n2000000000 2000000000\n0\n2 0 1\n"},
+        {VEK_FORMAT_ERGO, "1\n2\n0\n2147483647 0.5\n"},
+        {VEK_FORMAT_ERGO, "99999999999999999999999\n"},
+        {VEK_FORMAT_NETICA, "bnet N { node A { states = (a, b); probs = " + deep + "0.5; }; };"},
+        {VEK_FORMAT_NETICA, "bnet N { node A { numstates = 99999999999; }; };"},
+        {VEK_FORMAT_NETICA, "bnet N { visual V1 { x = " + deep + " }; };"},
+        {VEK_FORMAT_MICROSOFT, "node A { type = discrete[2000000000] = {\"a\"}; }"},
+        {VEK_FORMAT_MICROSOFT, "node A { type = discrete[2] = {\"a\", \"b\"}; x = " + deep + "; }"},
+        {VEK_FORMAT_KI, "probability ( A | " + std::string(100000, 'B') + " ) { ( " + deep},
+    };
+    for (const auto& [number, text] : inputs) {
+        const Format* f = nullptr;
+        for (const Format& g : kFormats) {
+            if (g.number == number) f = &g;
+        }
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(ReadWithSpeaker(*f, text), VEK_FILE_READ_ERROR) << text.substr(0, 80);
+    }
+    // A large table reads and writes in full.
+    VEK_network net;
+    int child = net.AddNode(VEK_CPT, "child");
+    for (int i = 0; i < 12; ++i) {
+        std::string id = std::to_string(i);
+        id.insert(id.begin(), 'p');
+        int p = net.AddNode(VEK_CPT, id.c_str());
+        ASSERT_EQ(net.AddArc(p, child), 0);
+    }
+    VEK_randGen gen(3);
+    ASSERT_EQ(net.GetDef(child)->MakeRandom(gen), 0);
+    for (const Format& f : kFormats) {
+        SCOPED_TRACE(f.extension);
+        VEK_network copy;
+        RoundTrip(net, f.number, f.extension, copy);
+        EXPECT_EQ(copy.GetDef(copy.FindNode("child"))->GetMatrix()->GetItems().ToVector(),
+                  net.GetDef(child)->GetMatrix()->GetItems().ToVector());
+    }
+}

@@ -1,0 +1,331 @@
+// Format 5: Hugin .net files, read against the shared networks, hand-made
+// files that exercise the grammar and its faults, the writer and round trips.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "formats/fileFormat.h"
+#include "formats/huginSpeaker.h"
+#include "network/discDef.h"
+#include "network/network.h"
+#include "foreignNetUtil.h"
+#include "sharedNetworks.h"
+
+using foreign::LastMessage;
+using foreign::TempFile;
+
+namespace {
+
+int ReadNet(VEK_network& net, const std::string& text) {
+    TempFile file(".net");
+    file.Write(text);
+    return net.ReadFile(file.c_str());
+}
+
+std::vector<double> Table(const VEK_network& net, const char* id) {
+    int h = net.FindNode(id);
+    EXPECT_GE(h, 0) << id;
+    if (h < 0) return {};
+    return net.GetDef(h)->GetMatrix()->GetItems().ToVector();
+}
+
+const VEK_discDef* Disc(const VEK_network& net, const char* id) {
+    return static_cast<const VEK_discDef*>(net.GetDef(net.FindNode(id)));
+}
+
+void ExpectFault(const std::string& text, int line, int column, const char* part) {
+    SCOPED_TRACE(text);
+    VEK_network net;
+    foreign::MakeSentinel(net);
+    int res = ReadNet(net, text);
+    EXPECT_EQ(res, VEK_FILE_READ_ERROR);
+    std::string message = LastMessage(net);
+    int l = -1, c = -1;
+    EXPECT_TRUE(foreign::ErrorPosition(message, l, c)) << message;
+    EXPECT_EQ(l, line) << message;
+    EXPECT_EQ(c, column) << message;
+    EXPECT_NE(message.find(part), std::string::npos) << message;
+    foreign::ExpectSentinel(net);
+}
+
+}  // namespace
+
+// ------------------------------------------------------------ shared networks
+
+TEST(HuginSharedNetworks, NetFilesMatchTheXmlNetworkFiles) {
+    std::vector<std::string> names = shared::Names();
+    ASSERT_GE(names.size(), 20u);
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        const VEK_network* ref = shared::Reference(name);
+        ASSERT_TRUE(ref);
+        VEK_network net;
+        ASSERT_EQ(net.ReadFile(shared::PathOf("net", name, ".net").c_str()), 0) << LastMessage(net);
+        shared::ExpectSameAs(*ref, net, 1e-12);
+        EXPECT_STREQ(net.Header().GetId(), name.c_str());  // named after the file
+    }
+}
+
+TEST(HuginSharedNetworks, WrittenNetReadsBackAsTheXmlNetwork) {
+    for (const std::string& name : shared::Names()) {
+        if (shared::IsBig(name)) continue;
+        SCOPED_TRACE(name);
+        const VEK_network* ref = shared::Reference(name);
+        ASSERT_TRUE(ref);
+        VEK_network copy(*ref), back;
+        foreign::RoundTrip(copy, VEK_FORMAT_HUGIN, ".net", back);
+        shared::ExpectSameAs(*ref, back, 0.0);
+    }
+}
+
+// ------------------------------------------------------------ grammar
+
+TEST(HuginRead, ClassWithDecisionUtilityIntervalsAndAttributes) {
+    const std::string text = R"NET(% written by hand
+class Plan
+{
+    inputs = ();
+    outputs = ();
+    node_size = (80 40);
+    HR_Grid_X = "10";
+
+    node Weather
+    {
+        label = "The \"weather\"";
+        position = (100 50);
+        states = ("sunny" "rainy day");
+        HR_State_0 = "";
+    }
+    decision Umbrella { label = ""; states = ("take" "leave"); }
+    utility Joy { label = "Joy"; }
+    discrete node Temp
+    {
+        states = ("cold" "mild" "hot");
+        subtype = interval;
+        state_values = (-20 5 20 45);
+    }
+    node Level { states = ("l1" "l2"); subtype = numbered; state_values = (1.5 3); }
+    potential (Weather) { data = ( 0.7 0.3 ); }
+    potential (Umbrella | Weather) { }
+    potential (Joy | Weather Umbrella) { data = (( 20 100 ) % sunny
+                                                 ( 70 0 )); }
+    potential (Temp | Weather)
+    {
+        data = ((0.2 0.5 0.3) (0.6 0.3 0.1));
+        model_nodes = ();
+        model_data = ();
+    }
+    potential (Level | Temp) { data = (0.5 0.5 0.25 0.75 1 0); }
+}
+)NET";
+    VEK_network net;
+    ASSERT_EQ(ReadNet(net, foreign::WithCrlfAndBom(text)), 0) << LastMessage(net);
+    EXPECT_STREQ(net.Header().GetId(), "Plan");
+    EXPECT_STREQ(net.UserProperties().FindProperty("HR_Grid_X"), "10");
+    EXPECT_EQ(net.UserProperties().FindProperty("inputs"), nullptr);
+
+    const VEK_node* weather = net.GetNode(net.FindNode("Weather"));
+    ASSERT_TRUE(weather);
+    EXPECT_STREQ(weather->Header().GetName(), "The \"weather\"");
+    EXPECT_EQ(weather->Info().screen.position.centerX, 100);
+    EXPECT_EQ(weather->Info().screen.position.centerY, 50);
+    EXPECT_EQ(weather->Info().screen.position.width, 80);
+    EXPECT_STREQ(weather->Info().userProperties.FindProperty("HR_State_0"), "");
+    EXPECT_EQ(Disc(net, "Weather")->GetOutcomeIds()->ToVector(), (std::vector<std::string>{"sunny", "rainy_day"}));
+    EXPECT_STREQ(Disc(net, "Weather")->GetOutcomeLabel(1), "rainy day");
+
+    int umbrella = net.FindNode("Umbrella");
+    EXPECT_EQ(net.GetDef(umbrella)->GetType(), VEK_LIST);
+    EXPECT_STREQ(net.GetNode(umbrella)->Header().GetName(), "Umbrella");
+    EXPECT_EQ(net.GetNode(umbrella)->Parents().GetSize(), 1);
+    EXPECT_EQ(net.GetDef(net.FindNode("Joy"))->GetType(), VEK_TABLE);
+    EXPECT_EQ(Table(net, "Joy"), (std::vector<double>{20, 100, 70, 0}));
+    EXPECT_EQ(Table(net, "Temp"), (std::vector<double>{0.2, 0.5, 0.3, 0.6, 0.3, 0.1}));
+    EXPECT_EQ(Disc(net, "Temp")->GetIntervals(), (std::vector<double>{-20, 5, 20, 45}));
+    EXPECT_EQ(Disc(net, "Level")->GetPointValues(), (std::vector<double>{1.5, 3}));
+    EXPECT_EQ(Table(net, "Level"), (std::vector<double>{0.5, 0.5, 0.25, 0.75, 1, 0}));
+}
+
+TEST(HuginRead, FaultsAreRefusedWithTheirPosition) {
+    const std::string head = "net { }\nnode a { states = (\"x\" \"y\"); }\nnode b { states = (\"t\" \"f\"); }\n";
+    ExpectFault(head + "potential (a) { data = (0.5 0.5); }\npotential (b | a) { data = (0.5 0.5 0.5); }\n", 5, 28,
+                "has 3 values, expected 4");
+    ExpectFault(head + "potential (a) { data = (0.5 0.5); }\npotential (b | c) { data = (0.5 0.5); }\n", 5, 16,
+                "Node parent not found: 'c'");
+    ExpectFault(head + "potential (a | b) { data = (0.5 0.5 0.5 0.5); }\npotential (b | a) { data = (0.5 0.5 0.5 0.5); }\n",
+                4, 1, "cycle");
+    ExpectFault(head + "potential (a b | ) { data = (0.5 0.5); }\n", 4, 1, "Joint potentials");
+    ExpectFault(head + "continuous node c { }\n", 4, 1, "Continuous and function nodes are not supported: 'c'");
+    ExpectFault("net { }\nnode a { states = (\"x\" \"y\") }\n", 2, 29, "Expected ';' but found '}'");
+    ExpectFault("net { }\nnode a { label = \"open; }\n", 2, 18, "Unterminated string");
+    ExpectFault("net { }\n/* never closed\nnode a { }\n", 2, 1, "Unterminated comment");
+    ExpectFault(head + "node a { states = (\"p\" \"q\"); }\n", 4, 1, "Duplicated node identifier: 'a'");
+    ExpectFault("class C { instance I (x) { } }\n", 1, 11, "not supported");
+    ExpectFault(head + "potential (a) { data = (0.5 0.5); }\n", 3, 1, "No table for node 'b'");
+    ExpectFault(head + "potential (a) { data = ((0.5) oops); }\npotential (b) { data = (1 0); }\n", 4, 31,
+                "Number expected but found 'oops'");
+    ExpectFault("net { }\nnode a { states = (\"x\"); }\npotential (a) { data = (1); }\n", 2, 1,
+                "Node needs at least two states: 'a'");
+    ExpectFault("net { }\nnode a { states = (\"x\" \"y\"); }\nutility u { }\nnode b { states = (\"x\" \"y\"); }\n"
+                "potential (a) { data = (1 0); }\npotential (u) { data = (1); }\npotential (b | u) { data = (1 0); }\n",
+                7, 16, "A utility node cannot be a parent: 'u'");
+}
+
+TEST(HuginRead, MissingFileIsRefused) {
+    VEK_network net;
+    foreign::MakeSentinel(net);
+    EXPECT_EQ(net.ReadFile("/no/such/dir/x.net"), VEK_FILE_READ_ERROR);
+    EXPECT_EQ(LastMessage(net), "Error at 0, 0 while loading /no/such/dir/x.net: Can't open file /no/such/dir/x.net");
+    foreign::ExpectSentinel(net);
+}
+
+// ------------------------------------------------------------ writer
+
+TEST(HuginWrite, WritesTheFormatOthersRead) {
+    VEK_network net;
+    net.Header().SetId("tiny");
+    int a = net.AddNode(VEK_CPT, "a");
+    int d = net.AddNode(VEK_LIST, "d");
+    int u = net.AddNode(VEK_TABLE, "u");
+    ASSERT_EQ(net.AddArc(a, u), 0);
+    ASSERT_EQ(net.AddArc(d, u), 0);
+    ASSERT_EQ(net.AddArc(a, d), 0);
+    net.GetNode(a)->Header().SetName("A \"quoted\" \\ name");
+    net.GetNode(a)->Info().screen.position = {10, 20, 80, 40};
+    auto* da = static_cast<VEK_discDef*>(net.GetDef(a));
+    VEK_idArray ids;
+    ids.Add("s_5");
+    ids.Add("high");
+    ASSERT_EQ(da->SetNumberOfOutcomes(ids), 0);
+    da->SetOutcomeLabel(0, "<5");
+    ASSERT_EQ(da->SetDefinition(std::vector<double>{0.25, 0.75}), 0);
+    ASSERT_EQ(net.GetDef(u)->SetDefinition(std::vector<double>{1, -2.5, 1e-300, 4}), 0);
+    net.GetNode(u)->Info().userProperties.AddProperty("HR_Desc", "line\nbreak");
+    net.GetNode(u)->Info().userProperties.AddProperty("not a name", "skipped");
+
+    std::string text;
+    VEK_huginSpeaker speaker(net);
+    ASSERT_EQ(speaker.WriteNetworkToString(text), 0);
+    EXPECT_EQ(text, R"NET(net
+{
+    node_size = (80 40);
+    label = "tiny";
+}
+
+node a
+{
+    label = "A \"quoted\" \\ name";
+    position = (10 20);
+    states = ("<5" "high");
+}
+
+decision d
+{
+    label = "d";
+    position = (0 0);
+    states = ("Choice0" "Choice1");
+}
+
+utility u
+{
+    label = "u";
+    position = (0 0);
+    HR_Desc = "line\nbreak";
+}
+
+potential (a |)
+{
+    data = (0.25 0.75);
+}
+
+potential (d | a)
+{
+}
+
+potential (u | a d)
+{
+    data = ((1 -2.5)
+            (1e-300 4));
+}
+)NET");
+    VEK_network back;
+    ASSERT_EQ(ReadNet(back, text), 0) << LastMessage(back);
+    EXPECT_STREQ(Disc(back, "a")->GetOutcomeLabel(0), "<5");
+    EXPECT_STREQ(back.GetNode(back.FindNode("a"))->Header().GetName(), "A \"quoted\" \\ name");
+    EXPECT_EQ(Table(back, "u"), (std::vector<double>{1, -2.5, 1e-300, 4}));
+    EXPECT_STREQ(back.GetNode(back.FindNode("u"))->Info().userProperties.FindProperty("HR_Desc"), "line\nbreak");
+}
+
+TEST(HuginWrite, RefusesWhatTheFormatCannotHold) {
+    VEK_network net;
+    int u = net.AddNode(VEK_TABLE, "u");
+    int m = net.AddNode(VEK_MAU, "m");
+    ASSERT_GE(m, 0);
+    ASSERT_EQ(net.AddArc(u, m), 0);
+    TempFile file(".net");
+    EXPECT_EQ(net.WriteFile(file.c_str()), VEK_OUT_OF_RANGE);
+    EXPECT_EQ(LastMessage(net), "ERROR: This Network cannot be saved in Hugin format");
+    EXPECT_FALSE(file.Exists());
+    std::string text = "untouched";
+    VEK_huginSpeaker speaker(net);
+    EXPECT_EQ(speaker.WriteNetworkToString(text), VEK_OUT_OF_RANGE);
+    EXPECT_TRUE(text.empty());
+}
+
+TEST(HuginWrite, RandomNetworksRoundTrip) {
+    for (unsigned seed = 100; seed < 112; ++seed) {
+        SCOPED_TRACE(seed);
+        foreign::Generator gen(seed);
+        foreign::GenOptions o;
+        o.nodes = 3 + static_cast<int>(seed % 10);
+        o.decisions = o.utilities = o.truthTables = true;
+        o.names = foreign::Names::Free;
+        o.labels = foreign::Names::Spaced;
+        o.positions = o.properties = o.levels = true;
+        o.utf8Ids = seed % 3 == 0;
+        VEK_network net, back;
+        gen.Build(net, o);
+        std::string text;
+        foreign::RoundTrip(net, VEK_FORMAT_HUGIN, ".net", back, &text);
+        foreign::Compare c;
+        c.names = c.labels = c.positions = c.properties = c.levels = true;
+        c.type = foreign::AsCpt;
+        foreign::ExpectSameNetwork(net, back, c);
+    }
+}
+
+// ------------------------------------------------------------ hostile input
+
+TEST(HuginHostileInput, TruncatedGarbledAndHugeInputs) {
+    std::ifstream in(shared::PathOf("net", "alarm", ".net"), std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    ASSERT_GT(text.size(), 1000u);
+    auto check = [](const std::string& input) {
+        VEK_network net;
+        foreign::MakeSentinel(net);
+        if (ReadNet(net, input) == 0) return;
+        int l, c;
+        EXPECT_TRUE(foreign::ErrorPosition(LastMessage(net), l, c)) << LastMessage(net);
+        foreign::ExpectSentinel(net);
+    };
+    std::mt19937 rng(11);
+    for (int i = 0; i < 60; ++i) check(text.substr(0, rng() % text.size()));
+    for (int i = 0; i < 40; ++i) {
+        std::string g = text;
+        for (int k = 0; k < 8; ++k) g[rng() % g.size()] = static_cast<char>(rng() % 256);
+        check(g);
+    }
+    const std::string head = "net { }\nnode a { states = (\"x\" \"y\"); }\n";
+    check(head + "potential (a) { data = " + std::string(500000, '(') + "0.5 0.5" + std::string(500000, ')') + "; }");
+    check(head + "potential (a) { data = " + std::string(500000, '(') + "; }");
+    check(head + "potential (a) { data = (" + std::string(300000, ')') + "; }");
+    check("net { x = " + std::string(400000, '(') + "; }");
+    check("net { label = \"" + std::string(1 << 20, 'x') + "\"; }");
+    check(head + "potential (a) { data = (1e999 0); }");
+    check(std::string("net { }\nnode a \0 { }", 20));
+}

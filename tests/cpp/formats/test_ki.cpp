@@ -1,0 +1,133 @@
+// KI .dxp files: round trips of random networks, a hand-written file,
+// faulty files, refusals and the exact layout.
+#include "foreignNetUtil.h"
+
+using namespace foreign;
+
+namespace {
+
+const char* const kDxp = R"(/* Written by hand */
+belief network "Alarm system"
+node Burglary
+{
+	name = "Burglary?";
+	type : discrete [ 2 ] = { "yes", "no" };
+	position = (10, 20);   // read, though KI files do not need it
+}
+node Alarm
+{
+	name = "Alarm \u00e9l\u00e9ctrique";
+	type : discrete [ 3 ] = { "loud", "soft", "silent" };
+}
+probability ( Burglary )
+{
+	1E-3, 0.999;
+}
+probability ( Alarm | Burglary )
+{
+	( 0 ) : 0.9, 0.09, 0.01;
+	( 1 ) : 0.01, 0.04, 0.95;
+}
+)";
+
+}  // namespace
+
+TEST(KiFormat, RandomNetworksRoundTrip) {
+    for (unsigned seed = 1; seed <= 25; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        GenOptions o;
+        o.nodes = 3 + static_cast<int>(seed % 9);
+        o.names = Names::Free;
+        o.labels = Names::Spaced;
+        VEK_network net, back;
+        Generator(seed).Build(net, o);
+        RoundTrip(net, VEK_FORMAT_KI, ".dxp", back);
+        Compare c;
+        c.names = c.labels = true;
+        ExpectSameNetwork(net, back, c);
+    }
+}
+
+TEST(KiFormat, HandWrittenFileLoadsInEveryLexicalVariant) {
+    for (const std::string& text : {std::string(kDxp), WithCrlfAndBom(kDxp)}) {
+        VEK_network net;
+        ASSERT_EQ(ReadText(net, text, ".dxp"), 0) << LastMessage(net);
+        ASSERT_EQ(net.GetNumberOfNodes(), 2);
+        EXPECT_STREQ(net.Header().GetName(), "Alarm system");
+        int b = net.FindNode("Burglary");
+        int a = net.FindNode("Alarm");
+        ASSERT_GE(a, 0);
+        ASSERT_GE(b, 0);
+        EXPECT_STREQ(net.GetNode(b)->Header().GetName(), "Burglary?");
+        EXPECT_STREQ(net.GetNode(a)->Header().GetName(), "Alarm \xC3\xA9l\xC3\xA9\x63trique");
+        EXPECT_EQ(net.GetNode(b)->Info().screen.position.centerX, 10);
+        EXPECT_EQ(net.GetDef(b)->GetMatrix()->GetItems().ToVector(), (std::vector<double>{0.001, 0.999}));
+        EXPECT_EQ(net.GetDef(a)->GetMatrix()->GetItems().ToVector(),
+                  (std::vector<double>{0.9, 0.09, 0.01, 0.01, 0.04, 0.95}));
+        EXPECT_EQ(static_cast<const VEK_discDef*>(net.GetDef(a))->GetOutcomeIds()->ToVector(),
+                  (std::vector<std::string>{"loud", "soft", "silent"}));
+    }
+}
+
+TEST(KiFormat, FaultsAreReportedWhereTheyAreAndChangeNothing) {
+    struct Case {
+        const char* what;
+        std::string text;
+        int line, column;
+    };
+    const std::string node = "node A { type : discrete [ 2 ] = { \"a\", \"b\" }; }\n";
+    const std::vector<Case> cases = {
+        {"table size", node + "probability ( A ) { 0.5, 0.25, 0.25; }\n", 2, 21},
+        {"own parent", node + "probability ( A | A ) { ( 0 ) : 1, 0; ( 1 ) : 0, 1; }\n", 2, 19},
+        {"truncated", node + "probability ( A ) {", 2, 20},
+        {"garbled", node + "probability ( A ) { 0.5, 0.5; ]\n", 2, 31},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        VEK_network net;
+        MakeSentinel(net);
+        EXPECT_EQ(ReadText(net, c.text, ".dxp"), VEK_FILE_READ_ERROR);
+        std::string message = LastMessage(net);
+        int line = 0, column = 0;
+        ASSERT_TRUE(ErrorPosition(message, line, column)) << message;
+        EXPECT_EQ(line, c.line) << message;
+        EXPECT_EQ(column, c.column) << message;
+        ExpectSentinel(net);
+    }
+}
+
+TEST(KiFormat, WritesTheExpectedLayoutWithoutPositionsOrProperties) {
+    VEK_network net;
+    net.Header().SetId("Tiny");
+    int a = net.AddNode(VEK_CPT, "A");
+    int b = net.AddNode(VEK_CPT, "B");
+    int c = net.AddNode(VEK_CPT, "C");
+    ASSERT_EQ(net.AddArc(a, c), 0);
+    ASSERT_EQ(net.AddArc(b, c), 0);
+    net.GetNode(a)->Info().userProperties.AddProperty("colour", "red");
+    net.GetNode(a)->Info().screen.position = {5, 6, 72, 48};
+    ASSERT_EQ(net.GetDef(c)->SetDefinition(std::vector<double>{1, 0, 0.5, 0.5, 0.25, 0.75, 0, 1}), 0);
+    TempFile file(".dxp");
+    ASSERT_EQ(net.WriteFile(file.c_str()), 0);
+    const std::string states = "\ttype : discrete [ 2 ] = { \"State0\", \"State1\" };\n";
+    EXPECT_EQ(file.Read(), "belief network \"Tiny\"\n"
+                           "\nnode A\n{\n\tname = \"A\";\n" + states + "}\n"
+                           "\nnode B\n{\n\tname = \"B\";\n" + states + "}\n"
+                           "\nnode C\n{\n\tname = \"C\";\n" + states + "}\n"
+                           "\nprobability ( A )\n{\n\t0.5, 0.5;\n}\n"
+                           "\nprobability ( B )\n{\n\t0.5, 0.5;\n}\n"
+                           "\nprobability ( C | A, B )\n{\n\t( 0, 0 ) : 1, 0;\n\t( 0, 1 ) : 0.5, 0.5;\n"
+                           "\t( 1, 0 ) : 0.25, 0.75;\n\t( 1, 1 ) : 0, 1;\n}\n");
+}
+
+TEST(KiFormat, RefusesDecisionAndUtilityNodesWithoutCreatingAFile) {
+    for (int type : {VEK_LIST, VEK_TABLE}) {
+        VEK_network net;
+        net.AddNode(VEK_CPT, "a");
+        net.AddNode(type, "x");
+        TempFile file(".dxp");
+        EXPECT_EQ(net.WriteFile(file.c_str()), VEK_OUT_OF_RANGE);
+        EXPECT_EQ(LastMessage(net), "ERROR: This Network cannot be saved in KI format");
+        EXPECT_FALSE(file.Exists());
+    }
+}

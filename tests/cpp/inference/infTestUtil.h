@@ -1,0 +1,336 @@
+// Helpers shared by the inference tests: a small JSON reader for the
+// reference scenarios, network construction, and exact posteriors by
+// enumeration of the full joint distribution.
+#pragma once
+
+#include <cmath>
+#include <cstdio>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "network/beliefVector.h"
+#include "network/discDef.h"
+#include "network/network.h"
+#include "network/nodeDef.h"
+#include "network/nodeVal.h"
+
+namespace inftest {
+
+// ---------------------------------------------------------------- JSON
+
+struct Json {
+    enum Kind { Null, Bool, Number, String, Array, Object } kind = Null;
+    double number = 0.0;
+    bool boolean = false;
+    std::string text;
+    std::vector<Json> items;
+    std::vector<std::pair<std::string, Json>> members;
+
+    const Json* Find(const std::string& key) const {
+        for (const auto& m : members)
+            if (m.first == key) return &m.second;
+        return nullptr;
+    }
+};
+
+class JsonReader {
+public:
+    explicit JsonReader(const std::string& s) : s_(s) {}
+    bool Parse(Json& out) {
+        Skip();
+        if (!Value(out)) return false;
+        Skip();
+        return pos_ == s_.size();
+    }
+
+private:
+    void Skip() {
+        while (pos_ < s_.size() && (s_[pos_] == ' ' || s_[pos_] == '\n' || s_[pos_] == '\r' || s_[pos_] == '\t')) ++pos_;
+    }
+    bool Literal(const char* word) {
+        size_t n = std::char_traits<char>::length(word);
+        if (s_.compare(pos_, n, word) != 0) return false;
+        pos_ += n;
+        return true;
+    }
+    bool Str(std::string& out) {
+        if (pos_ >= s_.size() || s_[pos_] != '"') return false;
+        ++pos_;
+        out.clear();
+        while (pos_ < s_.size() && s_[pos_] != '"') {
+            char c = s_[pos_++];
+            if (c == '\\') {
+                if (pos_ >= s_.size()) return false;
+                char e = s_[pos_++];
+                switch (e) {
+                    case 'n': out += '\n'; break;
+                    case 't': out += '\t'; break;
+                    case 'r': out += '\r'; break;
+                    case 'b': out += '\b'; break;
+                    case 'f': out += '\f'; break;
+                    case 'u': {
+                        if (pos_ + 4 > s_.size()) return false;
+                        unsigned code = static_cast<unsigned>(std::strtoul(s_.substr(pos_, 4).c_str(), nullptr, 16));
+                        pos_ += 4;
+                        if (code < 0x80) {
+                            out += static_cast<char>(code);
+                        } else if (code < 0x800) {
+                            out += static_cast<char>(0xC0 | (code >> 6));
+                            out += static_cast<char>(0x80 | (code & 0x3F));
+                        } else {
+                            out += static_cast<char>(0xE0 | (code >> 12));
+                            out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+                            out += static_cast<char>(0x80 | (code & 0x3F));
+                        }
+                        break;
+                    }
+                    default: out += e; break;
+                }
+            } else {
+                out += c;
+            }
+        }
+        if (pos_ >= s_.size()) return false;
+        ++pos_;
+        return true;
+    }
+    bool Value(Json& v) {
+        Skip();
+        if (pos_ >= s_.size()) return false;
+        const char c = s_[pos_];
+        if (c == '{') {
+            v.kind = Json::Object;
+            ++pos_;
+            Skip();
+            if (pos_ < s_.size() && s_[pos_] == '}') {
+                ++pos_;
+                return true;
+            }
+            while (true) {
+                Skip();
+                std::string key;
+                if (!Str(key)) return false;
+                Skip();
+                if (pos_ >= s_.size() || s_[pos_] != ':') return false;
+                ++pos_;
+                Json member;
+                if (!Value(member)) return false;
+                v.members.emplace_back(std::move(key), std::move(member));
+                Skip();
+                if (pos_ < s_.size() && s_[pos_] == ',') {
+                    ++pos_;
+                    continue;
+                }
+                if (pos_ < s_.size() && s_[pos_] == '}') {
+                    ++pos_;
+                    return true;
+                }
+                return false;
+            }
+        }
+        if (c == '[') {
+            v.kind = Json::Array;
+            ++pos_;
+            Skip();
+            if (pos_ < s_.size() && s_[pos_] == ']') {
+                ++pos_;
+                return true;
+            }
+            while (true) {
+                Json item;
+                if (!Value(item)) return false;
+                v.items.push_back(std::move(item));
+                Skip();
+                if (pos_ < s_.size() && s_[pos_] == ',') {
+                    ++pos_;
+                    continue;
+                }
+                if (pos_ < s_.size() && s_[pos_] == ']') {
+                    ++pos_;
+                    return true;
+                }
+                return false;
+            }
+        }
+        if (c == '"') {
+            v.kind = Json::String;
+            return Str(v.text);
+        }
+        if (Literal("true")) {
+            v.kind = Json::Bool;
+            v.boolean = true;
+            return true;
+        }
+        if (Literal("false")) {
+            v.kind = Json::Bool;
+            return true;
+        }
+        if (Literal("null")) return true;
+        const char* begin = s_.c_str() + pos_;
+        char* end = nullptr;
+        v.number = std::strtod(begin, &end);
+        if (end == begin) return false;
+        v.kind = Json::Number;
+        pos_ += static_cast<size_t>(end - begin);
+        return true;
+    }
+
+    const std::string& s_;
+    size_t pos_ = 0;
+};
+
+// ---------------------------------------------------------------- reference scenarios
+
+struct Scenario {
+    std::vector<std::pair<std::string, std::string>> evidence;  // node id, state id
+    double pEvidence = 0.0;
+    std::map<std::string, std::vector<double>> marginals;
+};
+
+inline std::string SharedDir() {
+    const char* env = std::getenv("QUARN_SHARED_DIR");
+    if (env && *env) return env;
+#ifdef QUARN_SHARED_DIR
+    return QUARN_SHARED_DIR;
+#else
+    return "../shared";
+#endif
+}
+
+inline bool LoadScenarios(const std::string& name, std::vector<Scenario>& out) {
+    std::ifstream in(SharedDir() + "/networks/reference/" + name + ".json");
+    if (!in) return false;
+    std::stringstream ss;
+    ss << in.rdbuf();
+    const std::string text = ss.str();
+    Json root;
+    if (!JsonReader(text).Parse(root)) return false;
+    const Json* sc = root.Find("scenarios");
+    if (!sc || sc->kind != Json::Array) return false;
+    out.clear();
+    for (const Json& s : sc->items) {
+        Scenario x;
+        if (const Json* ev = s.Find("evidence"))
+            for (const auto& m : ev->members) x.evidence.emplace_back(m.first, m.second.text);
+        if (const Json* p = s.Find("p_evidence")) x.pEvidence = p->number;
+        if (const Json* ms = s.Find("marginals"))
+            for (const auto& m : ms->members) {
+                std::vector<double> v;
+                for (const Json& d : m.second.items) v.push_back(d.number);
+                x.marginals[m.first] = std::move(v);
+            }
+        out.push_back(std::move(x));
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------- building networks
+
+// prefix followed by the number (built without operator+, which trips a
+// false -Wrestrict warning of g++ 12).
+inline std::string Name(const char* prefix, int i) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%s%d", prefix, i);
+    return buf;
+}
+
+// Adds a node of the type with the given number of states; returns its handle.
+inline int AddNode(VEK_network& net, const std::string& id, int states, int type = VEK_CPT) {
+    const int h = net.AddNode(type, id.c_str());
+    if (h < 0) return h;
+    VEK_idArray ids;
+    for (int s = 0; s < states; ++s) ids.Add(Name("s", s).c_str());
+    net.GetDef(h)->SetNumberOfOutcomes(ids);
+    return h;
+}
+
+// Sets a node's table (parents in order, own outcomes last).
+inline int SetTable(VEK_network& net, int h, const std::vector<double>& values) {
+    return net.GetDef(h)->SetDefinition(values);
+}
+
+inline std::vector<double> Beliefs(const VEK_network& net, int h) {
+    const VEK_Dmatrix* m = net.GetVal(h)->GetMatrix();
+    std::vector<double> v;
+    if (m)
+        for (int i = 0; i < m->GetSize(); ++i) v.push_back((*m)[i]);
+    return v;
+}
+
+// ---------------------------------------------------------------- enumeration
+
+// Exact posteriors of every node and the probability of evidence, by
+// walking the full joint. evidence: per handle the observed state or -1;
+// likelihood: per handle a vector of weights or empty. Controlled nodes
+// (do-interventions) are given by intervention (handle -> state).
+struct Enumeration {
+    double pEvidence = 0.0;
+    std::map<int, std::vector<double>> posterior;
+};
+
+inline Enumeration Enumerate(const VEK_network& net, const std::map<int, int>& evidence,
+                             const std::map<int, std::vector<double>>& likelihood = {},
+                             const std::map<int, int>& intervention = {}) {
+    std::vector<int> handles;
+    for (int h = 0; h < net.GetSlotCount(); ++h)
+        if (net.IsValidNode(h)) handles.push_back(h);
+    std::map<int, size_t> pos;
+    for (size_t i = 0; i < handles.size(); ++i) pos[handles[i]] = i;
+    std::vector<int> sizes;
+    for (int h : handles) sizes.push_back(net.GetDef(h)->GetNumberOfOutcomes());
+    std::vector<int> x(handles.size(), 0);
+    Enumeration r;
+    std::vector<std::vector<double>> acc(handles.size());
+    for (size_t i = 0; i < handles.size(); ++i) acc[i].assign(static_cast<size_t>(sizes[i]), 0.0);
+    while (true) {
+        bool consistent = true;
+        for (const auto& [h, s] : evidence)
+            if (x[pos[h]] != s) consistent = false;
+        for (const auto& [h, s] : intervention)
+            if (x[pos[h]] != s) consistent = false;
+        if (consistent) {
+            double p = 1.0;
+            for (size_t i = 0; i < handles.size() && p != 0.0; ++i) {
+                const int h = handles[i];
+                if (intervention.count(h)) continue;
+                const VEK_Dmatrix* t = net.GetDef(h)->GetMatrix();
+                const VEK_intArray& parents = net.GetNode(h)->Parents();
+                int idx = 0;
+                for (int k = 0; k < parents.GetSize(); ++k) idx = idx * sizes[pos[parents[k]]] + x[pos[parents[k]]];
+                idx = idx * sizes[i] + x[i];
+                p *= (*t)[idx];
+                auto it = likelihood.find(h);
+                if (it != likelihood.end()) p *= it->second[static_cast<size_t>(x[i])];
+            }
+            r.pEvidence += p;
+            for (size_t i = 0; i < handles.size(); ++i) acc[i][static_cast<size_t>(x[i])] += p;
+        }
+        size_t d = handles.size();
+        bool done = true;
+        while (d > 0) {
+            --d;
+            if (++x[d] < sizes[d]) {
+                done = false;
+                break;
+            }
+            x[d] = 0;
+        }
+        if (done) break;
+    }
+    for (size_t i = 0; i < handles.size(); ++i) {
+        std::vector<double> v = acc[i];
+        if (r.pEvidence > 0.0)
+            for (double& e : v) e /= r.pEvidence;
+        r.posterior[handles[i]] = v;
+    }
+    return r;
+}
+
+}  // namespace inftest

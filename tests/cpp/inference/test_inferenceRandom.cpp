@@ -1,0 +1,316 @@
+// Exact inference on random small networks against enumeration of the full
+// joint: every algorithm id, relevance on and off, with and without targets,
+// hard, virtual and propagated evidence, truth tables, interventions and
+// tables with zeros.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "inference/inferenceCache.h"
+#include "infTestUtil.h"
+#include "network/truthTable.h"
+
+using namespace inftest;
+
+namespace {
+
+struct RandomNet {
+    VEK_network net;
+    std::vector<int> handles;
+};
+
+// n nodes with 2..4 states, up to three parents among the earlier nodes,
+// tables with occasional zeros, and some truth tables.
+void Build(RandomNet& r, std::mt19937& rng, int n, bool truthTables, bool chain = false) {
+    std::uniform_int_distribution<int> states(2, 4);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    for (int i = 0; i < n; ++i) {
+        const bool tt = truthTables && i > 1 && u(rng) < 0.25;
+        r.handles.push_back(AddNode(r.net, Name("n", i), states(rng), tt ? VEK_TRUTHTABLE : VEK_CPT));
+    }
+    for (int i = 1; i < n; ++i) {
+        std::vector<int> cands(static_cast<size_t>(i));
+        for (int k = 0; k < i; ++k) cands[static_cast<size_t>(k)] = k;
+        std::shuffle(cands.begin(), cands.end(), rng);
+        const int np = std::min<int>(i, static_cast<int>(rng() % 4));
+        for (int k = 0; k < np; ++k) ASSERT_EQ(r.net.AddArc(r.handles[cands[static_cast<size_t>(k)]], r.handles[i]), 0);
+        if (chain && !r.net.Related(r.handles[i - 1], r.handles[i])) {
+            ASSERT_EQ(r.net.AddArc(r.handles[i - 1], r.handles[i]), 0);
+        }
+    }
+    for (int i = 0; i < n; ++i) {
+        const int h = r.handles[i];
+        const VEK_Dmatrix* m = r.net.GetDef(h)->GetMatrix();
+        const int k = m->GetLastDimensionSize();
+        std::vector<double> t(static_cast<size_t>(m->GetSize()));
+        for (size_t c = 0; c < t.size(); c += static_cast<size_t>(k)) {
+            if (r.net.GetDef(h)->GetType() == VEK_TRUTHTABLE) {
+                t[c + rng() % static_cast<unsigned>(k)] = 1.0;
+                continue;
+            }
+            double sum = 0.0;
+            for (int s = 0; s < k; ++s) {
+                t[c + static_cast<size_t>(s)] = u(rng) < 0.15 ? 0.0 : u(rng);
+                sum += t[c + static_cast<size_t>(s)];
+            }
+            if (sum == 0.0) {
+                t[c] = 1.0;
+                sum = 1.0;
+            }
+            for (int s = 0; s < k; ++s) t[c + static_cast<size_t>(s)] /= sum;
+        }
+        ASSERT_EQ(SetTable(r.net, h, t), 0);
+    }
+}
+
+// A joint sample, so that evidence drawn from it is possible.
+std::vector<int> Sample(const VEK_network& net, const std::vector<int>& handles, std::mt19937& rng) {
+    std::vector<int> x(handles.size(), 0);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    for (size_t i = 0; i < handles.size(); ++i) {
+        const int h = handles[i];
+        const VEK_Dmatrix* t = net.GetDef(h)->GetMatrix();
+        const VEK_intArray& parents = net.GetNode(h)->Parents();
+        int col = 0;
+        for (int p : parents) {
+            size_t pi = 0;
+            while (handles[pi] != p) ++pi;
+            col = col * net.GetDef(p)->GetNumberOfOutcomes() + x[pi];
+        }
+        const int k = t->GetLastDimensionSize();
+        double r = u(rng), acc = 0.0;
+        int s = 0;
+        for (; s < k - 1; ++s) {
+            acc += (*t)[col * k + s];
+            if (r < acc) break;
+        }
+        while ((*t)[col * k + s] == 0.0) s = (s + 1) % k;
+        x[i] = s;
+    }
+    return x;
+}
+
+// Every node whose value is valid must hold the exact posterior; nodes that
+// must have been computed must be valid.
+void ExpectPosteriors(const VEK_network& net, const Enumeration& ref, const std::vector<int>& mustBeValid,
+                      const std::string& what) {
+    for (const auto& [h, post] : ref.posterior) {
+        const VEK_nodeVal* v = net.GetVal(h);
+        const bool required = std::find(mustBeValid.begin(), mustBeValid.end(), h) != mustBeValid.end();
+        if (required) {
+            EXPECT_TRUE(v->IsValueValid()) << what << " node " << net.GetNodeId(h);
+        }
+        if (!v->IsValueValid()) continue;
+        const std::vector<double> b = Beliefs(net, h);
+        ASSERT_EQ(b.size(), post.size()) << what;
+        for (size_t s = 0; s < post.size(); ++s)
+            EXPECT_NEAR(b[s], post[s], 1e-9) << what << " node " << net.GetNodeId(h) << " state " << s;
+    }
+}
+
+struct Case {
+    std::map<int, int> evidence;
+    std::map<int, std::vector<double>> likelihood;
+    std::vector<int> targets;
+};
+
+Case DrawCase(RandomNet& r, std::mt19937& rng, bool allowVirtual) {
+    Case c;
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    const std::vector<int> x = Sample(r.net, r.handles, rng);
+    for (size_t i = 0; i < r.handles.size(); ++i) {
+        const int h = r.handles[i];
+        const double d = u(rng);
+        if (d < 0.3) {
+            c.evidence[h] = x[i];
+        } else if (allowVirtual && d < 0.45) {
+            const int k = r.net.GetDef(h)->GetNumberOfOutcomes();
+            std::vector<double> l(static_cast<size_t>(k));
+            double sum = 0.0;
+            for (double& e : l) sum += (e = 0.05 + u(rng));
+            for (double& e : l) e /= sum;
+            c.likelihood[h] = l;
+        }
+        if (u(rng) < 0.3) c.targets.push_back(h);
+    }
+    return c;
+}
+
+// Enters the case; the likelihoods are read back as the value stores them.
+void Enter(RandomNet& r, Case& c, bool withTargets) {
+    VEK_network& net = r.net;
+    net.ClearAllEvidence();
+    net.ClearAllTargets();
+    for (auto& [h, s] : c.evidence) ASSERT_EQ(net.GetVal(h)->SetEvidence(s), 0) << "evidence " << h;
+    for (auto& [h, l] : c.likelihood) {
+        ASSERT_EQ(net.GetVal(h)->SetVirtualEvidence(l), 0);
+        ASSERT_EQ(net.GetVal(h)->GetVirtualEvidence(l), 0);
+    }
+    if (withTargets) {
+        for (int h : c.targets) ASSERT_EQ(net.SetTarget(h, true), 0);
+    }
+}
+
+std::vector<int> Required(const RandomNet& r, const Case& c, bool withTargets) {
+    if (withTargets && !c.targets.empty()) return c.targets;
+    return r.handles;
+}
+
+}  // namespace
+
+TEST(InferenceRandom, EveryAlgorithmMatchesEnumeration) {
+    std::mt19937 rng(20240601);
+    for (int trial = 0; trial < 60; ++trial) {
+        RandomNet r;
+        const int n = 2 + static_cast<int>(rng() % 11);
+        Build(r, rng, n, trial % 2 == 1);
+        Case c = DrawCase(r, rng, true);
+        for (bool withTargets : {false, true}) {
+            Enter(r, c, withTargets);
+            const Enumeration ref = Enumerate(r.net, c.evidence, c.likelihood);
+            ASSERT_GT(ref.pEvidence, 0.0);
+            for (int alg : {0, 10, 11, 12}) {
+                for (bool relevance : {true, false}) {
+                    r.net.SetDefaultBNAlgorithm(alg);
+                    r.net.EnableRelevance(relevance);
+                    r.net.InvalidateAllBeliefs();
+                    char buf[96];
+                    std::snprintf(buf, sizeof buf, "trial %d alg %d relevance %d targets %d", trial, alg,
+                                  static_cast<int>(relevance), static_cast<int>(withTargets));
+                    const std::string what = buf;
+                    ASSERT_EQ(r.net.UpdateBeliefs(), 0) << what;
+                    ExpectPosteriors(r.net, ref, Required(r, c, withTargets), what);
+                    double p = -1.0;
+                    ASSERT_EQ(r.net.ProbEvidence(p), 0) << what;
+                    EXPECT_NEAR(p, ref.pEvidence, 1e-9 * ref.pEvidence) << what;
+                }
+            }
+            r.net.EnableRelevance(true);
+        }
+    }
+}
+
+TEST(InferenceRandom, DecompositionsInSmallBatchesMatchEnumeration) {
+    std::mt19937 rng(7);
+    for (int trial = 0; trial < 25; ++trial) {
+        RandomNet r;
+        Build(r, rng, 6 + static_cast<int>(rng() % 7), false);
+        // Batches of three and a tiny clique limit force the halving down to
+        // single nodes, whose trees are built whatever their size.
+        r.net.UserProperties().AddProperty("VEK_REL_DECOMP_THRESHOLD", "3");
+        r.net.UserProperties().AddProperty("VEK_REL_DECOMP_THRESHOLD3", "6");
+        r.net.UserProperties().AddProperty("VEK_REL_DECOMP_THRESHOLD2", "6");
+        Case c = DrawCase(r, rng, false);
+        for (bool withTargets : {false, true}) {
+            Enter(r, c, withTargets);
+            const Enumeration ref = Enumerate(r.net, c.evidence);
+            for (int alg : {11, 12}) {
+                r.net.SetDefaultBNAlgorithm(alg);
+                r.net.InvalidateAllBeliefs();
+                ASSERT_EQ(r.net.UpdateBeliefs(), 0);
+                ExpectPosteriors(r.net, ref, Required(r, c, withTargets), Name("decomposition ", alg));
+                // The targets are as they were before the run.
+                EXPECT_EQ(r.net.GetTargetCount(), withTargets ? static_cast<int>(c.targets.size()) : 0);
+                for (int h : r.handles)
+                    EXPECT_EQ(r.net.IsTarget(h), withTargets && std::count(c.targets.begin(), c.targets.end(), h) > 0);
+            }
+        }
+    }
+}
+
+TEST(InferenceRandom, ClusteringFallsBackToDecompositionWhenTheTreeIsTooBig) {
+    std::mt19937 rng(11);
+    for (int trial = 0; trial < 10; ++trial) {
+        RandomNet r;
+        Build(r, rng, 8 + static_cast<int>(rng() % 4), false, true);
+        r.net.UserProperties().AddProperty("VEK_CLUSTERING_INITIAL_THRESHOLD", "4");
+        r.net.UserProperties().AddProperty("VEK_REL_DECOMP_THRESHOLD", "2");
+        r.net.UserProperties().AddProperty("VEK_REL_DECOMP_THRESHOLD3", "4");
+        // No evidence: the chain stays in one piece, far above the limit.
+        Case c;
+        const Enumeration ref = Enumerate(r.net, c.evidence);
+        ASSERT_EQ(r.net.UpdateBeliefs(), 0);
+        ExpectPosteriors(r.net, ref, r.handles, "fallback");
+
+        // With the fallback disabled the same update fails.
+        r.net.UserProperties().AddProperty("VEK_REL_DECOMP_DISABLE_FALLBACK", "");
+        r.net.InvalidateAllBeliefs();
+        EXPECT_EQ(r.net.UpdateBeliefs(), VEK_OUT_OF_MEMORY);
+    }
+}
+
+TEST(InferenceRandom, InterventionsCutTheParentsOff) {
+    std::mt19937 rng(99);
+    for (int trial = 0; trial < 20; ++trial) {
+        RandomNet r;
+        Build(r, rng, 4 + static_cast<int>(rng() % 6), false);
+        // Control a node none of whose descendants carries evidence.
+        const int controlled = r.handles[static_cast<size_t>(rng() % r.handles.size())];
+        // An outcome that the node's table allows somewhere (setting the value
+        // goes through the evidence checks).
+        const VEK_Dmatrix* t = r.net.GetDef(controlled)->GetMatrix();
+        const int k = t->GetLastDimensionSize();
+        int state = static_cast<int>(rng() % static_cast<unsigned>(k));
+        for (bool allowed = false; !allowed; state = (state + 1) % k) {
+            for (int i = state; i < t->GetSize() && !allowed; i += k) allowed = (*t)[i] > 0.0;
+            if (allowed) break;
+        }
+        ASSERT_EQ(r.net.GetVal(controlled)->ControlValue(state), 0);
+        std::map<int, int> evidence;
+        VEK_intArray desc;
+        r.net.GetDescendants(controlled, desc);
+        for (int h : r.handles) {
+            if (h == controlled || desc.IsInList(h) || rng() % 3 != 0) continue;
+            evidence[h] = 0;
+        }
+        // Keep only evidence that is possible under the intervention.
+        std::map<int, int> kept;
+        for (auto [h, s] : evidence) {
+            kept[h] = s;
+            if (Enumerate(r.net, kept, {}, {{controlled, state}}).pEvidence == 0.0) kept.erase(h);
+        }
+        for (auto [h, s] : kept) ASSERT_EQ(r.net.GetVal(h)->SetEvidence(s), 0);
+        const Enumeration ref = Enumerate(r.net, kept, {}, {{controlled, state}});
+        for (int alg : {0, 10}) {
+            r.net.SetDefaultBNAlgorithm(alg);
+            r.net.InvalidateAllBeliefs();
+            ASSERT_EQ(r.net.UpdateBeliefs(), 0);
+            ExpectPosteriors(r.net, ref, r.handles, "intervention");
+        }
+        double p = 0.0;
+        r.net.SetDefaultBNAlgorithm(0);
+        ASSERT_EQ(r.net.ProbEvidence(p), 0);
+        EXPECT_NEAR(p, ref.pEvidence, 1e-9 * ref.pEvidence);
+    }
+}
+
+TEST(InferenceRandom, CachedTreesFollowEvidenceValuesAndTableChanges) {
+    std::mt19937 rng(5);
+    RandomNet r;
+    Build(r, rng, 10, false);
+    const int e = r.handles[9];
+    std::uniform_real_distribution<double> u(0.05, 1.0);
+    for (int round = 0; round < 6; ++round) {
+        // Same evidence pattern, other value: the compiled tree is reused.
+        r.net.ClearAllEvidence();
+        const Enumeration prior = Enumerate(r.net, {});
+        const int s = round % r.net.GetDef(e)->GetNumberOfOutcomes();
+        if (prior.posterior.at(e)[static_cast<size_t>(s)] == 0.0) continue;
+        ASSERT_EQ(r.net.GetVal(e)->SetEvidence(s), 0);
+        ASSERT_EQ(r.net.UpdateBeliefs(), 0);
+        ExpectPosteriors(r.net, Enumerate(r.net, {{e, s}}), r.handles, Name("round ", round));
+        // New numbers in a table, through the definition.
+        const int h = r.handles[static_cast<size_t>(round % 9)];
+        const VEK_Dmatrix* m = r.net.GetDef(h)->GetMatrix();
+        std::vector<double> t(static_cast<size_t>(m->GetSize()));
+        const int k = m->GetLastDimensionSize();
+        for (size_t c = 0; c < t.size(); c += static_cast<size_t>(k)) {
+            double sum = 0.0;
+            for (int q = 0; q < k; ++q) sum += (t[c + static_cast<size_t>(q)] = u(rng));
+            for (int q = 0; q < k; ++q) t[c + static_cast<size_t>(q)] /= sum;
+        }
+        ASSERT_EQ(SetTable(r.net, h, t), 0);
+        r.net.InvalidateAllBeliefs();
+    }
+    EXPECT_LE(r.net.InferenceCache().TreeCount(), VEK_inferenceCache::kMaxTrees);
+}

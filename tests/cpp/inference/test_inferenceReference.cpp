@@ -1,0 +1,82 @@
+// Posteriors and probabilities of evidence of the shared reference networks,
+// computed independently, for every exact algorithm with relevance on and
+// off, without targets and with random target subsets. Only the networks
+// that update in milliseconds are here; the larger ones are checked by the
+// inference benchmark.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "infTestUtil.h"
+
+using namespace inftest;
+
+namespace {
+
+class Reference : public ::testing::TestWithParam<const char*> {};
+
+void CheckScenario(VEK_network& net, const Scenario& sc, bool targetsOnly, const std::string& what) {
+    for (const auto& [id, expect] : sc.marginals) {
+        const int h = net.FindNode(id.c_str());
+        ASSERT_GE(h, 0) << id;
+        const VEK_nodeVal* v = net.GetVal(h);
+        if (targetsOnly && !net.IsTarget(h) && !v->IsValueValid()) continue;
+        ASSERT_TRUE(v->IsValueValid()) << what << " " << id;
+        const std::vector<double> b = Beliefs(net, h);
+        ASSERT_EQ(b.size(), expect.size()) << id;
+        for (size_t s = 0; s < expect.size(); ++s) EXPECT_NEAR(b[s], expect[s], 1e-9) << what << " " << id << " " << s;
+    }
+}
+
+}  // namespace
+
+TEST_P(Reference, PosteriorsAndProbabilityOfEvidence) {
+    const std::string name = GetParam();
+    std::vector<Scenario> scenarios;
+    ASSERT_TRUE(LoadScenarios(name, scenarios)) << "reference file of " << name;
+    VEK_network net;
+    const std::string path = SharedDir() + "/networks/xvek/" + name + ".xvek";
+    if (net.ReadFile(path.c_str()) != 0) GTEST_SKIP() << "the network file cannot be read yet: " << path;
+
+    std::mt19937 rng(static_cast<unsigned>(name.size()));
+    for (size_t k = 0; k < scenarios.size(); ++k) {
+        const Scenario& sc = scenarios[k];
+        net.ClearAllEvidence();
+        for (const auto& [node, state] : sc.evidence) {
+            const int h = net.FindNode(node.c_str());
+            ASSERT_GE(h, 0) << node;
+            ASSERT_EQ(net.GetVal(h)->SetEvidence(state.c_str()), 0) << node << " " << state;
+        }
+        for (bool targets : {false, true}) {
+            net.ClearAllTargets();
+            if (targets) {
+                for (int h = 0; h < net.GetSlotCount(); ++h) {
+                    if (net.IsValidNode(h) && rng() % 10 == 0) {
+                        ASSERT_EQ(net.SetTarget(h, true), 0);
+                    }
+                }
+            }
+            for (int alg : {0, 10, 11, 12}) {
+                for (bool relevance : {true, false}) {
+                    net.SetDefaultBNAlgorithm(alg);
+                    net.EnableRelevance(relevance);
+                    net.InvalidateAllBeliefs();
+                    char what[96];
+                    std::snprintf(what, sizeof what, "%s scenario %zu alg %d relevance %d targets %d", name.c_str(), k,
+                                  alg, static_cast<int>(relevance), static_cast<int>(targets));
+                    ASSERT_EQ(net.UpdateBeliefs(), 0) << what;
+                    CheckScenario(net, sc, targets, what);
+                    double p = -1.0;
+                    ASSERT_EQ(net.ProbEvidence(p), 0) << what;
+                    EXPECT_NEAR(p, sc.pEvidence, 1e-9 * sc.pEvidence) << what;
+                }
+            }
+        }
+        net.EnableRelevance(true);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(SmallNetworks, Reference,
+                         ::testing::Values("asia", "cancer", "earthquake", "survey", "sachs", "child", "alarm",
+                                           "insurance", "hailfinder", "hepar2", "win95pts", "andes", "pigs"),
+                         [](const ::testing::TestParamInfo<const char*>& info) { return std::string(info.param); });

@@ -1,0 +1,141 @@
+"""Noisy-MAX strengths, synchronization and expanded tables; DeMorgan prior,
+parent types and weights."""
+import pytest
+
+import pyquarn
+from pyquarn import DeMorganParentType, NodeType
+
+from conftest import describe, quarn_error
+
+
+@pytest.fixture
+def canon():
+    """N: noisy-MAX (n0, n1, n2) with parents A (2 outcomes) and B (3);
+    D: DeMorgan with DeMorgan parents P and Q."""
+    net = pyquarn.Network()
+    n = net.add_node(NodeType.NOISY_MAX, "N")
+    net.add_outcome(n, "n2")
+    a = net.add_node(NodeType.CPT, "A")
+    b = net.add_node(NodeType.CPT, "B")
+    net.add_outcome(b, "b2")
+    net.add_arc(a, n)
+    net.add_arc(b, n)
+    d = net.add_node(NodeType.DEMORGAN, "D")
+    p = net.add_node(NodeType.DEMORGAN, "P")
+    q = net.add_node(NodeType.DEMORGAN, "Q")
+    net.add_arc(p, d)
+    net.add_arc(q, d)
+    return net, {"N": n, "A": a, "B": b, "D": d, "P": p, "Q": q}
+
+
+def columns(items, n):
+    return [items[i:i + n] for i in range(0, len(items), n)]
+
+
+def test_strengths_by_every_form_and_their_effect(canon):
+    net, h = canon
+    assert net.get_noisy_parent_strengths(h["N"], 1) == [0, 1, 2]
+    assert net.get_noisy_parent_strengths("N", "A") == [0, 1]
+    # A: strong (0.7, 0.2, 0.1); B: outcome 0 (0.5, 0.5, 0), outcome 1 (0, 0.5, 0.5); leak (0, 0, 1).
+    net.set_node_definition("N", [0.7, 0.2, 0.1, 0, 0, 1,
+                                  0.5, 0.5, 0, 0, 0.5, 0.5, 0, 0, 1,
+                                  0, 0, 1])
+    table = columns(net.get_noisy_expanded_definition("N"), 3)
+    assert len(table) == 6
+    assert table[5] == pytest.approx([0, 0, 1])          # A weak, B weakest
+    assert table[3] == pytest.approx([0.5, 0.5, 0])      # A weak, B in 0
+    assert table[0] == pytest.approx([0.85, 0.15, 0])    # max of A strong and B in 0
+    # B's weakest outcome becomes 0: its columns now stand for outcomes 2, 1, 0.
+    net.set_noisy_parent_strengths(h["N"], "B", [2, 1, 0])
+    assert net.get_noisy_parent_strengths("N", 1) == [2, 1, 0]
+    assert not net.is_noisy_synchronized("N")
+    table = columns(net.get_noisy_expanded_definition(h["N"]), 3)
+    assert table[3] == pytest.approx([0, 0, 1])
+    assert table[5] == pytest.approx([0.5, 0.5, 0])
+    net.set_noisy_parent_strengths("N", 0, [1, 0])
+    assert net.get_noisy_parent_strengths(h["N"], "A") == [1, 0]
+
+
+def test_expanded_state_and_synchronization(canon):
+    net, h = canon
+    net.get_noisy_expanded_definition("N")
+    assert net.is_noisy_expanded(h["N"])
+    net.set_noisy_parent_strengths("N", "B", [1, 0, 2])
+    assert not net.is_noisy_expanded("N")
+    expanded = net.get_noisy_expanded_definition("N")
+    assert len(expanded) == 2 * 3 * 3
+    assert all(sum(c) == pytest.approx(1) for c in columns(expanded, 3))
+    assert net.is_noisy_expanded("N")
+
+    net.set_noisy_synchronized("N", True)
+    assert net.is_noisy_synchronized(h["N"])
+    assert net.get_noisy_parent_strengths("N", "B") == [0, 1, 2]
+    net.set_noisy_synchronized(h["N"], False)
+    assert not net.is_noisy_synchronized("N")
+
+
+def test_demorgan_parameters(canon):
+    net, h = canon
+    assert net.get_de_morgan_prior_belief("D") == 0.5
+    assert net.get_de_morgan_parent_type("D", 0) == DeMorganParentType.CAUSE
+    net.set_de_morgan_prior_belief(h["D"], 0.1)
+    net.set_de_morgan_parent_type("D", "Q", DeMorganParentType.INHIBITOR)
+    net.set_de_morgan_parent_weight(h["D"], 0, 0.25)
+    net.set_de_morgan_parent_weight("D", "Q", 0.75)
+    assert net.get_de_morgan_prior_belief(h["D"]) == 0.1
+    assert net.get_de_morgan_parent_type(h["D"], "Q") == DeMorganParentType.INHIBITOR
+    assert net.get_de_morgan_parent_type(h["D"], "P") == DeMorganParentType.CAUSE
+    assert net.get_de_morgan_parent_weight("D", "P") == 0.25
+    assert net.get_de_morgan_parent_weight(h["D"], 1) == 0.75
+    # The stored parameters: parent weights, then the prior.
+    assert net.get_node_definition("D") == [0.25, 0.75, 0.1]
+
+
+@pytest.mark.parametrize("call, code, fragment", [
+    (lambda n: n.set_noisy_parent_strengths("N", 1, [0, 0, 2]), -2, "every outcome of parent 'B'"),
+    (lambda n: n.set_noisy_parent_strengths("N", 1, [0, 1]), -2, "exactly once"),
+    (lambda n: n.set_noisy_parent_strengths("N", 2, [0, 1]), -2, "Invalid parent index 2 for node 'N'"),
+    (lambda n: n.set_noisy_parent_strengths("N", "D", [0, 1]), -2, "Node 'D' is not a parent of node 'N'"),
+    (lambda n: n.set_noisy_parent_strengths("N", "X", [0, 1]), -3, "Invalid node handle"),
+    (lambda n: n.get_noisy_parent_strengths("N", -1), -2, "Invalid parent index -1"),
+    (lambda n: n.set_noisy_parent_strengths("D", 0, [0, 1]), -51, "Node 'D' is not a noisy-MAX node"),
+    (lambda n: n.set_noisy_synchronized("A", True), -51, "Node 'A' is not a noisy-MAX node"),
+    (lambda n: n.get_noisy_expanded_definition("D"), -51, "Node 'D' is not a noisy node"),
+    (lambda n: n.set_de_morgan_prior_belief("D", 1.5), -2, "Prior belief must be within [0, 1]"),
+    (lambda n: n.set_de_morgan_parent_weight("D", 0, -0.5), -2, "Parent weight must be within [0, 1]"),
+    (lambda n: n.set_de_morgan_parent_weight("D", 2, 0.5), -2, "Invalid parent index 2 for node 'D'"),
+    (lambda n: n.set_de_morgan_parent_type("N", 0, DeMorganParentType.BARRIER), -51, "is not a DeMorgan node"),
+    (lambda n: n.get_de_morgan_prior_belief(99), -3, "Invalid node handle: 99"),
+    (lambda n: n.add_outcome("D", "extra"), -51, None),
+    (lambda n: n.delete_outcome("D", 0), -51, None),
+])
+def test_bad_input_raises_and_changes_nothing(canon, call, code, fragment):
+    net, _ = canon
+    net.set_node_definition("N", [0.7, 0.2, 0.1, 0, 0, 1,
+                                  0.5, 0.5, 0, 0, 0.5, 0.5, 0, 0, 1,
+                                  0.2, 0.3, 0.5])
+    before = describe(net)
+    strengths = net.get_noisy_parent_strengths("N", "B")
+    expanded = net.get_noisy_expanded_definition("N")
+    demorgan = (net.get_de_morgan_prior_belief("D"), net.get_de_morgan_parent_weight("D", 0))
+    with quarn_error(code, contains=fragment):
+        call(net)
+    assert describe(net) == before
+    assert net.get_noisy_parent_strengths("N", "B") == strengths
+    assert net.get_noisy_expanded_definition("N") == expanded
+    assert (net.get_de_morgan_prior_belief("D"), net.get_de_morgan_parent_weight("D", 0)) == demorgan
+
+
+def test_error_text_names_the_operation(canon):
+    net, _ = canon
+    with quarn_error(-2, text="QUARN Error -2 in function Network.SetDeMorganParentWeight. "
+                              "Invalid parent index 5 for node 'D'"):
+        net.set_de_morgan_parent_weight("D", 5, 0.5)
+
+
+def test_arcs_into_demorgan_only_from_demorgan(canon):
+    net, h = canon
+    with quarn_error(-51):
+        net.add_arc(h["A"], h["D"])
+    with quarn_error(-51):
+        net.add_arc(h["D"], h["N"])

@@ -1,0 +1,194 @@
+"""Reading and writing networks: read_file, read_string, write_file and
+write_string over the XML network format."""
+import os
+import re
+import shutil
+
+import pytest
+
+import pyquarn
+from pyquarn import NodeType, QUARNException
+from conftest import quarn_error
+from describe_util import describe
+
+SHARED = os.environ.get("QUARN_SHARED_DIR",
+                        os.path.join(os.path.dirname(__file__), "..", "..", "..", "shared"))
+XVEK = os.path.join(SHARED, "networks", "xvek")
+LARGE = {"munin", "munin1", "munin2", "munin3", "munin4", "diabetes", "pigs", "link", "barley"}
+
+
+def readme_counts():
+    """(name, nodes, arcs, entries) per row of the shared networks' table."""
+    rows = []
+    with open(os.path.join(SHARED, "networks", "README.md"), encoding="utf-8") as f:
+        for line in f:
+            m = re.match(r"\| (\w+) \| (\d+) \| (\d+) \| (\d+) \|", line)
+            if m:
+                rows.append((m.group(1), int(m.group(2)), int(m.group(3)), int(m.group(4))))
+    return rows
+
+
+def build_rich(net):
+    """Every kind of data the file keeps, nodes created parents first so
+    that handles survive the round trip."""
+    net.set_id("rich")
+    net.set_name("A rich <network> & more")
+    net.set_description("line one\nline two\twith a tab \\ and a backslash")
+    a = net.add_node(NodeType.CPT, "A")
+    net.set_outcome_id(a, 0, "low")
+    net.set_outcome_id(a, 1, "high")
+    net.add_outcome(a, "max")
+    net.set_node_definition(a, [0.2, 0.3, 0.5])
+    b = net.add_node(NodeType.TRUTH_TABLE, "B")
+    net.add_arc(a, b)
+    net.set_node_definition(b, [1, 0, 0, 1, 1, 0])
+    d = net.add_node(NodeType.DECISION, "D")
+    u = net.add_node(NodeType.UTILITY, "U")
+    net.add_arc(d, u)
+    net.add_arc(a, u)
+    net.set_node_definition(u, [1.5, -2, 3, 4, 5, 6.25])
+    n = net.add_node(NodeType.NOISY_MAX, "N")
+    net.add_arc(a, n)
+    m = net.add_node(NodeType.MAU, "M")
+    net.add_arc(u, m)
+    net.set_point_values(a, [1.0, 2.5, 4.0])
+    net.set_node_name(a, "Node A")
+    net.set_node_description(b, "deterministic\nchild")
+    net.set_outcome_label(a, 0, "Low")
+    net.set_target(b, True)
+    net.set_node_position(a, 10, 20, 81, 31)
+    net.set_node_bg_color(a, 0x123456)
+    net.set_node_text_color(b, 0xFFFFFFFF)
+    net.set_node_border_width(a, 3)
+    net.set_node_chart_enabled(b, True)
+    net.set_node_chart_size(b, 200, 100)
+    net.set_user_properties([pyquarn.UserProperty("owner", "me & you")])
+    net.set_node_user_properties(a, [pyquarn.UserProperty("unit", "kg\nper m")])
+    sub = net.add_submodel(net.get_main_submodel(), "Part")
+    net.set_submodel_name(sub, "The part")
+    net.set_submodel_of_node(d, sub)
+    net.set_node_diag_type(a, pyquarn.NodeDiagType.OBSERVATION)
+    net.set_ranked(a, True)
+    net.set_node_question(a, "How much?")
+    net.set_outcome_fix(b, 0, "repair it")
+    net.set_sample_count(5000)
+    net.set_zero_avoidance_enabled(False)
+    case = net.add_case("first")
+    net.set_case_description(case, "a case")
+    net.set_case_targets(case, ["B"])
+    return net
+
+
+def test_docstrings():
+    assert pyquarn.Network.read_file.__doc__.strip().endswith("Reads network from a file")
+    assert pyquarn.Network.read_string.__doc__.strip().endswith("Reads network from a string")
+    assert pyquarn.Network.write_file.__doc__.strip().endswith("Writes network to a file")
+    assert pyquarn.Network.write_string.__doc__.strip().endswith("Serializes network to a string")
+
+
+def test_asia_reads_with_its_tables(net):
+    net.read_file(os.path.join(XVEK, "asia.xvek"))
+    assert net.get_id() == "asia"
+    assert net.get_node_count() == 8
+    assert net.get_parent_ids("either") == ["lung", "tub"]
+    assert net.get_outcome_ids("either") == ["yes", "no"]
+    assert net.get_node_definition("dysp") == [0.9, 0.1, 0.8, 0.2, 0.7, 0.3, 0.1, 0.9]
+
+
+@pytest.mark.parametrize("name,nodes,arcs,entries", [r for r in readme_counts() if r[0] not in LARGE])
+def test_shared_networks_have_the_readme_counts(name, nodes, arcs, entries):
+    net = pyquarn.Network()
+    net.read_file(os.path.join(XVEK, name + ".xvek"))
+    handles = net.get_all_nodes()
+    assert len(handles) == nodes
+    assert sum(len(net.get_parents(h)) for h in handles) == arcs
+    assert sum(len(net.get_node_definition(h)) for h in handles) == entries
+    # Written and read again, the network is the same and writes the same text.
+    text = net.write_string()
+    again = pyquarn.Network()
+    again.read_string(text)
+    assert describe(again) == describe(net)
+    assert again.write_string() == text
+
+
+def test_rich_network_round_trips_through_files_and_strings(net, tmp_path):
+    build_rich(net)
+    path = str(tmp_path / "rich.xvek")
+    net.write_file(path)
+    back = pyquarn.Network()
+    back.read_file(path)
+    assert describe(back) == describe(net)
+    text = net.write_string()
+    with open(path, encoding="utf-8") as f:
+        assert f.read() == text
+    other = pyquarn.Network()
+    other.read_string(text)
+    assert describe(other) == describe(net)
+    assert other.write_string() == text
+    assert "<position>10 20 91 51</position>" in text
+    assert 'color="563412"' in text  # red and blue swapped
+
+
+def test_extension_case_is_ignored_and_format_numbers_override_it(net, tmp_path):
+    build_rich(net)
+    upper = str(tmp_path / "model.XVEK")
+    net.write_file(upper)
+    back = pyquarn.Network()
+    back.read_file(upper)
+    assert describe(back) == describe(net)
+    txt = str(tmp_path / "model.txt")
+    net.write_file(txt, format=8)
+    with quarn_error(-2, contains="Unknown File Format"):
+        back.read_file(txt)
+    with quarn_error(-2, contains="Unknown File Format"):
+        net.write_file(str(tmp_path / "nine.xvek"), format=9)
+    assert not os.path.exists(str(tmp_path / "nine.xvek"))
+
+
+def test_failed_reads_raise_with_the_log_and_change_nothing(small, tmp_path):
+    net, _ = small
+    before = describe(net)
+    missing = str(tmp_path / "missing.xvek")
+    with quarn_error(-100) as info:
+        net.read_file(missing)
+    assert str(info.value) == ("QUARN Error -100 in function Network.ReadFile. \n"
+                               "Error at 0, 0 while loading %s: Can't open file %s" % (missing, missing))
+    assert describe(net) == before
+
+    with quarn_error(-103, contains="Invalid version number '2.0', expected 1.0") as info:
+        net.read_string('<quarn version="2.0" id="x"/>')
+    assert "Network.ReadString" in str(info.value)
+    assert "Can't open file" not in str(info.value)  # the logger was cleared first
+    assert describe(net) == before
+
+    bad = str(tmp_path / "bad.xvek")
+    with open(bad, "w") as f:
+        f.write('<quarn version="1.0" id="x">\n<nodes>\n<cpt id="A"><state id="a"/><state id="a"/>')
+    with quarn_error(-103) as info:
+        net.read_file(bad)
+    assert str(info.value).endswith("Error at 3, 27 while loading %s: Duplicate state identifier: 'a'" % bad)
+    assert describe(net) == before
+
+    with quarn_error(-103, contains="Equation nodes are not supported yet"):
+        net.read_string('<quarn version="1.0" id="x"><nodes><equation id="E"/></nodes></quarn>')
+    assert describe(net) == before
+
+
+def test_unknown_content_loads(net):
+    net.read_string('<quarn version="1.0" id="x" later="1"><nodes><cpt id="A"><state id="a"/>'
+                    '<state id="b"/><probabilities>0.5 0.5</probabilities><extra/></cpt></nodes></quarn>')
+    assert net.get_all_node_ids() == ["A"]
+
+
+def test_write_file_reports_unwritable_paths(net):
+    net.add_node(NodeType.CPT, "A")
+    with quarn_error(-101, contains="Can't open file for writing"):
+        net.write_file("/no/such/dir/net.xvek")
+
+
+def test_reading_replaces_the_network(small):
+    net, _ = small
+    net.read_file(os.path.join(XVEK, "cancer.xvek"))
+    assert net.get_all_node_ids() == ["Pollution", "Smoker", "Cancer", "Xray", "Dyspnoea"]
+    assert net.get_case_count() == 0
+    assert net.get_user_properties() == []
