@@ -59,7 +59,7 @@ int VEK_beliefNetSpeaker::ReadValueText(std::string& text) {
     return VEK_OKAY;
 }
 
-int VEK_beliefNetSpeaker::ReadNumbers(std::vector<double>& values, VEK_specPos& pos) {
+int VEK_beliefNetSpeaker::ReadNumbers(std::vector<double>& values, VEK_descPos& pos) {
     VEK_token t;
     bool first = true;
     for (;;) {
@@ -74,7 +74,7 @@ int VEK_beliefNetSpeaker::ReadNumbers(std::vector<double>& values, VEK_specPos& 
     }
 }
 
-int VEK_beliefNetSpeaker::ParseProperties(VEK_netSpec& spec) {
+int VEK_beliefNetSpeaker::ParseProperties(VEK_netDesc& desc) {
     int res = Expect("{");
     if (res < 0) return res;
     VEK_token t;
@@ -94,12 +94,12 @@ int VEK_beliefNetSpeaker::ParseProperties(VEK_netSpec& spec) {
         if ((res = Next(assign)) < 0) return res;
         if (!IsAssign(assign)) return Fail(assign, "Expected '=' but found " + assign.Describe());
         if ((res = ReadValueText(value)) < 0) return res;
-        spec.properties.emplace_back(std::move(name), std::move(value));
+        desc.properties.emplace_back(std::move(name), std::move(value));
     }
 }
 
-int VEK_beliefNetSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) {
-    VEK_specNode node;
+int VEK_beliefNetSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToken) {
+    VEK_descNode node;
     node.name = nameToken.text;
     node.pos = Pos(nameToken);
     node.type = VEK_CPT;
@@ -169,12 +169,12 @@ int VEK_beliefNetSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToke
         }
     }
     if (!hasType) return Fail(nameToken, "Node " + Quote(node.name) + " has no type");
-    spec.nodes.push_back(std::move(node));
+    desc.nodes.push_back(std::move(node));
     return VEK_OKAY;
 }
 
-int VEK_beliefNetSpeaker::ParseProbability(VEK_netSpec& spec, const VEK_token& keyword) {
-    VEK_specTable table;
+int VEK_beliefNetSpeaker::ParseProbability(VEK_netDesc& desc, const VEK_token& keyword) {
+    VEK_descTable table;
     table.pos = Pos(keyword);
     int res = Expect("(");
     if (res < 0) return res;
@@ -196,7 +196,7 @@ int VEK_beliefNetSpeaker::ParseProbability(VEK_netSpec& spec, const VEK_token& k
         return Fail(t, "Expected '|' or ')' but found " + t.Describe());
     }
     if ((res = Expect("{")) < 0) return res;
-    const size_t tableIndex = spec.tables.size();
+    const size_t tableIndex = desc.tables.size();
     for (;;) {
         if ((res = Peek(t)) < 0) return res;
         if (t.Is("}")) {
@@ -206,7 +206,7 @@ int VEK_beliefNetSpeaker::ParseProbability(VEK_netSpec& spec, const VEK_token& k
         if (t.IsEnd()) return Fail(t, "Unexpected end of file inside the table of " + Quote(table.child));
         if (t.Is("(")) {
             Next(t);
-            VEK_specRow row;
+            VEK_descRow row;
             row.pos = Pos(t);
             for (;;) {
                 if ((res = Next(t)) < 0) return res;
@@ -218,7 +218,7 @@ int VEK_beliefNetSpeaker::ParseProbability(VEK_netSpec& spec, const VEK_token& k
             }
             if ((res = Next(t)) < 0) return res;
             if (!IsAssign(t)) return Fail(t, "Expected ':' but found " + t.Describe());
-            VEK_specPos pos;
+            VEK_descPos pos;
             if ((res = ReadNumbers(row.values, pos)) < 0) return res;
             table.rows.push_back(std::move(row));
         } else if (t.Is("default")) {
@@ -230,7 +230,7 @@ int VEK_beliefNetSpeaker::ParseProbability(VEK_netSpec& spec, const VEK_token& k
             if ((res = ReadNumbers(table.defaultRow, table.defaultPos)) < 0) return res;
             table.hasDefault = true;
         } else if (t.IsNumber()) {
-            VEK_specPos pos;
+            VEK_descPos pos;
             if (!table.hasValues) {
                 table.hasValues = true;
                 table.valuesPos = Pos(t);
@@ -248,17 +248,17 @@ int VEK_beliefNetSpeaker::ParseProbability(VEK_netSpec& spec, const VEK_token& k
     if (!table.hasValues && table.rows.empty() && !table.hasDefault) {
         return Fail(table.pos, "Empty table for " + Quote(table.child));
     }
-    spec.tables.push_back(std::move(table));
+    desc.tables.push_back(std::move(table));
     return VEK_OKAY;
 }
 
-int VEK_beliefNetSpeaker::ResolveRows(VEK_netSpec& spec) {
+int VEK_beliefNetSpeaker::ResolveRows(VEK_netDesc& desc) {
     if (refs_.empty()) return VEK_OKAY;
-    std::unordered_map<std::string, const VEK_specNode*> byName;
-    for (const VEK_specNode& n : spec.nodes) byName.emplace(n.name, &n);
+    std::unordered_map<std::string, const VEK_descNode*> byName;
+    for (const VEK_descNode& n : desc.nodes) byName.emplace(n.name, &n);
     for (const RowRef& ref : refs_) {
-        VEK_specTable& table = spec.tables[ref.table];
-        VEK_specRow& row = table.rows[ref.row];
+        VEK_descTable& table = desc.tables[ref.table];
+        VEK_descRow& row = table.rows[ref.row];
         if (ref.parent >= table.parents.size()) {
             return Fail(ref.token, "Row names more parent states than " + Quote(table.child) + " has parents");
         }
@@ -278,7 +278,7 @@ int VEK_beliefNetSpeaker::ResolveRows(VEK_netSpec& spec) {
     return VEK_OKAY;
 }
 
-int VEK_beliefNetSpeaker::Parse(VEK_netSpec& spec) {
+int VEK_beliefNetSpeaker::Parse(VEK_netDesc& desc) {
     VEK_tokenSyntax& s = Tokenizer().Syntax();
     s = VEK_tokenSyntax();
     refs_.clear();
@@ -293,23 +293,23 @@ int VEK_beliefNetSpeaker::Parse(VEK_netSpec& spec) {
             if ((res = Next(t)) < 0) return res;
             if (!IsName(t)) return Fail(t, "Network name expected but found " + t.Describe());
             if (!t.text.empty()) {
-                spec.hasName = true;
-                spec.name = t.text;
+                desc.hasName = true;
+                desc.name = t.text;
             }
         } else if (t.Is("properties")) {
-            if ((res = ParseProperties(spec)) < 0) return res;
+            if ((res = ParseProperties(desc)) < 0) return res;
         } else if (t.Is("node")) {
             VEK_token name;
             if ((res = Next(name)) < 0) return res;
             if (!IsName(name)) return Fail(name, "Node name expected but found " + name.Describe());
-            if ((res = ParseNode(spec, name)) < 0) return res;
+            if ((res = ParseNode(desc, name)) < 0) return res;
         } else if (t.Is("probability")) {
-            if ((res = ParseProbability(spec, t)) < 0) return res;
+            if ((res = ParseProbability(desc, t)) < 0) return res;
         } else {
             return Fail(t, "Expected 'node' or 'probability' but found " + t.Describe());
         }
     }
-    return ResolveRows(spec);
+    return ResolveRows(desc);
 }
 
 // ------------------------------------------------------------------ writing

@@ -8,7 +8,7 @@
 #include <unordered_set>
 
 #include "formats/fileFormat.h"
-#include "formats/specLexer.h"
+#include "formats/descLexer.h"
 #include "network/nodeDef.h"
 
 namespace {
@@ -22,7 +22,7 @@ std::string Trim(const std::string& s) {
 
 class BifParser {
 public:
-    BifParser(VEK_fileFormat& fmt, VEK_netSpec& spec) : fmt_(fmt), spec_(spec) {}
+    BifParser(VEK_fileFormat& fmt, VEK_netDesc& desc) : fmt_(fmt), desc_(desc) {}
 
     int Parse(std::string text) {
         lex_.SetText(std::move(text));
@@ -97,8 +97,8 @@ private:
     void ParseNetwork() {
         if (Advance() < 0) return;
         if (IsName()) {
-            spec_.hasName = true;
-            spec_.name = std::string(tok_.Text());
+            desc_.hasName = true;
+            desc_.name = std::string(tok_.Text());
             if (Advance() < 0) return;
         }
         if (Expect('{') < 0) return;
@@ -106,7 +106,7 @@ private:
             if (tok_.IsWord("property")) {
                 std::string text;
                 if (ParseProperty(text) < 0) return;
-                AddProperty(text, spec_.properties);
+                AddProperty(text, desc_.properties);
             } else {
                 Error("Expected 'property' or '}' but found " + tok_.Describe());
                 return;
@@ -117,7 +117,7 @@ private:
     }
 
     void ParseVariable() {
-        VEK_specNode node;
+        VEK_descNode node;
         node.type = VEK_CPT;
         node.pos = {tok_.line, tok_.column};
         if (Advance() < 0) return;
@@ -156,7 +156,7 @@ private:
         if (Advance() < 0) return;
         SkipSemicolon();
         Remember(node);
-        spec_.nodes.push_back(std::move(node));
+        desc_.nodes.push_back(std::move(node));
     }
 
     // States of the variables declared so far, by name in the file and by
@@ -184,7 +184,7 @@ private:
         }
     };
 
-    void Remember(const VEK_specNode& node) {
+    void Remember(const VEK_descNode& node) {
         auto [it, fresh] = vars_.try_emplace(node.name);
         if (!fresh) return;  // declared twice: the builder refuses the file
         Var& v = it->second;
@@ -220,7 +220,7 @@ private:
 
     // Whether the rows of table can be placed now: its variables are known,
     // distinct, and the table is of a sane size.
-    bool PreparePlaced(const VEK_specTable& table, Placed& placed) {
+    bool PreparePlaced(const VEK_descTable& table, Placed& placed) {
         placed.child = FindVar(table.child);
         if (!placed.child || placed.child->count == 0) return false;
         double size = static_cast<double>(placed.child->count);
@@ -240,8 +240,8 @@ private:
 
     // One row "(s1, s2) v1, v2;" placed into the table; the current token is
     // the opening parenthesis. Faults read as the network builder words them.
-    int PlaceRow(const VEK_specTable& table, Placed& placed) {
-        VEK_specPos pos{tok_.line, tok_.column};
+    int PlaceRow(const VEK_descTable& table, Placed& placed) {
+        VEK_descPos pos{tok_.line, tok_.column};
         if (Advance() < 0) return -1;
         size_t named = 0, column = 0;
         bool unknown = false;
@@ -290,7 +290,7 @@ private:
     }
 
     // The placed rows and the default become the table's flat values.
-    int FinishPlaced(VEK_specTable& table, Placed& placed) {
+    int FinishPlaced(VEK_descTable& table, Placed& placed) {
         const size_t states = placed.child->count;
         for (size_t j = 0; j < placed.filled.size(); ++j) {
             if (placed.filled[j]) continue;
@@ -316,13 +316,13 @@ private:
     }
 
     // type discrete [ N ] { s1, s2 } ;
-    int ParseType(VEK_specNode& node) {
+    int ParseType(VEK_descNode& node) {
         if (Advance() < 0) return -1;
         if (!tok_.IsWord("discrete")) {
             return Error("Only discrete variables are supported, found " + tok_.Describe());
         }
         if (Advance() < 0 || Expect('[') < 0) return -1;
-        VEK_specPos countPos{tok_.line, tok_.column};
+        VEK_descPos countPos{tok_.line, tok_.column};
         double count;
         if (tok_.kind != VEK_lexToken::Word || !VEK_parseNumber(tok_.raw, count) || count < 0 ||
             count != std::floor(count)) {
@@ -374,7 +374,7 @@ private:
     }
 
     void ParseProbability() {
-        VEK_specTable table;
+        VEK_descTable table;
         table.pos = {tok_.line, tok_.column};
         if (Advance() < 0 || Expect('(') < 0) return;
         bool haveChild = false, bar = false;
@@ -441,7 +441,7 @@ private:
                     if (PlaceRow(table, placed) < 0) return;
                     continue;
                 }
-                VEK_specRow row;
+                VEK_descRow row;
                 row.pos = {tok_.line, tok_.column};
                 if (Advance() < 0) return;
                 while (!tok_.IsSymbol(')')) {
@@ -464,12 +464,12 @@ private:
         if (placing && FinishPlaced(table, placed) < 0) return;
         if (Advance() < 0) return;
         SkipSemicolon();
-        spec_.tables.push_back(std::move(table));
+        desc_.tables.push_back(std::move(table));
     }
 
     VEK_fileFormat& fmt_;
-    VEK_netSpec& spec_;
-    VEK_specLexer lex_{"{}()[];,|", ""};
+    VEK_netDesc& desc_;
+    VEK_descLexer lex_{"{}()[];,|", ""};
     VEK_lexToken tok_;
     int status_ = 0;
     std::unordered_map<std::string, Var, StringHash, std::equal_to<>> vars_;
@@ -515,6 +515,6 @@ bool VEK_parsePositionProperty(const std::string& text, int& x, int& y) {
     return true;
 }
 
-int VEK_readTextBif(std::string text, VEK_netSpec& spec, VEK_fileFormat& fmt) {
-    return BifParser(fmt, spec).Parse(std::move(text));
+int VEK_readTextBif(std::string text, VEK_netDesc& desc, VEK_fileFormat& fmt) {
+    return BifParser(fmt, desc).Parse(std::move(text));
 }

@@ -17,13 +17,13 @@
 
 #include <string>
 
-#include "formats/netSpec.h"
+#include "formats/netDesc.h"
 
 class VEK_fileFormat;
 
-// Fills spec from text; faults are logged through fmt with their position.
+// Fills desc from text; faults are logged through fmt with their position.
 // Returns 0 or the negative code of the first fault.
-int VEK_readTextBif(std::string text, VEK_netSpec& spec, VEK_fileFormat& fmt);
+int VEK_readTextBif(std::string text, VEK_netDesc& desc, VEK_fileFormat& fmt);
 
 // Reads "position = (x, y)" (spaces and comma optional); false otherwise.
 bool VEK_parsePositionProperty(const std::string& text, int& x, int& y);

@@ -32,20 +32,20 @@ constexpr long long kMaxTable = std::numeric_limits<int>::max();
 
 struct ErgoVar {
     long long states = 0;
-    VEK_specPos statesPos;
+    VEK_descPos statesPos;
     std::vector<int> parents;
-    std::vector<VEK_specPos> parentPos;
-    VEK_specPos parentsPos;
+    std::vector<VEK_descPos> parentPos;
+    VEK_descPos parentsPos;
     std::vector<double> values;
-    VEK_specPos valuesPos;
+    VEK_descPos valuesPos;
     std::string name;
-    VEK_specPos namePos;
+    VEK_descPos namePos;
     std::vector<std::string> labels;
 };
 
 }  // namespace
 
-int VEK_ergoSpeaker::Parse(VEK_netSpec& spec) {
+int VEK_ergoSpeaker::Parse(VEK_netDesc& desc) {
     SetErgoSyntax(Tokenizer().Syntax());
     VEK_token t;
     long long n = 0;
@@ -100,7 +100,7 @@ int VEK_ergoSpeaker::Parse(VEK_netSpec& spec) {
             v.values.push_back(d);
         }
     }
-    auto readName = [&](std::string& name, VEK_specPos& pos, const char* what) {
+    auto readName = [&](std::string& name, VEK_descPos& pos, const char* what) {
         int r = Next(t);
         if (r < 0) return r;
         if (t.IsEnd()) return Fail(t, std::string(what) + " expected but found end of file");
@@ -113,7 +113,7 @@ int VEK_ergoSpeaker::Parse(VEK_netSpec& spec) {
     }
     for (ErgoVar& v : vars) {
         for (long long k = 0; k < v.states; ++k) {
-            VEK_specPos pos;
+            VEK_descPos pos;
             v.labels.emplace_back();
             if ((res = readName(v.labels.back(), pos, "State name")) < 0) return res;
         }
@@ -121,18 +121,18 @@ int VEK_ergoSpeaker::Parse(VEK_netSpec& spec) {
     if ((res = Next(t)) < 0) return res;
     if (!t.IsEnd()) return Fail(t, "Unexpected " + t.Describe() + " after the state names");
 
-    spec.nodes.reserve(vars.size());
-    spec.tables.reserve(vars.size());
+    desc.nodes.reserve(vars.size());
+    desc.tables.reserve(vars.size());
     for (ErgoVar& v : vars) {
-        VEK_specNode node;
+        VEK_descNode node;
         node.name = v.name;
         node.pos = v.namePos;
         node.type = VEK_CPT;
         node.states = std::move(v.labels);
-        spec.nodes.push_back(std::move(node));
+        desc.nodes.push_back(std::move(node));
     }
     for (ErgoVar& v : vars) {
-        VEK_specTable table;
+        VEK_descTable table;
         table.child = v.name;
         table.pos = v.parentsPos;
         for (int p : v.parents) table.parents.push_back(vars[static_cast<size_t>(p)].name);
@@ -140,7 +140,7 @@ int VEK_ergoSpeaker::Parse(VEK_netSpec& spec) {
         table.hasValues = true;
         table.values = std::move(v.values);
         table.valuesPos = v.valuesPos;
-        spec.tables.push_back(std::move(table));
+        desc.tables.push_back(std::move(table));
     }
     return VEK_OKAY;
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "formats/formatRegistry.h"
-#include "formats/specLexer.h"
+#include "formats/descLexer.h"
 #include "network/discDef.h"
 #include "network/identifier.h"
 #include "network/network.h"
@@ -36,7 +36,7 @@ struct Value {
 
 class NetParser {
 public:
-    NetParser(VEK_fileFormat& fmt, VEK_netSpec& spec) : fmt_(fmt), spec_(spec) {}
+    NetParser(VEK_fileFormat& fmt, VEK_netDesc& desc) : fmt_(fmt), desc_(desc) {}
 
     int Parse(std::string text) {
         lex_.SetText(std::move(text));
@@ -51,8 +51,8 @@ public:
                     Error("Class name expected but found " + tok_.Describe());
                     break;
                 }
-                spec_.hasName = true;
-                spec_.name = std::string(tok_.Text());
+                desc_.hasName = true;
+                desc_.name = std::string(tok_.Text());
                 if (Advance() < 0 || Expect('{') < 0) break;
                 ParseBody(true);
             } else if (!ParseElement()) {
@@ -108,17 +108,17 @@ private:
             if (name == "node_size") {
                 double w, h;
                 if (v.kind == Value::List && v.items.size() == 2 && Number(v.items[0], w) && Number(v.items[1], h)) {
-                    spec_.hasNodeSize = true;
-                    spec_.nodeWidth = static_cast<int>(std::lround(w));
-                    spec_.nodeHeight = static_cast<int>(std::lround(h));
+                    desc_.hasNodeSize = true;
+                    desc_.nodeWidth = static_cast<int>(std::lround(w));
+                    desc_.nodeHeight = static_cast<int>(std::lround(h));
                 }
             } else if (name == "label") {
                 if (v.kind != Value::List && !v.text.empty()) {
-                    spec_.hasName = true;
-                    spec_.name = v.text;
+                    desc_.hasName = true;
+                    desc_.name = v.text;
                 }
             } else if (!(isClass && (name == "inputs" || name == "outputs"))) {
-                spec_.properties.emplace_back(name, v.text);
+                desc_.properties.emplace_back(name, v.text);
             }
         }
     }
@@ -149,7 +149,7 @@ private:
     }
 
     void ParseNode() {
-        VEK_specNode node;
+        VEK_descNode node;
         node.pos = {tok_.line, tok_.column};
         bool continuous = false;
         if (tok_.IsWord("discrete") || tok_.IsWord("continuous")) {
@@ -181,7 +181,7 @@ private:
         if (Advance() < 0 || Expect('{') < 0) return;
         std::string subtype;
         std::vector<double> stateValues;
-        VEK_specPos valuesPos;
+        VEK_descPos valuesPos;
         while (status_ == 0 && !tok_.IsSymbol('}')) {
             if (tok_.kind != VEK_lexToken::Word) {
                 Error("Attribute name expected but found " + tok_.Describe());
@@ -247,7 +247,7 @@ private:
             }
         }
         sizes_[node.name] = node.type == VEK_TABLE ? 1 : node.states.size();
-        spec_.nodes.push_back(std::move(node));
+        desc_.nodes.push_back(std::move(node));
     }
 
     // name = value ; with the current token at the name.
@@ -287,7 +287,7 @@ private:
 
     // The numbers of a data attribute, nesting ignored: Hugin reads them in
     // order, and the builder checks their count.
-    int ParseData(VEK_specTable& table) {
+    int ParseData(VEK_descTable& table) {
         if (Advance() < 0 || Expect('=') < 0) return -1;
         table.hasValues = true;
         table.valuesPos = {tok_.line, tok_.column};
@@ -328,7 +328,7 @@ private:
     }
 
     void ParsePotential() {
-        VEK_specTable table;
+        VEK_descTable table;
         table.pos = {tok_.line, tok_.column};
         if (Advance() < 0 || Expect('(') < 0) return;
         std::vector<std::string> heads;
@@ -380,12 +380,12 @@ private:
         } else if (tok_.IsSymbol(';')) {
             if (Advance() < 0) return;
         }
-        spec_.tables.push_back(std::move(table));
+        desc_.tables.push_back(std::move(table));
     }
 
     VEK_fileFormat& fmt_;
-    VEK_netSpec& spec_;
-    VEK_specLexer lex_{"{}()[];,|=", "%"};
+    VEK_netDesc& desc_;
+    VEK_descLexer lex_{"{}()[];,|=", "%"};
     VEK_lexToken tok_;
     int status_ = 0;
     std::unordered_map<std::string, size_t> sizes_;  // states of the nodes read so far
@@ -419,20 +419,20 @@ void AppendQuotedNet(std::string& out, std::string_view text) {
 
 }  // namespace
 
-void VEK_huginSpeaker::SpecError(int code, const VEK_specPos& pos, const std::string& message) {
+void VEK_huginSpeaker::SpecError(int code, const VEK_descPos& pos, const std::string& message) {
     LogFileReadingError(code, message, pos.line, pos.column);
 }
 
 int VEK_huginSpeaker::Read(std::string text, const std::string& defaultName) {
     try {
-        VEK_netSpec spec;
-        int res = NetParser(*this, spec).Parse(std::move(text));
+        VEK_netDesc desc;
+        int res = NetParser(*this, desc).Parse(std::move(text));
         if (res < 0) return res;
-        if (!spec.hasName && !defaultName.empty()) {
-            spec.hasName = true;
-            spec.name = defaultName;
+        if (!desc.hasName && !defaultName.empty()) {
+            desc.hasName = true;
+            desc.name = defaultName;
         }
-        return VEK_buildNetwork(spec, Network(), *this);
+        return VEK_buildNetwork(desc, Network(), *this);
     } catch (const std::bad_alloc&) {
         return LogFileReadingError(VEK_OUT_OF_MEMORY, "Out of memory while reading the file");
     }

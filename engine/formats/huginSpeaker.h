@@ -8,9 +8,9 @@
 #include <string>
 
 #include "formats/fileFormat.h"
-#include "formats/netSpec.h"
+#include "formats/netDesc.h"
 
-class VEK_huginSpeaker : public VEK_fileFormat, private VEK_specErrorSink {
+class VEK_huginSpeaker : public VEK_fileFormat, private VEK_descErrorSink {
 public:
     explicit VEK_huginSpeaker(VEK_network& net) : VEK_fileFormat(net) {}
 
@@ -28,5 +28,5 @@ private:
     // cannot express; 0 otherwise.
     int CheckWritable();
     void WriteText();
-    void SpecError(int code, const VEK_specPos& pos, const std::string& message) override;
+    void SpecError(int code, const VEK_descPos& pos, const std::string& message) override;
 };

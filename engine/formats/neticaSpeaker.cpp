@@ -28,25 +28,25 @@ bool SameWord(const std::string& a, const char* b) {
 bool IsItem(const VEK_token& t) { return t.IsWord() || t.IsString() || t.IsNumber(); }
 
 struct NodeParse {
-    VEK_specNode node;
-    VEK_specTable table;
+    VEK_descNode node;
+    VEK_descTable table;
     VEK_neticaSpeaker::Extra extra;
     std::string kind = "NATURE";
-    VEK_specPos kindPos;
+    VEK_descPos kindPos;
     bool discrete = true;
     bool determin = false;
     bool hasStates = false;
     long long numStates = -1;
-    VEK_specPos numStatesPos;
+    VEK_descPos numStatesPos;
     bool hasLevels = false;
     std::vector<double> levels;
-    VEK_specPos levelsPos;
+    VEK_descPos levelsPos;
     bool hasProbs = false;
     std::vector<double> probs;
-    VEK_specPos probsPos;
+    VEK_descPos probsPos;
     bool hasFunctable = false;
     std::vector<VEK_token> functable;
-    VEK_specPos functablePos;
+    VEK_descPos functablePos;
 };
 
 }  // namespace
@@ -105,7 +105,7 @@ int VEK_neticaSpeaker::SkipStatement() {
     return VEK_OKAY;
 }
 
-int VEK_neticaSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) {
+int VEK_neticaSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToken) {
     NodeParse np;
     np.node.name = nameToken.text;
     np.node.pos = Pos(nameToken);
@@ -116,7 +116,7 @@ int VEK_neticaSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) 
     VEK_token t;
 
     // "( a, b, c )" or a single item; the tokens of the items.
-    auto readList = [&](std::vector<VEK_token>& items, VEK_specPos& pos) -> int {
+    auto readList = [&](std::vector<VEK_token>& items, VEK_descPos& pos) -> int {
         int r = Next(t);
         if (r < 0) return r;
         pos = Pos(t);
@@ -135,7 +135,7 @@ int VEK_neticaSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) 
         return Expect(";");
     };
     // Nested parentheses of items, up to the ';': probs and functable.
-    auto readNested = [&](std::vector<VEK_token>* items, std::vector<double>* numbers, VEK_specPos& pos) -> int {
+    auto readNested = [&](std::vector<VEK_token>* items, std::vector<double>* numbers, VEK_descPos& pos) -> int {
         int depth = 0;
         bool first = true;
         for (;;) {
@@ -246,7 +246,7 @@ int VEK_neticaSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) 
             if ((res = Expect(";")) < 0) return res;
         } else if (field == "states") {
             std::vector<VEK_token> items;
-            VEK_specPos pos;
+            VEK_descPos pos;
             if ((res = readList(items, pos)) < 0) return res;
             np.hasStates = true;
             np.node.states.clear();
@@ -266,7 +266,7 @@ int VEK_neticaSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) 
             }
         } else if (field == "parents") {
             std::vector<VEK_token> items;
-            VEK_specPos pos;
+            VEK_descPos pos;
             if ((res = readList(items, pos)) < 0) return res;
             np.table.parents.clear();
             np.table.parentPos.clear();
@@ -290,7 +290,7 @@ int VEK_neticaSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) 
             np.extra.hasComment = true;
         } else if (field == "statetitles" || field == "statecomments") {
             std::vector<VEK_token> items;
-            VEK_specPos pos;
+            VEK_descPos pos;
             if ((res = readList(items, pos)) < 0) return res;
             auto& target = field == "statetitles" ? np.extra.stateTitles : np.extra.stateComments;
             target.clear();
@@ -397,19 +397,19 @@ int VEK_neticaSpeaker::ParseNode(VEK_netSpec& spec, const VEK_token& nameToken) 
             np.table.values.push_back(leaf.number);
         }
     }
-    spec.nodes.push_back(std::move(np.node));
-    spec.tables.push_back(std::move(np.table));
+    desc.nodes.push_back(std::move(np.node));
+    desc.tables.push_back(std::move(np.table));
     extras_.push_back(std::move(np.extra));
     return VEK_OKAY;
 }
 
-int VEK_neticaSpeaker::ParseBnet(VEK_netSpec& spec) {
+int VEK_neticaSpeaker::ParseBnet(VEK_netDesc& desc) {
     VEK_token t;
     int res = Next(t);
     if (res < 0) return res;
     if (!t.IsWord() && !t.IsString()) return Fail(t, "Network name expected but found " + t.Describe());
-    spec.hasName = true;
-    spec.name = t.text;
+    desc.hasName = true;
+    desc.name = t.text;
     if ((res = Expect("{")) < 0) return res;
     for (;;) {
         if ((res = Next(t)) < 0) return res;
@@ -420,7 +420,7 @@ int VEK_neticaSpeaker::ParseBnet(VEK_netSpec& spec) {
             VEK_token name;
             if ((res = Next(name)) < 0) return res;
             if (!name.IsWord() && !name.IsString()) return Fail(name, "Node name expected but found " + name.Describe());
-            if ((res = ParseNode(spec, name)) < 0) return res;
+            if ((res = ParseNode(desc, name)) < 0) return res;
             continue;
         }
         VEK_token next;
@@ -441,7 +441,7 @@ int VEK_neticaSpeaker::ParseBnet(VEK_netSpec& spec) {
     return VEK_OKAY;
 }
 
-int VEK_neticaSpeaker::Parse(VEK_netSpec& spec) {
+int VEK_neticaSpeaker::Parse(VEK_netDesc& desc) {
     VEK_tokenSyntax& s = Tokenizer().Syntax();
     s = VEK_tokenSyntax();
     extras_.clear();
@@ -456,22 +456,22 @@ int VEK_neticaSpeaker::Parse(VEK_netSpec& spec) {
         if (!t.Is("bnet")) return Fail(t, "Expected 'bnet' but found " + t.Describe());
         if (seen) return Fail(t, "Only one bnet per file can be read");
         seen = true;
-        if ((res = ParseBnet(spec)) < 0) return res;
+        if ((res = ParseBnet(desc)) < 0) return res;
     }
     if (!seen) return Fail(t, "Expected 'bnet' but found end of file");
     return VEK_OKAY;
 }
 
-int VEK_neticaSpeaker::Finish(const VEK_netSpec& spec, const std::vector<int>& handles) {
+int VEK_neticaSpeaker::Finish(const VEK_netDesc& desc, const std::vector<int>& handles) {
     VEK_network& net = Network();
     if (hasTitle_) net.Header().SetName(title_.c_str());
     if (hasComment_) net.Header().SetComment(comment_.c_str());
-    for (size_t i = 0; i < spec.nodes.size() && i < extras_.size(); ++i) {
+    for (size_t i = 0; i < desc.nodes.size() && i < extras_.size(); ++i) {
         VEK_node* node = net.GetNode(handles[i]);
         if (!node) continue;
         const Extra& e = extras_[i];
         if (e.hasComment) node->Header().SetComment(e.comment.c_str());
-        if (spec.nodes[i].type == VEK_TABLE) continue;
+        if (desc.nodes[i].type == VEK_TABLE) continue;
         auto* def = static_cast<VEK_discDef*>(node->Definition());
         const int n = def->GetNumberOfOutcomes();
         for (int k = 0; k < n && k < static_cast<int>(e.stateTitles.size()); ++k) {

@@ -29,14 +29,14 @@ public:
     };
 
 protected:
-    int Parse(VEK_netSpec& spec) override;
-    int Finish(const VEK_netSpec& spec, const std::vector<int>& handles) override;
+    int Parse(VEK_netDesc& desc) override;
+    int Finish(const VEK_netDesc& desc, const std::vector<int>& handles) override;
     std::string CheckWritable() override;
     void WriteText() override;
 
 private:
-    int ParseBnet(VEK_netSpec& spec);
-    int ParseNode(VEK_netSpec& spec, const VEK_token& nameToken);
+    int ParseBnet(VEK_netDesc& desc);
+    int ParseNode(VEK_netDesc& desc, const VEK_token& nameToken);
     // Skips "= value ;" or "header { ... } [;]" after a field name.
     int SkipStatement();
     int SkipBlockBody();

@@ -99,24 +99,24 @@ int VEK_textSpeaker::ExpectCount(long long limit, long long& value, const char* 
     return VEK_OKAY;
 }
 
-void VEK_textSpeaker::SpecError(int code, const VEK_specPos& pos, const std::string& message) {
+void VEK_textSpeaker::SpecError(int code, const VEK_descPos& pos, const std::string& message) {
     // The builder's faults are the file's faults; memory is the exception.
     LogFileReadingError(code == VEK_OUT_OF_MEMORY ? code : VEK_FILE_READ_ERROR, message, pos.line, pos.column);
 }
 
 int VEK_textSpeaker::Read(const std::string& defaultName) {
     try {
-        VEK_netSpec spec;
-        int res = Parse(spec);
+        VEK_netDesc desc;
+        int res = Parse(desc);
         if (res < 0) return res;
-        if (!spec.hasName && !defaultName.empty()) {
-            spec.hasName = true;
-            spec.name = defaultName;
+        if (!desc.hasName && !defaultName.empty()) {
+            desc.hasName = true;
+            desc.name = defaultName;
         }
-        for (size_t i = 0; i < spec.nodes.size(); ++i) spec.nodes[i].properties.emplace_back(kIndexKey, std::to_string(i));
-        res = VEK_buildNetwork(spec, Network(), *this);
+        for (size_t i = 0; i < desc.nodes.size(); ++i) desc.nodes[i].properties.emplace_back(kIndexKey, std::to_string(i));
+        res = VEK_buildNetwork(desc, Network(), *this);
         if (res < 0) return res == VEK_OUT_OF_MEMORY ? res : VEK_FILE_READ_ERROR;
-        std::vector<int> handles(spec.nodes.size(), -1);
+        std::vector<int> handles(desc.nodes.size(), -1);
         VEK_network& net = Network();
         for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
             VEK_userProperties& props = net.GetNode(h)->Info().userProperties;
@@ -126,8 +126,8 @@ int VEK_textSpeaker::Read(const std::string& defaultName) {
             if (i < handles.size()) handles[i] = h;
             props.DeleteProperty(k);
         }
-        for (size_t i = 0; i < spec.nodes.size(); ++i) spec.nodes[i].properties.pop_back();
-        return Finish(spec, handles);
+        for (size_t i = 0; i < desc.nodes.size(); ++i) desc.nodes[i].properties.pop_back();
+        return Finish(desc, handles);
     } catch (const std::bad_alloc&) {
         return LogFileReadingError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network", 0, 0);
     }

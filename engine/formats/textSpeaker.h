@@ -1,5 +1,5 @@
 // Common ground of the Ergo, Netica, Microsoft and KI speakers: a reader
-// parses the file into a VEK_netSpec, which checks the whole network and
+// parses the file into a VEK_netDesc, which checks the whole network and
 // builds it; a writer first decides whether the network can be expressed at
 // all (so that a refused network creates no file) and then emits text.
 //
@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "formats/fileFormat.h"
-#include "formats/netSpec.h"
+#include "formats/netDesc.h"
 
 class VEK_node;
 
-class VEK_textSpeaker : public VEK_fileFormat, private VEK_specErrorSink {
+class VEK_textSpeaker : public VEK_fileFormat, private VEK_descErrorSink {
 public:
     // formatName: the format's name in the refusal message ("Ergo").
     VEK_textSpeaker(VEK_network& net, const char* formatName);
@@ -29,12 +29,12 @@ public:
     bool SuppressIdInUse() const override { return true; }
 
 protected:
-    // Reads the tokens of Tokenizer() into spec (adapt Tokenizer().Syntax()
+    // Reads the tokens of Tokenizer() into desc (adapt Tokenizer().Syntax()
     // first); 0 or a logged negative code.
-    virtual int Parse(VEK_netSpec& spec) = 0;
+    virtual int Parse(VEK_netDesc& desc) = 0;
     // Runs after the network was built, for what the description does not
-    // carry; handles[i] is the node made from spec.nodes[i].
-    virtual int Finish(const VEK_netSpec&, const std::vector<int>&) { return VEK_OKAY; }
+    // carry; handles[i] is the node made from desc.nodes[i].
+    virtual int Finish(const VEK_netDesc&, const std::vector<int>&) { return VEK_OKAY; }
     // Empty when the network can be written, else why not (a node's type).
     virtual std::string CheckWritable() = 0;
     // Appends the file's text to Text(); may call FlushText between parts.
@@ -47,14 +47,14 @@ protected:
     int Peek(VEK_token& t);
     int Fail(const VEK_token& at, const std::string& message);
     int Fail(int line, int column, const std::string& message);
-    int Fail(const VEK_specPos& pos, const std::string& message) { return Fail(pos.line, pos.column, message); }
+    int Fail(const VEK_descPos& pos, const std::string& message) { return Fail(pos.line, pos.column, message); }
     // "Expected 'x' but found ..." unless the next token is the symbol or word.
     int Expect(const char* text);
     bool Accept(const char* text);
     int ExpectNumber(double& value, VEK_token* where = nullptr);
     // A non-negative integer no larger than limit.
     int ExpectCount(long long limit, long long& value, const char* what);
-    static VEK_specPos Pos(const VEK_token& t) { return VEK_specPos{t.line, t.column}; }
+    static VEK_descPos Pos(const VEK_token& t) { return VEK_descPos{t.line, t.column}; }
     static std::string Quote(const std::string& text) { return "'" + text + "'"; }
 
     // ---- writing ----
@@ -70,7 +70,7 @@ protected:
 private:
     int Read(const std::string& defaultName);
     int Write();
-    void SpecError(int code, const VEK_specPos& pos, const std::string& message) override;
+    void SpecError(int code, const VEK_descPos& pos, const std::string& message) override;
     int Refuse(const std::string& reason);
 
     const char* formatName_;

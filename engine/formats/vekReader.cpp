@@ -275,7 +275,7 @@ private:
     // Node and submodel identifiers share one name space.
     struct Entry {
         int handle;
-        int spec;  // index into nodes_, -1 for submodels
+        int desc;  // index into nodes_, -1 for submodels
     };
     std::unordered_map<std::string, Entry> ids_;
 };
@@ -703,7 +703,7 @@ int VekReader::Outcome(const Ref& r, int node, int& outcome, const char* failure
 
 int VekReader::NodeHandle(const Ref& r, const char* failure) {
     auto it = ids_.find(r.id);
-    if (r.isIndex || it == ids_.end() || it->second.spec < 0) {
+    if (r.isIndex || it == ids_.end() || it->second.desc < 0) {
         NamedFail(r.pos, failure, r.isIndex ? std::to_string(r.index) : r.id);
         return -1;
     }
@@ -1087,9 +1087,9 @@ int VekReader::ReadParents(NodeSpec& n) {
     std::unordered_set<int> seen;
     for (const Ref& r : refs) {
         auto it = ids_.find(r.id);
-        if (it == ids_.end() || it->second.spec < 0) return NamedFail(r.pos, "Node parent not found", r.id);
-        if (!seen.insert(it->second.spec).second) return NamedFail(r.pos, "Duplicate parent", r.id);
-        n.parents.push_back(it->second.spec);
+        if (it == ids_.end() || it->second.desc < 0) return NamedFail(r.pos, "Node parent not found", r.id);
+        if (!seen.insert(it->second.desc).second) return NamedFail(r.pos, "Duplicate parent", r.id);
+        n.parents.push_back(it->second.desc);
         n.parentPos.push_back(r.pos);
     }
     return VEK_OKAY;
@@ -1413,7 +1413,7 @@ int VekReader::ReadNodeAttributes(NodeSpec& n) {
             Ref r;
             if ((res = GetRef(it, r, false)) < 0) return res;
             auto e = ids_.find(r.id);
-            if (e == ids_.end() || e->second.spec != -1) return NamedFail(r.pos, "Invalid submodel identifier", r.id);
+            if (e == ids_.end() || e->second.desc != -1) return NamedFail(r.pos, "Invalid submodel identifier", r.id);
             if (net_.SetNodeSubmodel(n.handle, e->second.handle) < 0) {
                 return NamedFail(r.pos, "Can't move node into submodel", r.id);
             }
@@ -1507,7 +1507,7 @@ int VekReader::ReadTextBox(const Item& it) {
             Ref r;
             if ((res = GetRef(*item, r, false)) < 0) return res;
             auto e = ids_.find(r.id);
-            if (e == ids_.end() || e->second.spec != -1) return NamedFail(r.pos, "Invalid submodel identifier", r.id);
+            if (e == ids_.end() || e->second.desc != -1) return NamedFail(r.pos, "Invalid submodel identifier", r.id);
             box.submodel = e->second.handle;
         }
         if (res < 0) return res;

@@ -8,7 +8,7 @@
 
 #include "formats/bifTextReader.h"
 #include "formats/formatRegistry.h"
-#include "formats/specLexer.h"
+#include "formats/descLexer.h"
 #include "network/discDef.h"
 #include "network/network.h"
 #include "xml/xmlHandler.h"
@@ -49,7 +49,7 @@ private:
 
 class XmlbifLoader {
 public:
-    explicit XmlbifLoader(VEK_netSpec& spec) : spec_(spec) {}
+    explicit XmlbifLoader(VEK_netDesc& desc) : desc_(desc) {}
 
     bool Parse(const std::string& text, IXmlErrorHandler& errors) {
         XmlReader reader;
@@ -96,8 +96,8 @@ public:
 private:
     using Callback = void (XmlbifLoader::*)(IXmlReader*);
 
-    static VEK_specPos Position(IXmlReader* r) {
-        VEK_specPos p;
+    static VEK_descPos Position(IXmlReader* r) {
+        VEK_descPos p;
         r->GetCurrentPosition(p.line, p.column);
         ++p.column;
         return p;
@@ -110,13 +110,13 @@ private:
     }
 
     void OnNetworkName(IXmlReader* r) {
-        spec_.hasName = true;
-        spec_.name = Trim(r->GetContent());
+        desc_.hasName = true;
+        desc_.name = Trim(r->GetContent());
     }
-    void OnNetworkProperty(IXmlReader* r) { SplitProperty(r, spec_.properties); }
+    void OnNetworkProperty(IXmlReader* r) { SplitProperty(r, desc_.properties); }
 
     void OnVariableStart(IXmlReader* r) {
-        node_ = VEK_specNode();
+        node_ = VEK_descNode();
         node_.pos = Position(r);
         std::string type;
         r->GetAttribute("TYPE", type);
@@ -148,11 +148,11 @@ private:
     }
     void OnVariableEnd(IXmlReader*) {
         sizes_[node_.name] = node_.type == VEK_TABLE ? 1 : node_.states.size();
-        spec_.nodes.push_back(std::move(node_));
+        desc_.nodes.push_back(std::move(node_));
     }
 
     void OnDefinitionStart(IXmlReader* r) {
-        table_ = VEK_specTable();
+        table_ = VEK_descTable();
         table_.pos = Position(r);
     }
     void OnFor(IXmlReader* r) { table_.child = Trim(r->GetContent()); }
@@ -184,12 +184,12 @@ private:
         }
         table_.values.push_back(d);
     }
-    void OnDefinitionEnd(IXmlReader*) { spec_.tables.push_back(std::move(table_)); }
+    void OnDefinitionEnd(IXmlReader*) { desc_.tables.push_back(std::move(table_)); }
 
-    VEK_netSpec& spec_;
-    VEK_specNode node_;
-    VEK_specTable table_;
-    VEK_specPos givenPos_;
+    VEK_netDesc& desc_;
+    VEK_descNode node_;
+    VEK_descTable table_;
+    VEK_descPos givenPos_;
     std::unordered_map<std::string, size_t> sizes_;  // states of the variables read so far
 };
 
@@ -206,13 +206,13 @@ bool LooksLikeXml(const std::string& text) {
 
 }  // namespace
 
-void VEK_xmlbifSpeaker::SpecError(int code, const VEK_specPos& pos, const std::string& message) {
+void VEK_xmlbifSpeaker::SpecError(int code, const VEK_descPos& pos, const std::string& message) {
     LogFileReadingError(code, message, pos.line, pos.column);
 }
 
-int VEK_xmlbifSpeaker::ReadXml(const std::string& text, VEK_netSpec& spec) {
+int VEK_xmlbifSpeaker::ReadXml(const std::string& text, VEK_netDesc& desc) {
     ErrorForwarder errors(*this);
-    XmlbifLoader loader(spec);
+    XmlbifLoader loader(desc);
     if (!loader.Parse(text, errors)) {
         // Every failing parse reports itself; make sure of a message anyway.
         if (!errors.Reported()) LogFileReadingError(VEK_FILE_READ_ERROR, "Invalid XMLBIF document", 0, 0);
@@ -223,10 +223,10 @@ int VEK_xmlbifSpeaker::ReadXml(const std::string& text, VEK_netSpec& spec) {
 
 int VEK_xmlbifSpeaker::Read(std::string text) {
     try {
-        VEK_netSpec spec;
-        int res = LooksLikeXml(text) ? ReadXml(text, spec) : VEK_readTextBif(std::move(text), spec, *this);
+        VEK_netDesc desc;
+        int res = LooksLikeXml(text) ? ReadXml(text, desc) : VEK_readTextBif(std::move(text), desc, *this);
         if (res < 0) return res;
-        return VEK_buildNetwork(spec, Network(), *this);
+        return VEK_buildNetwork(desc, Network(), *this);
     } catch (const std::bad_alloc&) {
         return LogFileReadingError(VEK_OUT_OF_MEMORY, "Out of memory while reading the file", 0, 0);
     }

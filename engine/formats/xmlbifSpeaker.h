@@ -9,9 +9,9 @@
 #include <string>
 
 #include "formats/fileFormat.h"
-#include "formats/netSpec.h"
+#include "formats/netDesc.h"
 
-class VEK_xmlbifSpeaker : public VEK_fileFormat, private VEK_specErrorSink {
+class VEK_xmlbifSpeaker : public VEK_fileFormat, private VEK_descErrorSink {
 public:
     explicit VEK_xmlbifSpeaker(VEK_network& net) : VEK_fileFormat(net) {}
 
@@ -24,8 +24,8 @@ public:
 
 private:
     int Read(std::string text);
-    int ReadXml(const std::string& text, VEK_netSpec& spec);
+    int ReadXml(const std::string& text, VEK_netDesc& desc);
     int CheckWritable();
     int Write(const char* path, std::string* out);
-    void SpecError(int code, const VEK_specPos& pos, const std::string& message) override;
+    void SpecError(int code, const VEK_descPos& pos, const std::string& message) override;
 };

@@ -69,7 +69,7 @@ public:
     bool determining = false;
 
     // Entries beyond the most recent one keep at most this many doubles.
-    static constexpr int64_t kArenaBudget = int64_t(1) << 26;
+    static constexpr int64_t kArenaBudget = int64_t(1) << 25;
     static constexpr int kMaxTrees = 16;
 
 private:

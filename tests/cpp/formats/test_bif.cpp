@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "formats/fileFormat.h"
-#include "formats/netSpec.h"
-#include "formats/specLexer.h"
+#include "formats/netDesc.h"
+#include "formats/descLexer.h"
 #include "formats/xmlbifSpeaker.h"
 #include "network/cpt.h"
 #include "network/discDef.h"

@@ -25,11 +25,11 @@ struct VEK_lexToken {
     std::string Describe() const;
 };
 
-class VEK_specLexer {
+class VEK_descLexer {
 public:
     // symbols: the one-character symbols; lineComments: characters that
     // start a comment to the end of the line (besides //); /* */ always.
-    VEK_specLexer(const char* symbols, const char* lineComments);
+    VEK_descLexer(const char* symbols, const char* lineComments);
 
     // Takes the text (a UTF-8 byte order mark is dropped).
     void SetText(std::string text);

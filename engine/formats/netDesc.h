@@ -12,14 +12,14 @@
 
 class VEK_network;
 
-struct VEK_specPos {
+struct VEK_descPos {
     int line = 0;
     int column = 0;
 };
 
-struct VEK_specNode {
+struct VEK_descNode {
     std::string name;  // the node's name in the file
-    VEK_specPos pos;
+    VEK_descPos pos;
     int type = 0;  // VEK_CPT, VEK_LIST or VEK_TABLE
     std::vector<std::string> states;
     bool hasLabel = false;  // a display name given apart from the name
@@ -32,52 +32,52 @@ struct VEK_specNode {
 };
 
 // One row of a table given per parent configuration.
-struct VEK_specRow {
+struct VEK_descRow {
     std::vector<std::string> parentStates;
     std::vector<double> values;
-    VEK_specPos pos;
+    VEK_descPos pos;
 };
 
 // Order of a flat table.
 constexpr int VEK_SPEC_CHILD_FASTEST = 0;  // the engine's order
 constexpr int VEK_SPEC_CHILD_SLOWEST = 1;  // child first, then the parents, last fastest
 
-struct VEK_specTable {
+struct VEK_descTable {
     std::string child;
-    VEK_specPos pos;
+    VEK_descPos pos;
     std::vector<std::string> parents;
-    std::vector<VEK_specPos> parentPos;
+    std::vector<VEK_descPos> parentPos;
     bool hasValues = false;  // a flat table
     std::vector<double> values;
     int order = VEK_SPEC_CHILD_FASTEST;
-    VEK_specPos valuesPos;
-    std::vector<VEK_specRow> rows;  // per-configuration rows
+    VEK_descPos valuesPos;
+    std::vector<VEK_descRow> rows;  // per-configuration rows
     bool hasDefault = false;        // values for every configuration no row names
     std::vector<double> defaultRow;
-    VEK_specPos defaultPos;
+    VEK_descPos defaultPos;
 };
 
-struct VEK_netSpec {
+struct VEK_netDesc {
     bool hasName = false;
     std::string name;
     std::vector<std::pair<std::string, std::string>> properties;
     bool hasNodeSize = false;
     int nodeWidth = 0, nodeHeight = 0;
-    std::vector<VEK_specNode> nodes;
-    std::vector<VEK_specTable> tables;
+    std::vector<VEK_descNode> nodes;
+    std::vector<VEK_descTable> tables;
 };
 
 // Receives the faults that VEK_buildNetwork finds.
-class VEK_specErrorSink {
+class VEK_descErrorSink {
 public:
-    virtual ~VEK_specErrorSink() = default;
-    virtual void SpecError(int code, const VEK_specPos& pos, const std::string& message) = 0;
+    virtual ~VEK_descErrorSink() = default;
+    virtual void SpecError(int code, const VEK_descPos& pos, const std::string& message) = 0;
 };
 
-// Builds spec into net, which should be a fresh network (ids are made unique
+// Builds desc into net, which should be a fresh network (ids are made unique
 // here, so it may skip its own id checks). Returns 0, or the code of the
 // first fault (each fault is reported to errors). Never throws.
-int VEK_buildNetwork(const VEK_netSpec& spec, VEK_network& net, VEK_specErrorSink& errors);
+int VEK_buildNetwork(const VEK_netDesc& desc, VEK_network& net, VEK_descErrorSink& errors);
 
 // The identifier a name from another tool's file gets: the text itself when
 // it is a valid identifier; otherwise prefix in front when the first

@@ -1,4 +1,4 @@
-#include "formats/specLexer.h"
+#include "formats/descLexer.h"
 
 #include <charconv>
 #include <clocale>
@@ -19,7 +19,7 @@ std::string VEK_lexToken::Describe() const {
     return out;
 }
 
-VEK_specLexer::VEK_specLexer(const char* symbols, const char* lineComments) {
+VEK_descLexer::VEK_descLexer(const char* symbols, const char* lineComments) {
     for (int c = 0; c < 256; ++c) class_[c] = c < 0x20 || c == 0x7F ? kBad : kWord;
     class_[static_cast<unsigned char>(' ')] = class_[static_cast<unsigned char>('\t')] = kSpace;
     class_[static_cast<unsigned char>('\r')] = class_[static_cast<unsigned char>('\f')] = kSpace;
@@ -32,7 +32,7 @@ VEK_specLexer::VEK_specLexer(const char* symbols, const char* lineComments) {
     for (int c = 0; c < 256; ++c) inWord_[c] = class_[c] == kWord || class_[c] == kSlash || class_[c] == kComment;
 }
 
-void VEK_specLexer::SetText(std::string text) {
+void VEK_descLexer::SetText(std::string text) {
     text_ = std::move(text);
     pos_ = 0;
     if (text_.compare(0, 3, "\xEF\xBB\xBF") == 0) pos_ = 3;
@@ -42,7 +42,7 @@ void VEK_specLexer::SetText(std::string text) {
     error_.clear();
 }
 
-int VEK_specLexer::ColumnOf(size_t offset) const {
+int VEK_descLexer::ColumnOf(size_t offset) const {
     if (!lineHasMultibyte_) return static_cast<int>(offset - lineStart_) + 1;
     int column = 1;
     for (size_t i = lineStart_; i < offset; ++i) {
@@ -51,7 +51,7 @@ int VEK_specLexer::ColumnOf(size_t offset) const {
     return column;
 }
 
-int VEK_specLexer::Fail(const char* message, size_t offset) {
+int VEK_descLexer::Fail(const char* message, size_t offset) {
     error_ = message;
     errorLine_ = line_;
     errorColumn_ = ColumnOf(offset);
@@ -59,7 +59,7 @@ int VEK_specLexer::Fail(const char* message, size_t offset) {
 }
 
 // False at an unterminated block comment (the error is set).
-bool VEK_specLexer::SkipSpaceAndComments() {
+bool VEK_descLexer::SkipSpaceAndComments() {
     const char* text = text_.data();
     const size_t n = text_.size();
     size_t p = pos_;
@@ -99,7 +99,7 @@ bool VEK_specLexer::SkipSpaceAndComments() {
     return true;
 }
 
-int VEK_specLexer::ScanString(VEK_lexToken& token, char quote) {
+int VEK_descLexer::ScanString(VEK_lexToken& token, char quote) {
     token.kind = VEK_lexToken::String;
     token.str.clear();
     const char* text = text_.data();
@@ -153,7 +153,7 @@ int VEK_specLexer::ScanString(VEK_lexToken& token, char quote) {
     return 0;
 }
 
-int VEK_specLexer::Next(VEK_lexToken& token) {
+int VEK_descLexer::Next(VEK_lexToken& token) {
     const size_t n = text_.size();
     if (pos_ < n) {
         const unsigned char k0 = class_[static_cast<unsigned char>(text_[pos_])];
@@ -267,7 +267,7 @@ const char* VEK_scanDecimal(const char* first, const char* last, double& value) 
     return ScanDecimal(first, last, value);
 }
 
-int VEK_specLexer::ReadNumbers(std::vector<double>& out) {
+int VEK_descLexer::ReadNumbers(std::vector<double>& out) {
     const char* text = text_.data();
     const char* end = text + text_.size();
     const char* p = text + pos_;

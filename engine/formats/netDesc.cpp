@@ -1,4 +1,4 @@
-#include "formats/netSpec.h"
+#include "formats/netDesc.h"
 
 #include <charconv>
 #include <cmath>
@@ -55,8 +55,8 @@ private:
 
 class Builder {
 public:
-    Builder(const VEK_netSpec& spec, VEK_network& net, VEK_specErrorSink& errors)
-        : spec_(spec), net_(net), errors_(errors) {}
+    Builder(const VEK_netDesc& desc, VEK_network& net, VEK_descErrorSink& errors)
+        : desc_(desc), net_(net), errors_(errors) {}
 
     int Run() {
         IndexNodes();
@@ -81,12 +81,12 @@ private:
     struct NodeInfo {
         std::string id;
         int handle = -1;
-        int table = -1;  // index of its table in the spec
+        int table = -1;  // index of its table in the desc
         bool indexed = false;
         std::unordered_map<std::string, int> stateIndex;  // see StateIndex
     };
 
-    int Fail(int code, const VEK_specPos& pos, const std::string& message) {
+    int Fail(int code, const VEK_descPos& pos, const std::string& message) {
         errors_.SpecError(code, pos, message);
         if (status_ == 0) status_ = code;
         return code;
@@ -97,12 +97,12 @@ private:
     // Names, and ids in file order (so that the suffixes that make repaired
     // ids unique do not depend on the order of building).
     void IndexNodes() {
-        const size_t n = spec_.nodes.size();
+        const size_t n = desc_.nodes.size();
         info_.resize(n);
         byName_.reserve(n * 2);
         IdSet nodeIds;
         for (size_t i = 0; i < n; ++i) {
-            const VEK_specNode& s = spec_.nodes[i];
+            const VEK_descNode& s = desc_.nodes[i];
             if (!byName_.emplace(s.name, static_cast<int>(i)).second) {
                 Fail(VEK_FILE_READ_ERROR, s.pos, "Duplicated node identifier: " + Quote(s.name));
                 return;
@@ -112,9 +112,9 @@ private:
     }
 
     void ResolveTables() {
-        parents_.resize(spec_.tables.size());
-        for (size_t t = 0; t < spec_.tables.size() && status_ == 0; ++t) {
-            const VEK_specTable& tab = spec_.tables[t];
+        parents_.resize(desc_.tables.size());
+        for (size_t t = 0; t < desc_.tables.size() && status_ == 0; ++t) {
+            const VEK_descTable& tab = desc_.tables[t];
             auto it = byName_.find(tab.child);
             if (it == byName_.end()) {
                 Fail(VEK_FILE_READ_ERROR, tab.pos, "Unknown node: " + Quote(tab.child));
@@ -126,9 +126,9 @@ private:
                 return;
             }
             child.table = static_cast<int>(t);
-            int childType = spec_.nodes[it->second].type;
+            int childType = desc_.nodes[it->second].type;
             for (size_t p = 0; p < tab.parents.size(); ++p) {
-                const VEK_specPos& pos = p < tab.parentPos.size() ? tab.parentPos[p] : tab.pos;
+                const VEK_descPos& pos = p < tab.parentPos.size() ? tab.parentPos[p] : tab.pos;
                 auto pit = byName_.find(tab.parents[p]);
                 if (pit == byName_.end()) {
                     Fail(VEK_FILE_READ_ERROR, pos, "Node parent not found: " + Quote(tab.parents[p]));
@@ -144,7 +144,7 @@ private:
                     Fail(VEK_FILE_READ_ERROR, pos, "Node is its own parent: " + Quote(tab.child));
                     return;
                 }
-                int parentType = spec_.nodes[pit->second].type;
+                int parentType = desc_.nodes[pit->second].type;
                 if (!VEK_nodeDef::IsArcAllowedForTypes(parentType, childType)) {
                     Fail(VEK_FILE_READ_ERROR, pos,
                          (parentType == VEK_TABLE ? "A utility node cannot be a parent: " : "Arc not allowed: ") +
@@ -154,8 +154,8 @@ private:
                 parents_[t].push_back(pit->second);
             }
             // Tables over more than 2^31 items cannot be held.
-            double size = childType == VEK_TABLE ? 1.0 : static_cast<double>(spec_.nodes[it->second].states.size());
-            for (int p : parents_[t]) size *= static_cast<double>(std::max<size_t>(1, spec_.nodes[p].states.size()));
+            double size = childType == VEK_TABLE ? 1.0 : static_cast<double>(desc_.nodes[it->second].states.size());
+            for (int p : parents_[t]) size *= static_cast<double>(std::max<size_t>(1, desc_.nodes[p].states.size()));
             if (size > 2147483647.0) {
                 Fail(VEK_FILE_READ_ERROR, tab.pos, "Table too large for node " + Quote(tab.child));
                 return;
@@ -171,7 +171,7 @@ private:
     // Kahn's algorithm over the arcs of the tables; a node left over lies on
     // or behind a cycle, and one on the cycle is reported.
     void CheckAcyclic() {
-        const size_t n = spec_.nodes.size();
+        const size_t n = desc_.nodes.size();
         std::vector<int> indegree(n, 0);
         std::vector<std::vector<int>> children(n);
         for (size_t v = 0; v < n; ++v) {
@@ -201,7 +201,7 @@ private:
                 }
             }
         }
-        const VEK_specTable& tab = spec_.tables[info_[v].table];
+        const VEK_descTable& tab = desc_.tables[info_[v].table];
         Fail(VEK_FILE_READ_ERROR, tab.pos, "The arcs form a cycle through node " + Quote(tab.child));
     }
 
@@ -209,7 +209,7 @@ private:
     // that lists parents first keeps its order). Iterative: chains of any
     // length.
     std::vector<int> ParentsFirstOrder() const {
-        const size_t n = spec_.nodes.size();
+        const size_t n = desc_.nodes.size();
         std::vector<int> order;
         order.reserve(n);
         std::vector<char> state(n, 0);  // 1 on the stack, 2 placed
@@ -238,7 +238,7 @@ private:
     }
 
     void BuildNode(int i) {
-        const VEK_specNode& s = spec_.nodes[i];
+        const VEK_descNode& s = desc_.nodes[i];
         NodeInfo& ni = info_[i];
         int h = net_.AddNode(s.type, ni.id.c_str());
         if (h < 0) {
@@ -256,9 +256,9 @@ private:
             node->Info().screen.position.centerX = s.x;
             node->Info().screen.position.centerY = s.y;
         }
-        if (spec_.hasNodeSize) {
-            node->Info().screen.position.width = spec_.nodeWidth;
-            node->Info().screen.position.height = spec_.nodeHeight;
+        if (desc_.hasNodeSize) {
+            node->Info().screen.position.width = desc_.nodeWidth;
+            node->Info().screen.position.height = desc_.nodeHeight;
         }
         for (const auto& p : s.properties) node->Info().userProperties.AddProperty(p.first.c_str(), p.second.c_str());
         if (s.type != VEK_TABLE) SetStates(s, node);
@@ -284,7 +284,7 @@ private:
         return nullptr;
     }
 
-    void SetStates(const VEK_specNode& s, VEK_node* node) {
+    void SetStates(const VEK_descNode& s, VEK_node* node) {
         if (s.states.size() < 2) {
             Fail(VEK_FILE_READ_ERROR, s.pos, "Node needs at least two states: " + Quote(s.name));
             return;
@@ -323,7 +323,7 @@ private:
 
     void AddArcs(int c) {
         if (info_[c].table < 0) return;
-        const VEK_specTable& tab = spec_.tables[info_[c].table];
+        const VEK_descTable& tab = desc_.tables[info_[c].table];
         const std::vector<int>& parents = ParentsOf(c);
         for (size_t k = 0; k < parents.size(); ++k) {
             if (net_.AddArc(info_[parents[k]].handle, info_[c].handle) < 0) {
@@ -334,7 +334,7 @@ private:
         }
     }
 
-    bool CheckValues(const std::vector<double>& values, bool probabilities, const VEK_specPos& pos,
+    bool CheckValues(const std::vector<double>& values, bool probabilities, const VEK_descPos& pos,
                      const std::string& node) {
         for (double v : values) {
             bool ok = std::isfinite(v) && (!probabilities || (v >= 0.0 && v <= 1.0 + 1e-6));
@@ -360,14 +360,14 @@ private:
     }
 
     void FillTable(int i) {
-        const VEK_specNode& s = spec_.nodes[i];
+        const VEK_descNode& s = desc_.nodes[i];
         const NodeInfo& ni = info_[i];
         if (ni.table < 0) {
             if (s.type != VEK_LIST) Fail(VEK_FILE_READ_ERROR, s.pos, "No table for node " + Quote(s.name));
             return;
         }
         if (s.type == VEK_LIST) return;  // a decision's table names its parents only
-        const VEK_specTable& tab = spec_.tables[ni.table];
+        const VEK_descTable& tab = desc_.tables[ni.table];
         VEK_nodeDef* def = net_.GetDef(ni.handle);
         const size_t expected = static_cast<size_t>(def->GetParameters().GetSize());
         const size_t states = s.type == VEK_TABLE ? 1 : s.states.size();
@@ -405,7 +405,7 @@ private:
         NodeInfo& ni = info_[node];
         if (!ni.indexed) {
             ni.indexed = true;
-            const std::vector<std::string>& states = spec_.nodes[node].states;
+            const std::vector<std::string>& states = desc_.nodes[node].states;
             const VEK_idArray* ids = net_.GetDef(ni.handle)->GetOutcomeIds();
             for (size_t k = 0; k < states.size(); ++k) ni.stateIndex.emplace(states[k], static_cast<int>(k));
             for (int k = 0; ids && k < ids->GetSize(); ++k) ni.stateIndex.emplace((*ids)[k], k);
@@ -413,13 +413,13 @@ private:
         return ni.stateIndex;
     }
 
-    bool FillFromRows(int child, const VEK_specTable& tab, const VEK_specNode& s, size_t states, size_t expected,
+    bool FillFromRows(int child, const VEK_descTable& tab, const VEK_descNode& s, size_t states, size_t expected,
                       std::vector<double>& values) {
         const std::vector<int>& parents = ParentsOf(child);
         values.assign(expected, 0.0);
         const size_t columns = expected / states;
         std::vector<char> filled(columns, 0);
-        for (const VEK_specRow& row : tab.rows) {
+        for (const VEK_descRow& row : tab.rows) {
             if (row.parentStates.size() != parents.size()) {
                 Fail(VEK_FILE_READ_ERROR, row.pos,
                      "Row names " + std::to_string(row.parentStates.size()) + " parent states, expected " +
@@ -438,10 +438,10 @@ private:
                 if (it == index.end()) {
                     Fail(VEK_FILE_READ_ERROR, row.pos,
                          "Invalid outcome identifier: " + Quote(row.parentStates[p]) + " of node " +
-                             Quote(spec_.nodes[parents[p]].name));
+                             Quote(desc_.nodes[parents[p]].name));
                     return false;
                 }
-                column = column * spec_.nodes[parents[p]].states.size() + static_cast<size_t>(it->second);
+                column = column * desc_.nodes[parents[p]].states.size() + static_cast<size_t>(it->second);
             }
             if (filled[column]) {
                 Fail(VEK_FILE_READ_ERROR, row.pos, "Parent configuration given twice for node " + Quote(s.name));
@@ -467,34 +467,34 @@ private:
     }
 
     void SetHeader() {
-        for (const auto& p : spec_.properties) net_.UserProperties().AddProperty(p.first.c_str(), p.second.c_str());
-        if (!spec_.hasName || spec_.name.empty()) return;
-        std::string id = VEK_foreignId(spec_.name, 'n');
+        for (const auto& p : desc_.properties) net_.UserProperties().AddProperty(p.first.c_str(), p.second.c_str());
+        if (!desc_.hasName || desc_.name.empty()) return;
+        std::string id = VEK_foreignId(desc_.name, 'n');
         net_.Header().SetId(id.c_str());
-        net_.Header().SetName(spec_.name.c_str());
+        net_.Header().SetName(desc_.name.c_str());
     }
 
-    const VEK_netSpec& spec_;
+    const VEK_netDesc& desc_;
     VEK_network& net_;
-    VEK_specErrorSink& errors_;
+    VEK_descErrorSink& errors_;
     int status_ = 0;
     std::vector<NodeInfo> info_;
     std::unordered_map<std::string, int> byName_;
-    std::vector<std::vector<int>> parents_;  // per table: spec node indices
+    std::vector<std::vector<int>> parents_;  // per table: desc node indices
 };
 
 }  // namespace
 
-int VEK_buildNetwork(const VEK_netSpec& spec, VEK_network& net, VEK_specErrorSink& errors) {
+int VEK_buildNetwork(const VEK_netDesc& desc, VEK_network& net, VEK_descErrorSink& errors) {
     try {
         VEK_relevanceDelay relevance(net);
         VEK_updateImmediateContext scope(net);
-        return Builder(spec, net, errors).Run();
+        return Builder(desc, net, errors).Run();
     } catch (const std::bad_alloc&) {
-        errors.SpecError(VEK_OUT_OF_MEMORY, VEK_specPos{}, "Out of memory while building the network");
+        errors.SpecError(VEK_OUT_OF_MEMORY, VEK_descPos{}, "Out of memory while building the network");
         return VEK_OUT_OF_MEMORY;
     } catch (const std::exception& e) {
-        errors.SpecError(VEK_FILE_READ_ERROR, VEK_specPos{}, std::string("Can't build the network: ") + e.what());
+        errors.SpecError(VEK_FILE_READ_ERROR, VEK_descPos{}, std::string("Can't build the network: ") + e.what());
         return VEK_FILE_READ_ERROR;
     }
 }
