@@ -307,7 +307,7 @@ private:
                       placed.values.begin() + static_cast<std::ptrdiff_t>(j * states));
         }
         table.hasValues = true;
-        table.order = VEK_SPEC_CHILD_FASTEST;
+        table.order = VEK_DESC_CHILD_FASTEST;
         table.values = std::move(placed.values);
         table.valuesPos = table.pos;
         table.hasDefault = false;
@@ -414,7 +414,7 @@ private:
                     return;
                 }
                 table.hasValues = true;
-                table.order = VEK_SPEC_CHILD_SLOWEST;
+                table.order = VEK_DESC_CHILD_SLOWEST;
                 table.valuesPos = {tok_.line, tok_.column};
                 if (NumbersAfterToken(table.values) < 0 || ReadNumbers(table.values) < 0) return;
             } else if (tok_.IsWord("default")) {

@@ -380,7 +380,7 @@ private:
                 return;
             }
             if (!CheckValues(tab.values, probabilities, tab.valuesPos, s.name)) return;
-            if (tab.order == VEK_SPEC_CHILD_SLOWEST && states > 1) {
+            if (tab.order == VEK_DESC_CHILD_SLOWEST && states > 1) {
                 std::vector<double> values = tab.values;
                 ChildToFastest(values, states);
                 def->SetDefinition(values);

@@ -39,8 +39,8 @@ struct VEK_descRow {
 };
 
 // Order of a flat table.
-constexpr int VEK_SPEC_CHILD_FASTEST = 0;  // the engine's order
-constexpr int VEK_SPEC_CHILD_SLOWEST = 1;  // child first, then the parents, last fastest
+constexpr int VEK_DESC_CHILD_FASTEST = 0;  // the engine's order
+constexpr int VEK_DESC_CHILD_SLOWEST = 1;  // child first, then the parents, last fastest
 
 struct VEK_descTable {
     std::string child;
@@ -49,7 +49,7 @@ struct VEK_descTable {
     std::vector<VEK_descPos> parentPos;
     bool hasValues = false;  // a flat table
     std::vector<double> values;
-    int order = VEK_SPEC_CHILD_FASTEST;
+    int order = VEK_DESC_CHILD_FASTEST;
     VEK_descPos valuesPos;
     std::vector<VEK_descRow> rows;  // per-configuration rows
     bool hasDefault = false;        // values for every configuration no row names
