@@ -9,10 +9,12 @@ namespace {
 
 // Each clears the logger first, so a failure reports the messages of this
 // call only.
-void WrpReadFile(VEK_network* net, const std::string& path) {
+// format: 0 picks the format by the file name's extension, 1 to 8 name it
+// (files of other tools often carry a neutral extension such as .xml).
+void WrpReadFile(VEK_network* net, const std::string& path, int format) {
     VEK_logger& logger = Deref(net).Logger();
     logger.Clear();
-    int res = net->ReadFile(path.c_str());
+    int res = net->ReadFile(path.c_str(), format);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ReadFile", logger);
 }
 
@@ -23,7 +25,6 @@ void WrpReadString(VEK_network* net, const std::string& text) {
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ReadString", logger);
 }
 
-// format: 0 picks the format by the file name's extension, 1 to 8 name it.
 void WrpWriteFile(VEK_network* net, const std::string& path, int format) {
     VEK_logger& logger = Deref(net).Logger();
     logger.Clear();
@@ -46,8 +47,8 @@ std::string WrpWriteString(VEK_network* net) {
 void BindFileIO(PyNetworkClass& cls) {
     using namespace Wrp;
     cls.def(
-        "read_file", [](PyNetwork& self, const std::string& path) { WrpReadFile(&self, path); }, py::arg("xvek_file"),
-        "Reads network from a file");
+        "read_file", [](PyNetwork& self, const std::string& path, int format) { WrpReadFile(&self, path, format); },
+        py::arg("xvek_file"), py::arg("format") = 0, "Reads network from a file");
     cls.def(
         "read_string", [](PyNetwork& self, const std::string& text) { WrpReadString(&self, text); },
         py::arg("xvek_string"), "Reads network from a string");

@@ -1094,6 +1094,10 @@ int VEK_network::ReadString(const char* text, void* extension) {
         res = speaker->ReadNetworkFromString(text);
     } catch (const std::bad_alloc&) {
         res = logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network");
+    } catch (const std::exception& e) {
+        std::string message = "Can't read the network: ";
+        message += e.what();
+        res = logger_.LogError(VEK_GENERAL_ERROR, message.c_str());
     }
     fresh.EndRead();
     fresh.options_ = savedOptions;

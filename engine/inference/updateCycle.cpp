@@ -123,6 +123,10 @@ int VEK_network::CallIDAlgorithm() {
 int VEK_network::InvalidateAllBeliefs() {
     RemoveJpts();
     InferenceCache().BumpBeliefsVersion();
+    // A network being read gets a call for every arc and table it receives;
+    // walking all nodes each time made loading quadratic. EndRead makes the
+    // one walk that counts.
+    if (IsReading()) return VEK_OKAY;
     for (auto& n : nodes_) {
         if (n && n->Value()) n->Value()->Invalidate();
     }

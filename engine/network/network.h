@@ -120,7 +120,9 @@ public:
     int ReadString(const char* text, void* extension = nullptr);
     int WriteString(std::string& out, void* extension = nullptr);
     void BeginRead() { ++reading_; }
-    void EndRead() { if (reading_ > 0) --reading_; }
+    void EndRead() {
+        if (reading_ > 0 && --reading_ == 0) InvalidateAllBeliefs();
+    }
     bool IsReading() const { return reading_ > 0; }
 
     // ---- nodes -------------------------------------------------------

@@ -1,0 +1,129 @@
+"""End-to-end timings from Python, one row per shared network: loading in
+every format the shared folder holds, writing the XML network format, exact
+inference without and with evidence, and the largest deviation from the
+reference posteriors.
+
+    PYTHONPATH=build/release/python /usr/bin/python3 bench/bench.py [names...]
+
+Times are the best of several runs, in milliseconds of wall time."""
+import json
+import os
+import sys
+import tempfile
+import time
+
+import pyquarn
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+SHARED = os.environ.get("QUARN_SHARED_DIR", os.path.join(HERE, "..", "..", "shared"))
+NETWORKS = os.path.join(SHARED, "networks")
+
+
+def best_ms(action, budget=0.5, at_most=20):
+    """Best wall time of action() in ms: runs until the budget is spent,
+    at least twice and at most at_most times."""
+    best = float("inf")
+    spent = 0.0
+    runs = 0
+    while runs < 2 or (spent < budget and runs < at_most):
+        t0 = time.perf_counter()
+        action()
+        dt = time.perf_counter() - t0
+        best = min(best, dt)
+        spent += dt
+        runs += 1
+    return best * 1e3
+
+
+def load_ms(path, fmt=0):
+    if not os.path.exists(path):
+        return None
+
+    def load():
+        pyquarn.Network().read_file(path, format=fmt)
+    return best_ms(load)
+
+
+def reference(name):
+    path = os.path.join(NETWORKS, "reference", name + ".json")
+    if not os.path.exists(path):
+        return None
+    with open(path, encoding="utf-8") as f:
+        return json.load(f)["scenarios"]
+
+
+def worst_error(net, scenario):
+    worst = 0.0
+    for node_id, want in scenario["marginals"].items():
+        got = net.get_node_value(node_id)
+        worst = max(worst, max(abs(a - b) for a, b in zip(got, want)))
+    return worst
+
+
+def row(name, scratch):
+    xvek = os.path.join(NETWORKS, "xvek", name + ".xvek")
+    net = pyquarn.Network()
+    net.read_file(xvek)
+    out = os.path.join(scratch, name + ".xvek")
+    cells = {
+        "nodes": net.get_node_count(),
+        "xvek": load_ms(xvek),
+        "bif": load_ms(os.path.join(NETWORKS, "bif", name + ".bif")),
+        "xmlbif": load_ms(os.path.join(NETWORKS, "xmlbif", name + ".xml"), 6),
+        "net": load_ms(os.path.join(NETWORKS, "net", name + ".net")),
+        "write": best_ms(lambda: net.write_file(out)),
+    }
+    scenarios = reference(name)
+
+    # A root state the network allows (some tables give states probability 0).
+    first = net.get_all_node_ids()[0]
+    net.update_beliefs()
+    state = max(range(net.get_outcome_count(first)), key=lambda i: net.get_node_value(first)[i])
+
+    def update_plain():
+        # Evidence set and taken back again, so the beliefs must be recomputed.
+        net.set_evidence(first, state)
+        net.clear_all_evidence()
+        net.update_beliefs()
+    cells["update"] = best_ms(update_plain)
+    err = worst_error(net, scenarios[0]) if scenarios else None
+    if scenarios and len(scenarios) > 1:
+        evidence = scenarios[1]["evidence"]
+
+        def update_evidence():
+            net.clear_all_evidence()
+            for node_id, state in evidence.items():
+                net.set_evidence(node_id, state)
+            net.update_beliefs()
+        cells["evidence"] = best_ms(update_evidence)
+        err = max(err, worst_error(net, scenarios[1]))
+    else:
+        cells["evidence"] = None
+    cells["max err"] = err
+    return cells
+
+
+def main(argv):
+    names = argv or sorted(f[:-5] for f in os.listdir(os.path.join(NETWORKS, "xvek")) if f.endswith(".xvek"))
+    columns = ["nodes", "xvek", "bif", "xmlbif", "net", "write", "update", "evidence", "max err"]
+    print("times in ms (best of several runs); loads by format, write of .xvek, exact update")
+    print(("%-11s" % "network") + "".join("%10s" % c for c in columns))
+    with tempfile.TemporaryDirectory() as scratch:
+        for name in names:
+            cells = row(name, scratch)
+            line = "%-11s" % name
+            for c in columns:
+                v = cells[c]
+                if v is None:
+                    line += "%10s" % "-"
+                elif c == "nodes":
+                    line += "%10d" % v
+                elif c == "max err":
+                    line += "%10.1e" % v
+                else:
+                    line += "%10.2f" % v
+            print(line, flush=True)
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])
