@@ -77,11 +77,6 @@ private:
 // Reads a whole file into text; false when it cannot be opened or read.
 bool VEK_readWholeFile(const char* path, std::string& text);
 
-// A plain decimal number at [first, last): optional '-', digits, optional
-// fraction and exponent. Returns the end of the number, or null when the text
-// does not start with one.
-const char* VEK_scanDecimal(const char* first, const char* last, double& value);
-
 // A number in any C form: decimal, exponent, hexadecimal (integer or
 // floating), octal-looking integers read as decimal, 0b binary, a leading
 // '+', integer and float suffixes (u, l, f), inf and nan. False unless the

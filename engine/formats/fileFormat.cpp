@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <type_traits>
+#include <utility>
 
 #include "formats/formatRegistry.h"
 #include "network/identifier.h"
@@ -1013,34 +1015,25 @@ int VEK_network::ReadFile(const char* path, int format, void* extension) {
     return TakeOverReadNetwork(fresh);
 }
 
+static_assert(std::is_nothrow_swappable_v<VEK_header> && std::is_nothrow_swappable_v<VEK_submodelHandler> &&
+                  std::is_nothrow_swappable_v<VEK_caseManager> && std::is_nothrow_swappable_v<VEK_userProperties> &&
+                  std::is_nothrow_swappable_v<VEK_documentation>,
+              "taking over a read network must not fail half-way");
+
 int VEK_network::TakeOverReadNetwork(VEK_network& fresh) {
     // A reader that skipped the per-arc cycle test relies on this one check.
     if (!fresh.IsAcyclic()) return logger_.LogError(VEK_CYCLE, "The network read contains a cycle");
-    // Everything that can fail is built first; the swaps below cannot fail,
-    // so this network changes completely or not at all.
-    std::vector<std::unique_ptr<VEK_node>> nodes;
-    VEK_header header;
-    VEK_submodelHandler submodels;
-    VEK_caseManager cases;
-    VEK_userProperties properties;
-    VEK_documentation documentation;
-    try {
-        nodes.resize(fresh.nodes_.size());
-        for (size_t h = 0; h < fresh.nodes_.size(); ++h) {
-            if (fresh.nodes_[h]) nodes[h] = std::make_unique<VEK_node>(*fresh.nodes_[h], *this);
-        }
-        header = fresh.header_;
-        submodels = fresh.submodels_;
-        cases = fresh.cases_;
-        properties = fresh.userProperties_;
-        documentation = fresh.documentation_;
-    } catch (const std::bad_alloc&) {
-        return logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network");
-    }
+    // Nothing below can fail, so this network changes completely or not at
+    // all. The read nodes move over as they are: copying them would double
+    // the cost of reading a large network.
     // Old definitions and values may reach the network while they go: the
     // slots are cleared one by one, as the destructor does.
     for (auto& n : nodes_) n.reset();
-    nodes_.swap(nodes);
+    nodes_.clear();
+    nodes_.swap(fresh.nodes_);
+    for (auto& n : nodes_) {
+        if (n) n->Rebind(*this);
+    }
     nodeCount_ = fresh.nodeCount_;
     orderValid_ = false;
     targetCount_ = fresh.targetCount_;
@@ -1052,11 +1045,12 @@ int VEK_network::TakeOverReadNetwork(VEK_network& fresh) {
     noisyDecomp_ = fresh.noisyDecomp_;
     noisyDecompLimit_ = fresh.noisyDecompLimit_;
     randSeed_ = fresh.randSeed_;
-    header_ = header;
-    submodels_ = submodels;
-    cases_ = cases;
-    userProperties_ = properties;
-    documentation_ = documentation;
+    fresh.nodeCount_ = 0;
+    std::swap(header_, fresh.header_);
+    std::swap(submodels_, fresh.submodels_);
+    std::swap(cases_, fresh.cases_);
+    std::swap(userProperties_, fresh.userProperties_);
+    std::swap(documentation_, fresh.documentation_);
     textBoxes_.swap(fresh.textBoxes_);
     extFunctions_.swap(fresh.extFunctions_);
     sliceCount_ = fresh.sliceCount_;

@@ -8,6 +8,11 @@ public:
     VEK_header() = default;
     explicit VEK_header(const char* id);
     virtual ~VEK_header() = default;
+    VEK_header(const VEK_header&) = default;
+    VEK_header& operator=(const VEK_header&) = default;
+    // Moves cannot fail, which lets a network take over a read model whole.
+    VEK_header(VEK_header&&) noexcept = default;
+    VEK_header& operator=(VEK_header&&) noexcept = default;
 
     const char* GetId() const { return id_.c_str(); }
     const char* GetName() const { return name_.c_str(); }

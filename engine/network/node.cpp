@@ -39,6 +39,13 @@ VEK_node::~VEK_node() = default;
 void VEK_node::ReplaceValue(VEK_nodeVal* val) { val_.reset(val); }
 void VEK_node::ReplaceDefinition(VEK_nodeDef* def) { def_.reset(def); }
 
+void VEK_node::Rebind(VEK_network& net) {
+    net_ = &net;
+    header_.Rebind(net);
+    if (def_) def_->Rebind(net, handle_);
+    if (val_) val_->Rebind(net, handle_);
+}
+
 int VEK_node::ChangeType(int type) {
     if (!VEK_nodeDef::IsValidType(type)) return VEK_WRONG_NODE_TYPE;
     if (type == def_->GetType()) return VEK_OKAY;

@@ -65,6 +65,9 @@ public:
     // Replaces the value (used after type changes and by the loaders).
     void ReplaceValue(VEK_nodeVal* val);
     void ReplaceDefinition(VEK_nodeDef* def);
+    // Moves the node, with its definition and value, under another network
+    // at the same handle; the node itself stays where it is.
+    void Rebind(VEK_network& net);
 
     int GetSubmodel() const { return submodel_; }
     int SetSubmodel(int submodelHandle);

@@ -11,6 +11,7 @@
 
 #include "network/cast.h"
 #include "network/cpt.h"
+#include "network/decimalText.h"
 #include "network/demorgan.h"
 #include "network/discDef.h"
 #include "network/identifier.h"
@@ -123,6 +124,7 @@ bool XmlNetLoader::ParseItem(IXmlReader* r, double& value, const char* element) 
     // general path.
     const char* first = item.data();
     const char* last = first + item.size();
+    if (VEK_scanDecimal(first, last, value) == last) return true;
     std::from_chars_result fast = std::from_chars(first, last, value);
     if (fast.ec == std::errc() && fast.ptr == last) return true;
     char* end = nullptr;
@@ -756,8 +758,7 @@ void XmlNetLoader::OnFillItem(IXmlReader* r) {
     const std::string& item = r->GetContent();
     const char* last = item.data() + item.size();
     double v = 0.0;
-    std::from_chars_result fast = std::from_chars(item.data(), last, v);
-    if ((fast.ec != std::errc() || fast.ptr != last) && !ParseItem(r, v, "definition")) return;
+    if (VEK_scanDecimal(item.data(), last, v) != last && !ParseItem(r, v, "definition")) return;
     if (fillCount_ >= fillSize_) return Fail(r, fillFailure_, nodeId_);
     fill_[fillCount_++] = v;
 }

@@ -108,6 +108,7 @@ bool XmlReader::ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IX
     stopped_ = false;
     attrs_ = nullptr;
     depth_ = 0;
+    top_ = nullptr;
     bool ok = false;
     if (!stream || !root) {
         ReportError("No document or schema to read");
@@ -162,6 +163,7 @@ bool XmlReader::ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IX
     }
     states_.clear();
     depth_ = 0;
+    top_ = nullptr;
     attrs_ = nullptr;
     errors_ = nullptr;
     root_ = nullptr;
@@ -198,6 +200,7 @@ void XmlReader::GetCurrentPosition(int& line, int& column) const {
 void XmlReader::PushState(const IXmlBinding* binding, int mode) {
     if (depth_ == states_.size()) states_.emplace_back();
     BindingState& state = states_[depth_++];
+    top_ = &state;
     state.binding = binding;
     state.handler = binding ? binding->GetHandler() : nullptr;
     state.isList = state.handler && state.handler->ContainsList();
@@ -317,6 +320,7 @@ void XmlReader::OnEndElement(const char* name) {
         }
     }
     --depth_;
+    top_ = depth_ > 0 ? &states_[depth_ - 1] : nullptr;
 }
 
 void XmlReader::OnCharacterData(const char* text, int length) {
@@ -352,10 +356,7 @@ void XmlReader::OnCharacterData(const char* text, int length) {
     }
 }
 
-const std::string& XmlReader::GetContent() const {
-    static const std::string empty;
-    return depth_ > 0 ? states_[depth_ - 1].content : empty;
-}
+const std::string& XmlReader::GetContent() const { return top_ ? top_->content : noContent_; }
 
 void XmlReader::GetUnescapedContent(std::string& out) const {
     const std::string& content = GetContent();

@@ -96,6 +96,10 @@ private:
     // kept between elements so their buffers are reused.
     std::deque<BindingState> states_;
     size_t depth_ = 0;
+    // states_[depth_ - 1], kept at hand for the item-by-item calls; a deque
+    // keeps its elements in place as it grows.
+    BindingState* top_ = nullptr;
+    const std::string noContent_;
 };
 
 // Fails (through reader->StopParse) when fileVersion is a greater number than
