@@ -26,9 +26,8 @@ void WrpSetNodeDefinition(VEK_network* net, int handle, const std::vector<double
         VEK_appendInt(message, static_cast<long long>(items.size()));
         ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, "Network.SetNodeDefinition", message);
     }
+    // The definition tells the network, so beliefs computed before are stale.
     ValidateResult(def.SetDefinition(items), "Network.SetNodeDefinition");
-    // Beliefs computed from the old table are stale now.
-    net->OnDefinitionChanged(handle);
 }
 
 std::vector<double> WrpGetNodeDefinition(VEK_network* net, int handle) {

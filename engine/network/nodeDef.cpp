@@ -87,11 +87,18 @@ int VEK_nodeDef::DoCopyParameters(const VEK_nodeDef& other) {
 
 // ---------------------------------------------------------------- parameters
 
+void VEK_nodeDef::TellNetworkOfChange() {
+    // Only the definition a node holds: one being built for a type change
+    // is not part of the model yet.
+    if (net_ && net_->GetDef(handle_) == this) net_->OnDefinitionChanged(handle_);
+}
+
 int VEK_nodeDef::SetDefinition(const VEK_Dmatrix& m) {
     VEK_Dmatrix& params = GetWriteableParameters();
     if (params.GetSize() != m.GetSize()) return VEK_OUT_OF_RANGE;
     if (params.GetSize() > 0) params.FillFrom(m.Items());
     OnParametersChanged();
+    TellNetworkOfChange();
     return VEK_OKAY;
 }
 
@@ -100,6 +107,7 @@ int VEK_nodeDef::SetDefinition(const VEK_doubleArray& items) {
     if (params.GetSize() != items.GetSize()) return VEK_OUT_OF_RANGE;
     if (params.GetSize() > 0) params.FillFrom(items.Items());
     OnParametersChanged();
+    TellNetworkOfChange();
     return VEK_OKAY;
 }
 
@@ -108,6 +116,7 @@ int VEK_nodeDef::SetDefinition(const std::vector<double>& items) {
     if (params.GetSize() != static_cast<int>(items.size())) return VEK_OUT_OF_RANGE;
     if (params.GetSize() > 0) params.FillFrom(items.data());
     OnParametersChanged();
+    TellNetworkOfChange();
     return VEK_OKAY;
 }
 

@@ -88,7 +88,8 @@ public:
     // Called after the parameters were written through GetWriteableParameters.
     virtual void OnParametersChanged() {}
 
-    // Writes the parameter matrix; -2 when the size does not match.
+    // Writes the parameter matrix; -2 when the size does not match. The
+    // network hears of the change, so beliefs computed before are stale.
     int SetDefinition(const VEK_Dmatrix& m);
     int SetDefinition(const VEK_doubleArray& items);
     int SetDefinition(const std::vector<double>& items);
@@ -110,6 +111,8 @@ public:
     VEK_network& Network() const { return *net_; }
     int Handle() const { return handle_; }
     void Rebind(VEK_network& net, int handle) { net_ = &net; handle_ = handle; }
+    // Tells the network that the parameters of the node's definition changed.
+    void TellNetworkOfChange();
 
     const VEK_intArray& GetParents() const;
     const VEK_intArray& GetChildren() const;

@@ -10,6 +10,8 @@
 #include <stdexcept>
 
 #include "infTestUtil.h"
+#include "network/dmatrix.h"
+#include "network/doubleArray.h"
 #include "network/truthTable.h"
 
 using namespace inftest;
@@ -158,6 +160,41 @@ TEST(UpdateCycle, InvalidationKeepsEvidenceAndTargetsSelectWhatIsComputed) {
     EXPECT_FALSE(net.GetVal(d)->IsValueValid());
     ASSERT_EQ(net.ClearAllTargets(), 0);
     EXPECT_EQ(net.GetTargetCount(), 0);
+}
+
+TEST(UpdateCycle, TableEditsMakeBeliefsStaleAndTheNextUpdateUsesThem) {
+    VEK_network net;
+    const int a = AddNode(net, "A", 2), b = AddNode(net, "B", 2);
+    net.AddArc(a, b);
+    ASSERT_EQ(SetTable(net, a, {0.3, 0.7}), 0);
+    ASSERT_EQ(SetTable(net, b, {0.9, 0.1, 0.2, 0.8}), 0);
+    ASSERT_EQ(net.GetVal(b)->SetEvidence(0), 0);
+    ASSERT_EQ(net.UpdateBeliefs(), 0);
+    EXPECT_NEAR(Beliefs(net, a)[0], 0.27 / (0.27 + 0.14), 1e-15);
+
+    // Each form of SetDefinition, straight on the definition.
+    ASSERT_EQ(net.GetDef(a)->SetDefinition(std::vector<double>{0.6, 0.4}), 0);
+    EXPECT_FALSE(net.GetVal(a)->IsValueValid());
+    ASSERT_EQ(net.UpdateBeliefs(), 0);
+    EXPECT_NEAR(Beliefs(net, a)[0], 0.54 / (0.54 + 0.08), 1e-15);
+
+    VEK_doubleArray column;
+    for (double v : {0.5, 0.5, 0.2, 0.8}) column.Add(v);
+    ASSERT_EQ(net.GetDef(b)->SetDefinition(column), 0);
+    EXPECT_FALSE(net.GetVal(a)->IsValueValid());
+    ASSERT_EQ(net.UpdateBeliefs(), 0);
+    EXPECT_NEAR(Beliefs(net, a)[0], 0.3 / (0.3 + 0.08), 1e-15);
+
+    VEK_Dmatrix table = net.GetDef(a)->GetParameters();
+    table[0] = 0.1;
+    table[1] = 0.9;
+    ASSERT_EQ(net.GetDef(a)->SetDefinition(table), 0);
+    ASSERT_EQ(net.UpdateBeliefs(), 0);
+    EXPECT_NEAR(Beliefs(net, a)[0], 0.05 / (0.05 + 0.18), 1e-15);
+
+    // A refused edit changes nothing and keeps the beliefs.
+    EXPECT_EQ(net.GetDef(a)->SetDefinition(std::vector<double>{1.0}), VEK_OUT_OF_RANGE);
+    EXPECT_TRUE(net.GetVal(a)->IsValueValid());
 }
 
 TEST(UpdateCycle, ImpossibleOutcomeIsRefusedWhenSet) {
