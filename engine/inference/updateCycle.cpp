@@ -5,9 +5,12 @@
 #include <new>
 
 #include "inference/clustering.h"
+#include "inference/cooperSolver.h"
 #include "inference/inferenceCache.h"
 #include "inference/jointTree.h"
 #include "inference/rNetwork.h"
+#include "inference/shachterSolver.h"
+#include "inference/sampling.h"
 #include "network/network.h"
 #include "network/nodeDef.h"
 
@@ -109,6 +112,16 @@ int VEK_network::CallBNAlgorithm() {
         case VEK_ALG_BN_LAURITZEN_SPLIT: return LauritzenSplit(*this);
         case VEK_ALG_BN_LAURITZEN_LINEAR_DECOMP: return TsClusteringLinearDecomp(*this);
         case VEK_ALG_BN_LAURITZEN_RECURSIVE_DECOMP: return TsClusteringRecursiveDecomp(*this);
+        case VEK_ALG_BN_HENRION: return VEK_Infer_Henrion(*this);
+        case VEK_ALG_BN_PEARL: return VEK_Infer_Pearl(*this);
+        // Heuristic importance sampling is the likelihood-sampling routine.
+        case VEK_ALG_BN_LSAMPLING:
+        case VEK_ALG_BN_HEURISTICIMPORTANCE: return VEK_Infer_LSampling(*this);
+        case VEK_ALG_BN_SELFIMPORTANCE: return VEK_Infer_Self_Importance(*this);
+        case VEK_ALG_BN_BACKSAMPLING: return VEK_Infer_Bksampling(*this);
+        case VEK_ALG_BN_AISSAMPLING: return VEK_Infer_AISsampling(*this);
+        case VEK_ALG_BN_EPISSAMPLING: return VEK_Infer_EPISsampling(*this);
+        case VEK_ALG_BN_LBP: return VEK_Infer_LBP(*this);
         default:
             return logger_.VLogError(VEK_WRONG_NODE_TYPE, "The inference algorithm %s is not available",
                                      SamplingName(bnAlgorithm_));
@@ -117,7 +130,18 @@ int VEK_network::CallBNAlgorithm() {
 
 int VEK_network::CallIDAlgorithm() {
     if (idAlgorithm_ != 0 && idAlgorithm_ != 1) return VEK_OUT_OF_RANGE;
-    return logger_.LogError(VEK_WRONG_NODE_TYPE, "Influence diagram solving is not available");
+    const VEK_indexingSnapshot indexing(*this);
+    VEK_initializeNodeValues(*this);
+    int res;
+    if (idAlgorithm_ == VEK_ALG_ID_SHACHTER) {
+        VEK_ShachterSolver solver;
+        res = solver.Solve(this);
+    } else {
+        VEK_CooperSolver solver;
+        res = solver.Solve(this);
+    }
+    if (res < 0) indexing.Restore(*this);
+    return res;
 }
 
 int VEK_network::InvalidateAllBeliefs() {
