@@ -79,20 +79,43 @@ void VEK_indexingSnapshot::Restore(VEK_network& net) const {
 VEK_CooperSolver::VEK_CooperSolver() = default;
 VEK_CooperSolver::~VEK_CooperSolver() = default;
 
-VEK_CooperSolver::ImmediateGuard::~ImmediateGuard() {
-    // Put back as a flag only: setting it through SetUpdateImmediate would
-    // start another update.
-    if (net && was) net->SetFlags(net->GetFlags() | VEK_FLAG_UPDATE_IMMEDIATELY);
+namespace {
+
+// Restores the diagram's update-immediately flag on every way out. Put back
+// as a flag only: setting it through SetUpdateImmediate would start another
+// update.
+struct ImmediateGuard {
+    VEK_network& net;
+    const bool was;
+    explicit ImmediateGuard(VEK_network& n) : net(n), was(n.IsUpdateImmediate()) {
+        if (was) net.SetFlags(net.GetFlags() & ~VEK_FLAG_UPDATE_IMMEDIATELY);
+    }
+    ~ImmediateGuard() {
+        if (was) net.SetFlags(net.GetFlags() | VEK_FLAG_UPDATE_IMMEDIATELY);
+    }
+};
+
+}  // namespace
+
+int VEK_CooperSolver::RunSolve(VEK_network* diagram, const char* failure, const std::function<int()>& steps) {
+    if (!diagram) return VEK_OUT_OF_RANGE;
+    diagram_ = diagram;
+    ImmediateGuard guard(*diagram);
+    try {
+        return steps();
+    } catch (const std::bad_alloc&) {
+        diagram_->InvalidateAllBeliefs();
+        return diagram_->Logger().LogError(VEK_OUT_OF_MEMORY, failure);
+    } catch (const std::exception& ex) {
+        diagram_->InvalidateAllBeliefs();
+        diagram_->Logger().LogError(VEK_GENERAL_ERROR, ex.what());
+        return diagram_->Logger().LogError(VEK_GENERAL_ERROR, failure);
+    }
 }
 
 int VEK_CooperSolver::Solve(VEK_network* diagram) {
-    if (!diagram) return VEK_OUT_OF_RANGE;
-    diagram_ = diagram;
-    ImmediateGuard guard;
-    guard.net = diagram;
-    guard.was = diagram->IsUpdateImmediate();
-    if (guard.was) diagram->SetFlags(diagram->GetFlags() & ~VEK_FLAG_UPDATE_IMMEDIATELY);
-    try {
+    const char* failure = "Error when running Cooper's algorithm";
+    return RunSolve(diagram, failure, [this, failure] {
         int res = FindGlobalUtility();
         if (res != 0) return diagram_->Logger().LogError(res, "Utilities not specified. Policies cannot be evaluated");
         if ((res = FindAllPossibleIndexingParents()) < 0) return res;
@@ -101,15 +124,8 @@ int VEK_CooperSolver::Solve(VEK_network* diagram) {
         if ((res = SetAllIndexingParents()) < 0) return res;
         if ((res = PruneIrrelevantParts()) < 0) return res;
         if ((res = TransformIntoBN()) < 0) return res;
-        return Evaluate("Error when running Cooper's algorithm");
-    } catch (const std::bad_alloc&) {
-        diagram_->InvalidateAllBeliefs();
-        return diagram_->Logger().LogError(VEK_OUT_OF_MEMORY, "Error when running Cooper's algorithm");
-    } catch (const std::exception& ex) {
-        diagram_->InvalidateAllBeliefs();
-        diagram_->Logger().LogError(VEK_GENERAL_ERROR, ex.what());
-        return diagram_->Logger().LogError(VEK_GENERAL_ERROR, "Error when running Cooper's algorithm");
-    }
+        return Evaluate(failure);
+    });
 }
 
 // The common end of both solvers: inference on the copy, then the values.

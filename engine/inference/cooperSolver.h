@@ -27,6 +27,7 @@
 // - Combinations that the evidence rules out hold the undefined-value marker.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -88,12 +89,10 @@ protected:
     // Steps shared with the policy search.
     int CopyDiagram();
     int TransformUtility(int handle);
-    // Restores the diagram's update-immediately flag on every way out.
-    struct ImmediateGuard {
-        VEK_network* net = nullptr;
-        bool was = false;
-        ~ImmediateGuard();
-    };
+    // Runs a solver's steps on the diagram with its update-immediately flag
+    // cleared (and put back on every way out), turning an exception into a
+    // logged failure with the solver's message.
+    int RunSolve(VEK_network* diagram, const char* failure, const std::function<int()>& steps);
     int Evaluate(const char* failure);
     // The utility of the combination of outcomes given by stateOf (-1: not
     // known) from the values of the utility nodes in values (by handle).

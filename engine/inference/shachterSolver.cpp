@@ -1,8 +1,6 @@
 #include "inference/shachterSolver.h"
 
 #include <algorithm>
-#include <exception>
-#include <new>
 
 #include "network/expectedUtility.h"
 #include "network/mau.h"
@@ -11,14 +9,8 @@
 #include "network/nodeVal.h"
 
 int VEK_ShachterSolver::Solve(VEK_network* diagram) {
-    if (!diagram) return VEK_OUT_OF_RANGE;
-    diagram_ = diagram;
-    ImmediateGuard guard;
-    guard.net = diagram;
-    guard.was = diagram->IsUpdateImmediate();
-    if (guard.was) diagram->SetFlags(diagram->GetFlags() & ~VEK_FLAG_UPDATE_IMMEDIATELY);
     const char* failure = "Error when running SHACHTER's algorithm";
-    try {
+    return RunSolve(diagram, failure, [this, failure] {
         if (!CanSolve()) {
             return diagram_->Logger().LogError(VEK_NO_ITEM, "Utilities not specified. Policies cannot be evaluated");
         }
@@ -34,14 +26,7 @@ int VEK_ShachterSolver::Solve(VEK_network* diagram) {
         if ((res = PruneIrrelevantParts()) < 0) return res;
         if ((res = TransformIntoBN()) < 0) return res;
         return Evaluate(failure);
-    } catch (const std::bad_alloc&) {
-        diagram_->InvalidateAllBeliefs();
-        return diagram_->Logger().LogError(VEK_OUT_OF_MEMORY, failure);
-    } catch (const std::exception& ex) {
-        diagram_->InvalidateAllBeliefs();
-        diagram_->Logger().LogError(VEK_GENERAL_ERROR, ex.what());
-        return diagram_->Logger().LogError(VEK_GENERAL_ERROR, failure);
-    }
+    });
 }
 
 // Solvable when there is some utility to merge; whether the merge fits is
