@@ -407,6 +407,18 @@ void VEK_rNetworkContainer::DeleteAt(int i) {
     nets_[static_cast<size_t>(i)] = nullptr;
 }
 
+void VEK_writeEvidenceBeliefs(const VEK_rNetwork& rnet, int i) {
+    const VEK_rNode* r = rnet.GetNode(i);
+    VEK_nodeVal* v = r->handle >= 0 ? rnet.Network().GetVal(r->handle) : nullptr;
+    if (!v || v->IsValueValid() || r->evidence < 0) return;
+    VEK_Dmatrix* m = v->GetWriteableMatrix();
+    if (!m) return;
+    m->SetSingleDimension(r->numStates);
+    m->FillWith(0.0);
+    (*m)[r->evidence] = 1.0;
+    v->SetValueValid();
+}
+
 int VEK_reportZeroPotential(VEK_network& net, int handle) {
     const char* id = net.GetNodeId(handle);
     if (id && *id) return net.Logger().VLogError(VEK_IMPOSSIBLE_EVIDENCE, "All potential entries are zeros for node %s", id);

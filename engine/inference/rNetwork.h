@@ -133,3 +133,7 @@ int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*
 
 // Logs -43 "All potential entries are zeros for node ..." for a node.
 int VEK_reportZeroPotential(VEK_network& net, int handle);
+
+// Gives an evidence node i of the reduced network, whose value no algorithm
+// wrote, the belief vector of its observed state, marked valid.
+void VEK_writeEvidenceBeliefs(const VEK_rNetwork& rnet, int i);

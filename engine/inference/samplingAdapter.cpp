@@ -46,15 +46,7 @@ void SamplingAdapter::SetBeliefs(int i, const double* beliefs) {
 }
 
 void SamplingAdapter::EnsureEvidenceValue(int i) {
-    const VEK_rNode* r = net_->GetNode(i);
-    VEK_nodeVal* v = r->handle >= 0 ? net_->Network().GetVal(r->handle) : nullptr;
-    if (!v || v->IsValueValid() || r->evidence < 0) return;
-    VEK_Dmatrix* m = v->GetWriteableMatrix();
-    if (!m) return;
-    m->SetSingleDimension(r->numStates);
-    m->FillWith(0.0);
-    (*m)[r->evidence] = 1.0;
-    v->SetValueValid();
+    VEK_writeEvidenceBeliefs(*net_, i);
 }
 
 void SamplingAdapter::ReportZeroPotential(int i) { VEK_reportZeroPotential(net_->Network(), net_->GetNode(i)->source); }
