@@ -23,3 +23,8 @@ void BindCases(PyNetworkClass& cls);
 void BindCanonical(PyNetworkClass& cls);
 void BindInference(PyNetworkClass& cls);
 void BindFileIO(PyNetworkClass& cls);
+
+// The learning submodule's classes.
+void RegisterDataSet(py::module_& learning);
+void RegisterDataMatch(py::module_& learning);
+void RegisterEM(py::module_& learning);

@@ -333,6 +333,9 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterUserProperty(m);
     RegisterCaseEvidenceInfo(m);
     RegisterEPISParams(m);
+    RegisterDataSet(learning);
+    RegisterDataMatch(learning);
+    RegisterEM(learning);
 
     RegisterLateEnumerations(m);
 

@@ -1,0 +1,109 @@
+// Learning: reading a generated data file (MB/s) and EM on shared networks
+// from forward-sampled records with missing cells.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "inference/randGen.h"
+#include "learning/dataset.h"
+#include "learning/em.h"
+#include "network/dmatrix.h"
+#include "network/network.h"
+#include "network/node.h"
+#include "network/nodeDef.h"
+
+namespace {
+
+std::string SharedPath(const std::string& name) {
+    const char* env = std::getenv("QUARN_SHARED_DIR");
+    return std::string(env && *env ? env : QUARN_SHARED_DIR) + "/networks/xvek/" + name + ".xvek";
+}
+
+// One int column per node, named after it; each cell missing with the rate.
+VEK_dataset Sample(VEK_network& net, int records, double missingRate) {
+    VEK_randGen gen(11);
+    VEK_dataset data;
+    std::vector<int> handles;
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+        handles.push_back(h);
+        data.AddIntVariable(net.GetNodeId(h));
+    }
+    const VEK_intArray order = net.PartialOrdering();
+    std::vector<int> state(net.GetSlotCount(), -1);
+    for (int r = 0; r < records; ++r) {
+        data.AddEmptyRecord();
+        for (int i = 0; i < order.GetSize(); ++i) {
+            const int h = order[i];
+            const VEK_Dmatrix& t = net.GetDef(h)->GetDefinition();
+            const VEK_intArray& parents = net.GetNode(h)->Parents();
+            int at = 0;
+            for (int k = 0; k < parents.GetSize(); ++k) at += state[parents[k]] * t.GetProducts()[k];
+            state[h] = VEK_randGen::Roulette(gen.GetDouble(), t.Items() + at, t.GetLastDimensionSize());
+        }
+        for (size_t v = 0; v < handles.size(); ++v) {
+            if (gen.GetDouble() >= missingRate) data.SetInt(static_cast<int>(v), r, state[handles[v]]);
+        }
+    }
+    return data;
+}
+
+void Em(benchmark::State& state, const std::string& name, int records) {
+    VEK_network truth;
+    if (truth.ReadFile(SharedPath(name).c_str()) != 0) {
+        state.SkipWithError("read failed");
+        return;
+    }
+    VEK_dataset data = Sample(truth, records, 0.2);
+    std::vector<VEK_datasetMatch> matching;
+    for (int v = 0; v < data.GetNumberOfVariables(); ++v) matching.push_back({truth.FindNode(data.GetId(v)), 0, v});
+    for (auto _ : state) {
+        state.PauseTiming();
+        VEK_network net(truth);
+        state.ResumeTiming();
+        VEK_em em;
+        em.SetUniformizeParameters(true);
+        if (em.Learn(data, net, matching) != 0) {
+            state.SkipWithError("EM failed");
+            return;
+        }
+    }
+}
+
+void ReadData(benchmark::State& state) {
+    VEK_network truth;
+    if (truth.ReadFile(SharedPath("alarm").c_str()) != 0) {
+        state.SkipWithError("read failed");
+        return;
+    }
+    const char* tmp = std::getenv("TMPDIR");
+    const std::string path = std::string(tmp && *tmp ? tmp : "/tmp") + "/bench_alarm_data.txt";
+    if (Sample(truth, 50000, 0.1).WriteFile(path.c_str()) != 0) {
+        state.SkipWithError("write failed");
+        return;
+    }
+    long size = 0;
+    if (FILE* f = std::fopen(path.c_str(), "rb")) {
+        std::fseek(f, 0, SEEK_END);
+        size = std::ftell(f);
+        std::fclose(f);
+    }
+    for (auto _ : state) {
+        VEK_dataset data;
+        if (data.ReadFile(path.c_str()) != 0) {
+            state.SkipWithError("parse failed");
+            break;
+        }
+        benchmark::DoNotOptimize(data.GetNumberOfRecords());
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * size);
+    std::remove(path.c_str());
+}
+
+BENCHMARK(ReadData)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Em, alarm_1000, std::string("alarm"), 1000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Em, insurance_1000, std::string("insurance"), 1000)->Unit(benchmark::kMillisecond);
+
+}  // namespace

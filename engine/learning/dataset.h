@@ -1,0 +1,112 @@
+// A table of records for the learning algorithms: one variable (column) per
+// observed quantity, one record (row) per case. Discrete columns hold ints
+// (state indices when the column has state names, bare numbers otherwise),
+// continuous columns hold floats. Each column has its own missing marker.
+#pragma once
+
+#include <limits>
+#include <string>
+#include <vector>
+
+struct VEK_datasetParseParams {
+    std::string missingValueToken = "*";  // compared without regard to case
+    int missingInt = -1;
+    float missingFloat = std::numeric_limits<float>::quiet_NaN();
+    bool columnIdsPresent = true;
+};
+
+struct VEK_datasetWriteParams {
+    std::string missingValueToken = "*";
+    char separator = '\t';
+    bool columnIdsPresent = true;
+    // printf format of one float conversion; empty writes the shortest text
+    // that reads back as the same float.
+    std::string floatFormat;
+};
+
+class VEK_dataset {
+public:
+    // One column. The data vector of the other kind stays empty.
+    struct Variable {
+        bool discrete = true;
+        std::string id;
+        std::vector<int> intData;
+        std::vector<float> floatData;
+        std::vector<std::string> stateNames;
+        int missingInt = -1;
+        float missingFloat = std::numeric_limits<float>::quiet_NaN();
+    };
+
+    // Missing rule of continuous cells: a finite marker matches itself only;
+    // a NaN or infinite marker matches every NaN or infinite cell.
+    static bool IsMissingFloat(float value, float marker);
+
+    // 0, or -103 with a message when the file cannot be opened or parsed.
+    // The dataset is cleared before parsing; after a parse fault it holds the
+    // records read before it. An unopenable file leaves it unchanged.
+    int ReadFile(const char* path, const VEK_datasetParseParams* params = nullptr,
+                 std::string* errorMessage = nullptr);
+    // 0; -103 when the file cannot be opened or written; -2 for a separator
+    // or float format that cannot be written.
+    int WriteFile(const char* path, const VEK_datasetWriteParams* params = nullptr,
+                  std::string* errorMessage = nullptr) const;
+
+    void Clear();
+    void Swap(VEK_dataset& other) noexcept;
+
+    int GetNumberOfVariables() const { return static_cast<int>(vars_.size()); }
+    int GetNumberOfRecords() const { return records_; }
+    // Every stored record counts: the dataset keeps no weighted rows.
+    int GetRealRowCount() const { return records_; }
+    bool IsValidVariable(int var) const { return var >= 0 && var < GetNumberOfVariables(); }
+    bool IsValidRecord(int rec) const { return rec >= 0 && rec < records_; }
+
+    // Null for a bad index.
+    const char* GetId(int var) const;
+    // -2 for a bad index or an empty id, -32 when another column has it.
+    int SetId(int var, const char* id);
+    // Index of the column with that id, -3 when none.
+    int FindVariable(const char* id) const;
+
+    // Add a column whose cells are all missing; return its index, -2 for an
+    // empty id, -32 for a duplicated one, -42 when memory runs out.
+    int AddIntVariable(const char* id, int missingInt = -1);
+    int AddFloatVariable(const char* id, float missingFloat = std::numeric_limits<float>::quiet_NaN());
+    int RemoveVariable(int var);
+    // A record whose cells are all missing; returns its index or -42.
+    int AddEmptyRecord();
+    int RemoveRecord(int rec);
+
+    bool IsDiscrete(int var) const { return vars_[var].discrete; }
+    // No range checks on the getters: check with IsValidVariable and
+    // IsValidRecord first. GetInt of a continuous column and GetFloat of a
+    // discrete one read the other kind's cell converted.
+    int GetInt(int var, int rec) const;
+    float GetFloat(int var, int rec) const;
+    bool IsMissing(int var, int rec) const;
+    // -2 for bad indices; -2 for an int outside the state indices of a
+    // column with state names; -51 for a cell of the other kind.
+    int SetInt(int var, int rec, int value);
+    int SetFloat(int var, int rec, float value);
+    int SetMissing(int var, int rec);
+    bool HasMissingData(int var) const;
+
+    int GetMissingInt(int var) const { return vars_[var].missingInt; }
+    float GetMissingFloat(int var) const { return vars_[var].missingFloat; }
+
+    // -51 for a continuous column; -2 for a bad index, an empty or repeated
+    // name, or a stored cell that would fall outside the new names. An empty
+    // list makes the column's ints bare numbers again.
+    int SetStateNames(int var, const std::vector<std::string>& names);
+    const std::vector<std::string>& GetStateNames(int var) const { return vars_[var].stateNames; }
+
+    const Variable& GetVariable(int var) const { return vars_[var]; }
+
+    // The parser builds the columns in place.
+    std::vector<Variable>& Variables() { return vars_; }
+    void SetRecordCount(int records) { records_ = records; }
+
+private:
+    std::vector<Variable> vars_;
+    int records_ = 0;
+};

@@ -1,0 +1,356 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "inference/randGen.h"
+#include "learning/dataset.h"
+#include "learning/em.h"
+#include "network/discDef.h"
+#include "network/network.h"
+#include "network/node.h"
+#include "network/status.h"
+
+namespace {
+
+constexpr int kCpt = 18;
+
+int AddNode(VEK_network& net, const std::string& id, int states, int type = kCpt) {
+    const int h = net.AddNode(type, id.c_str());
+    VEK_idArray ids;
+    for (int s = 0; s < states; ++s) ids.Add(("s" + std::to_string(s)).c_str());
+    net.GetDef(h)->SetNumberOfOutcomes(ids);
+    return h;
+}
+
+std::vector<double> Table(const VEK_network& net, int h) {
+    const VEK_Dmatrix& m = net.GetDef(h)->GetDefinition();
+    return std::vector<double>(m.Items(), m.Items() + m.GetSize());
+}
+
+// A -> B, A -> C, B -> C with tables far from uniform.
+struct SmallNet {
+    VEK_network net;
+    int a, b, c;
+    SmallNet() {
+        a = AddNode(net, "A", 2);
+        b = AddNode(net, "B", 3);
+        c = AddNode(net, "C", 2);
+        net.AddArc(a, b);
+        net.AddArc(a, c);
+        net.AddArc(b, c);
+        net.GetDef(a)->SetDefinition(std::vector<double>{0.3, 0.7});
+        net.GetDef(b)->SetDefinition(std::vector<double>{0.6, 0.3, 0.1, 0.1, 0.2, 0.7});
+        net.GetDef(c)->SetDefinition(
+            std::vector<double>{0.9, 0.1, 0.5, 0.5, 0.2, 0.8, 0.7, 0.3, 0.25, 0.75, 0.05, 0.95});
+    }
+};
+
+// Forward sampling in partial order: one int column per node, named after it.
+VEK_dataset Sample(VEK_network& net, int records, unsigned seed, double missingRate = 0.0) {
+    VEK_randGen gen(seed);
+    VEK_dataset data;
+    std::vector<int> handles;
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+        handles.push_back(h);
+        data.AddIntVariable(net.GetNodeId(h));
+    }
+    const VEK_intArray order = net.PartialOrdering();
+    std::vector<int> state(net.GetSlotCount(), -1);
+    for (int r = 0; r < records; ++r) {
+        data.AddEmptyRecord();
+        for (int i = 0; i < order.GetSize(); ++i) {
+            const int h = order[i];
+            const VEK_Dmatrix& t = net.GetDef(h)->GetDefinition();
+            const VEK_intArray& parents = net.GetNode(h)->Parents();
+            int at = 0;
+            for (int k = 0; k < parents.GetSize(); ++k) at += state[parents[k]] * t.GetProducts()[k];
+            state[h] = VEK_randGen::Roulette(gen.GetDouble(), t.Items() + at, t.GetLastDimensionSize());
+        }
+        for (size_t v = 0; v < handles.size(); ++v) {
+            if (gen.GetDouble() >= missingRate) data.SetInt(static_cast<int>(v), r, state[handles[v]]);
+        }
+    }
+    return data;
+}
+
+std::vector<VEK_datasetMatch> MatchById(const VEK_network& net, const VEK_dataset& data) {
+    std::vector<VEK_datasetMatch> m;
+    for (int v = 0; v < data.GetNumberOfVariables(); ++v) {
+        int h = net.FindNode(data.GetId(v));
+        if (h >= 0) m.push_back({h, 0, v});
+    }
+    return m;
+}
+
+class LogLikelihoods : public VEK_emProgress {
+public:
+    bool Tick(int iteration, double ll) override {
+        if (iteration == 0) runs.emplace_back();
+        runs.back().push_back(ll);
+        return true;
+    }
+    std::vector<std::vector<double>> runs;
+};
+
+TEST(Em, LearnsTrueTablesBackFromIncompleteData) {
+    SmallNet truth;
+    VEK_dataset data = Sample(truth.net, 6000, 11, 0.25);
+    ASSERT_TRUE(data.HasMissingData(0));
+
+    VEK_network net(truth.net);
+    VEK_em em;
+    em.SetUniformizeParameters(true);
+    LogLikelihoods progress;
+    double score = 0.0;
+    ASSERT_EQ(em.Learn(data, net, MatchById(net, data), {}, &score, &progress), VEK_OKAY)
+        << (net.Logger().GetLastErrorMessage() ? net.Logger().GetLastErrorMessage() : "");
+    for (int h : {truth.a, truth.b, truth.c}) {
+        std::vector<double> want = Table(truth.net, h), got = Table(net, h);
+        ASSERT_EQ(want.size(), got.size());
+        for (size_t i = 0; i < want.size(); ++i) EXPECT_NEAR(got[i], want[i], 0.05) << "node " << h << " item " << i;
+    }
+    // EM never lowers the likelihood; the score is the last one computed.
+    ASSERT_EQ(progress.runs.size(), 1u);
+    const std::vector<double>& lls = progress.runs[0];
+    ASSERT_GE(lls.size(), 3u);
+    for (size_t i = 1; i < lls.size(); ++i) EXPECT_GE(lls[i], lls[i - 1] - 1e-9 * std::fabs(lls[i - 1]));
+    EXPECT_EQ(score, lls.back());
+    EXPECT_LT(score, 0.0);
+}
+
+// Complete data: the counting shortcut, the iterating path and counting by
+// hand agree.
+TEST(Em, CompleteDataEqualsCounting) {
+    SmallNet truth;
+    VEK_dataset data = Sample(truth.net, 500, 5);
+    std::vector<std::vector<double>> counted;
+    for (int h : {truth.a, truth.b, truth.c}) {
+        const VEK_Dmatrix& t = truth.net.GetDef(h)->GetDefinition();
+        std::vector<double> n(t.GetSize(), 0.0);
+        const VEK_intArray& parents = truth.net.GetNode(h)->Parents();
+        for (int r = 0; r < data.GetNumberOfRecords(); ++r) {
+            int at = data.GetInt(h, r);
+            for (int k = 0; k < parents.GetSize(); ++k) at += data.GetInt(parents[k], r) * t.GetProducts()[k];
+            n[at] += 1;
+        }
+        const int s = t.GetLastDimensionSize();
+        for (size_t col = 0; col < n.size(); col += s) {
+            double sum = 0;
+            for (int q = 0; q < s; ++q) sum += n[col + q];
+            for (int q = 0; q < s; ++q) n[col + q] /= sum;
+        }
+        counted.push_back(n);
+    }
+
+    VEK_network direct(truth.net);
+    double directScore = 0.0;
+    VEK_em em;
+    ASSERT_EQ(em.Learn(data, direct, MatchById(direct, data), {}, &directScore), VEK_OKAY);
+    // A node without data makes EM iterate.
+    VEK_network iterated(truth.net);
+    const int unobserved = AddNode(iterated, "Unobserved", 2);
+    iterated.GetDef(unobserved)->SetDefinition(std::vector<double>{0.25, 0.75});
+    LogLikelihoods progress;
+    double iteratedScore = 0.0;
+    ASSERT_EQ(em.Learn(data, iterated, MatchById(iterated, data), {}, &iteratedScore, &progress), VEK_OKAY);
+    ASSERT_EQ(progress.runs.size(), 1u);
+    EXPECT_GE(progress.runs[0].size(), 2u);
+    int i = 0;
+    for (int h : {truth.a, truth.b, truth.c}) {
+        std::vector<double> d = Table(direct, h), it = Table(iterated, h);
+        for (size_t q = 0; q < d.size(); ++q) {
+            EXPECT_DOUBLE_EQ(d[q], counted[i][q]);
+            EXPECT_NEAR(it[q], counted[i][q], 1e-12);
+        }
+        ++i;
+    }
+    // The unobserved node keeps its table; the scores are the same data's.
+    EXPECT_NEAR(Table(iterated, unobserved)[0], 0.25, 1e-12);
+    EXPECT_NEAR(iteratedScore, directScore, 1e-9 * std::fabs(directScore));
+}
+
+TEST(Em, PriorCountsAndUnreachedColumns) {
+    VEK_network net;
+    const int x = AddNode(net, "X", 2);
+    VEK_dataset data;
+    data.AddIntVariable("X");
+    data.AddEmptyRecord();
+    data.SetInt(0, 0, 0);
+    VEK_em em;
+    ASSERT_EQ(em.SetEquivalentSampleSize(10.0f), VEK_OKAY);
+    ASSERT_EQ(em.Learn(data, net, {{x, 0, 0}}), VEK_OKAY);
+    EXPECT_DOUBLE_EQ(Table(net, x)[0], 6.0 / 11.0);
+    EXPECT_DOUBLE_EQ(Table(net, x)[1], 5.0 / 11.0);
+
+    // P -> Q; P is never 1, so Q's column for P = 1 keeps its prior, on the
+    // counting path and on the iterating one (a missing cell).
+    VEK_network pq;
+    const int p = AddNode(pq, "P", 2);
+    const int q = AddNode(pq, "Q", 2);
+    pq.AddArc(p, q);
+    pq.GetDef(q)->SetDefinition(std::vector<double>{0.5, 0.5, 0.2, 0.8});
+    VEK_dataset d2;
+    d2.AddIntVariable("P");
+    d2.AddIntVariable("Q");
+    for (int r = 0; r < 4; ++r) {
+        d2.AddEmptyRecord();
+        d2.SetInt(0, r, 0);
+        d2.SetInt(1, r, r % 2);
+    }
+    VEK_em plain;
+    VEK_network counted(pq);
+    ASSERT_EQ(plain.Learn(d2, counted, MatchById(counted, d2)), VEK_OKAY);
+    EXPECT_EQ(Table(counted, q), (std::vector<double>{0.5, 0.5, 0.2, 0.8}));
+    EXPECT_EQ(Table(counted, p), (std::vector<double>{1.0, 0.0}));
+    d2.SetMissing(1, 0);
+    ASSERT_EQ(plain.Learn(d2, pq, MatchById(pq, d2)), VEK_OKAY);
+    EXPECT_NEAR(Table(pq, q)[2], 0.2, 1e-12);
+    EXPECT_NEAR(Table(pq, q)[3], 0.8, 1e-12);
+}
+
+// Columns with state names are paired with outcomes by name (id, then
+// label), whatever order the file gave them; a name the node lacks is refused.
+TEST(Em, StatesArePairedByName) {
+    VEK_network net;
+    const int w = AddNode(net, "W", 3);
+    net.GetDef(w)->RenameOutcome(0, "low");
+    net.GetDef(w)->RenameOutcome(1, "mid");
+    net.GetDef(w)->RenameOutcome(2, "s_7_5");
+    ASSERT_EQ(static_cast<VEK_discDef*>(net.GetDef(w))->SetOutcomeLabel(2, "<7.5"), VEK_OKAY);
+    VEK_dataset data;
+    data.AddIntVariable("W");
+    ASSERT_EQ(data.SetStateNames(0, {"<7.5", "low", "mid"}), VEK_OKAY);  // sorted as a file gives them
+    const int cells[] = {1, 1, 1, 2, 0, 0};  // low x3, mid x1, <7.5 x2
+    for (int r = 0; r < 6; ++r) {
+        data.AddEmptyRecord();
+        data.SetInt(0, r, cells[r]);
+    }
+    VEK_em em;
+    ASSERT_EQ(em.Learn(data, net, {{w, 0, 0}}), VEK_OKAY);
+    EXPECT_EQ(Table(net, w), (std::vector<double>{3.0 / 6.0, 1.0 / 6.0, 2.0 / 6.0}));
+
+    ASSERT_EQ(data.SetStateNames(0, {"<7.5", "high", "mid"}), VEK_OKAY);
+    const std::vector<double> before = Table(net, w);
+    EXPECT_EQ(em.Learn(data, net, {{w, 0, 0}}), VEK_OUT_OF_RANGE);
+    EXPECT_STREQ(net.Logger().GetLastErrorMessage(), "EM: state 'high' of column 'W' is not an outcome of node 'W'");
+    EXPECT_EQ(Table(net, w), before);
+}
+
+TEST(Em, FailuresLeaveTheNetworkAlone) {
+    SmallNet s;
+    VEK_dataset data = Sample(s.net, 50, 3, 0.2);
+    const std::vector<double> before = Table(s.net, s.c);
+    VEK_em em;
+    EXPECT_EQ(em.Learn(data, s.net, {}), VEK_NO_ITEM);
+    EXPECT_STREQ(s.net.Logger().GetLastErrorMessage(), "EM: no matching between node and data were specified");
+    EXPECT_EQ(em.Learn(data, s.net, MatchById(s.net, data), {99}), VEK_OUT_OF_RANGE);
+
+    VEK_network withTruth(s.net);
+    const int t = AddNode(withTruth, "T", 2, 20);
+    withTruth.AddArc(s.a, t);
+    EXPECT_EQ(em.Learn(data, withTruth, MatchById(withTruth, data)), VEK_WRONG_NODE_TYPE);
+    EXPECT_STREQ(withTruth.Logger().GetLastErrorMessage(),
+                 "EM: non-fixed deterministic and Noisy Adder nodes not supported");
+    EXPECT_EQ(em.Learn(data, withTruth, MatchById(withTruth, data), {t}), VEK_OKAY);
+
+    VEK_network withDecision(s.net);
+    AddNode(withDecision, "D", 2, 17);
+    EXPECT_EQ(em.Learn(data, withDecision, MatchById(withDecision, data)), VEK_WRONG_NODE_TYPE);
+    EXPECT_STREQ(withDecision.Logger().GetLastErrorMessage(), "EM: node 'D' is of unsupported type");
+
+    VEK_dataset mixed = data;
+    mixed.AddFloatVariable("F");
+    std::vector<VEK_datasetMatch> m = MatchById(s.net, data);
+    m.push_back({s.c, 0, mixed.FindVariable("F")});
+    m.erase(m.begin() + 2);
+    EXPECT_EQ(em.Learn(mixed, s.net, m), VEK_INVALID_VALUE);
+    EXPECT_STREQ(s.net.Logger().GetLastErrorMessage(),
+                 "EM: unsupported mix of discrete and continuous items in network and/or dataset");
+
+    VEK_dataset bad = data;
+    bad.SetInt(1, 0, 3);  // B has three outcomes: 0..2
+    EXPECT_EQ(em.Learn(bad, s.net, MatchById(s.net, bad)), VEK_OUT_OF_RANGE);
+
+    // A record the network calls impossible stops the run.
+    VEK_network zero(s.net);
+    zero.GetDef(s.a)->SetDefinition(std::vector<double>{1.0, 0.0});
+    VEK_dataset one;
+    one.AddIntVariable("A");
+    one.AddIntVariable("Unmatched");
+    one.AddEmptyRecord();
+    one.SetInt(0, 0, 1);
+    EXPECT_EQ(em.Learn(one, zero, MatchById(zero, one)), VEK_IMPOSSIBLE_EVIDENCE);
+    EXPECT_EQ(Table(zero, s.a), (std::vector<double>{1.0, 0.0}));
+    EXPECT_EQ(Table(s.net, s.c), before);
+
+    // Prior weight and the start options exclude each other.
+    em.SetRandomizeParameters(true);
+    EXPECT_EQ(em.SetEquivalentSampleSize(5.0f), VEK_INVALID_VALUE);
+    em.SetUniformizeParameters(true);
+    EXPECT_FALSE(em.GetRandomizeParameters());
+    EXPECT_EQ(em.SetEquivalentSampleSize(5.0f), VEK_INVALID_VALUE);
+    EXPECT_EQ(em.GetEquivalentSampleSize(), 0.0f);
+}
+
+TEST(Em, FixedNodesKeepTheirTables) {
+    SmallNet truth;
+    VEK_dataset data = Sample(truth.net, 300, 8, 0.3);
+    VEK_network net(truth.net);
+    net.GetDef(truth.b)->SetDefinition(std::vector<double>{0.2, 0.3, 0.5, 0.5, 0.3, 0.2});
+    const std::vector<double> fixedTable = Table(net, truth.b);
+    VEK_em em;
+    em.SetUniformizeParameters(true);
+    ASSERT_EQ(em.Learn(data, net, MatchById(net, data), {truth.b}), VEK_OKAY);
+    EXPECT_EQ(Table(net, truth.b), fixedTable);
+    EXPECT_NE(Table(net, truth.a), (std::vector<double>{0.5, 0.5}));
+}
+
+TEST(Em, RandomRestartsKeepTheBestRun) {
+    SmallNet truth;
+    VEK_dataset data = Sample(truth.net, 400, 21, 0.5);
+    VEK_em em;
+    em.SetRandomizeParameters(true);
+    em.SetSeed(77);
+    em.SetRestartCount(4);
+    LogLikelihoods progress;
+    VEK_network net(truth.net);
+    double score = 0.0;
+    ASSERT_EQ(em.Learn(data, net, MatchById(net, data), {}, &score, &progress), VEK_OKAY);
+    ASSERT_EQ(progress.runs.size(), 4u);
+    double best = -INFINITY;
+    for (const auto& run : progress.runs) best = std::max(best, run.back());
+    EXPECT_EQ(score, best);
+    // Same seed, same runs: stopping right after the best run gives the
+    // same tables, so the worse runs after it committed nothing.
+    size_t bestRun = 0;
+    for (size_t i = 0; i < progress.runs.size(); ++i) {
+        if (progress.runs[i].back() == best) bestRun = i;
+    }
+    em.SetRestartCount(static_cast<int>(bestRun) + 1);
+    VEK_network again(truth.net);
+    double score2 = 0.0;
+    ASSERT_EQ(em.Learn(data, again, MatchById(again, data), {}, &score2), VEK_OKAY);
+    EXPECT_EQ(score2, score);
+    for (int h : {truth.a, truth.b, truth.c}) EXPECT_EQ(Table(again, h), Table(net, h));
+    // Distinct random starts end in distinct runs.
+    EXPECT_NE(progress.runs[0], progress.runs[1]);
+}
+
+// On a real network with missing cells the log-likelihood never falls.
+TEST(Em, LogLikelihoodNeverFallsOnASharedNetwork) {
+    VEK_network net;
+    ASSERT_EQ(net.ReadFile(QUARN_SHARED_DIR "/networks/xvek/alarm.xvek"), VEK_OKAY);
+    VEK_dataset data = Sample(net, 1000, 4, 0.2);
+    VEK_network learnt(net);
+    VEK_em em;
+    em.SetUniformizeParameters(true);
+    LogLikelihoods progress;
+    ASSERT_EQ(em.Learn(data, learnt, MatchById(learnt, data), {}, nullptr, &progress), VEK_OKAY);
+    const std::vector<double>& lls = progress.runs[0];
+    ASSERT_GE(lls.size(), 2u);
+    for (size_t i = 1; i < lls.size(); ++i) EXPECT_GE(lls[i], lls[i - 1] - 1e-9 * std::fabs(lls[i - 1]));
+}
+
+}  // namespace
