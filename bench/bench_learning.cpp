@@ -8,12 +8,10 @@
 #include <vector>
 
 #include "inference/randGen.h"
+#include "learning/dataSampler.h"
 #include "learning/dataset.h"
 #include "learning/em.h"
-#include "network/dmatrix.h"
 #include "network/network.h"
-#include "network/node.h"
-#include "network/nodeDef.h"
 
 namespace {
 
@@ -22,31 +20,10 @@ std::string SharedPath(const std::string& name) {
     return std::string(env && *env ? env : QUARN_SHARED_DIR) + "/networks/xvek/" + name + ".xvek";
 }
 
-// One int column per node, named after it; each cell missing with the rate.
 VEK_dataset Sample(VEK_network& net, int records, double missingRate) {
     VEK_randGen gen(11);
     VEK_dataset data;
-    std::vector<int> handles;
-    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
-        handles.push_back(h);
-        data.AddIntVariable(net.GetNodeId(h));
-    }
-    const VEK_intArray order = net.PartialOrdering();
-    std::vector<int> state(net.GetSlotCount(), -1);
-    for (int r = 0; r < records; ++r) {
-        data.AddEmptyRecord();
-        for (int i = 0; i < order.GetSize(); ++i) {
-            const int h = order[i];
-            const VEK_Dmatrix& t = net.GetDef(h)->GetDefinition();
-            const VEK_intArray& parents = net.GetNode(h)->Parents();
-            int at = 0;
-            for (int k = 0; k < parents.GetSize(); ++k) at += state[parents[k]] * t.GetProducts()[k];
-            state[h] = VEK_randGen::Roulette(gen.GetDouble(), t.Items() + at, t.GetLastDimensionSize());
-        }
-        for (size_t v = 0; v < handles.size(); ++v) {
-            if (gen.GetDouble() >= missingRate) data.SetInt(static_cast<int>(v), r, state[handles[v]]);
-        }
-    }
+    VEK_sampleDataset(net, records, gen, missingRate, data);
     return data;
 }
 

@@ -5,11 +5,13 @@
 #include <vector>
 
 #include "inference/randGen.h"
+#include "learning/dataSampler.h"
 #include "learning/dataset.h"
 #include "learning/em.h"
 #include "network/discDef.h"
 #include "network/network.h"
 #include "network/node.h"
+#include "network/nodeDef.h"
 #include "network/status.h"
 
 namespace {
@@ -47,31 +49,10 @@ struct SmallNet {
     }
 };
 
-// Forward sampling in partial order: one int column per node, named after it.
 VEK_dataset Sample(VEK_network& net, int records, unsigned seed, double missingRate = 0.0) {
     VEK_randGen gen(seed);
     VEK_dataset data;
-    std::vector<int> handles;
-    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
-        handles.push_back(h);
-        data.AddIntVariable(net.GetNodeId(h));
-    }
-    const VEK_intArray order = net.PartialOrdering();
-    std::vector<int> state(net.GetSlotCount(), -1);
-    for (int r = 0; r < records; ++r) {
-        data.AddEmptyRecord();
-        for (int i = 0; i < order.GetSize(); ++i) {
-            const int h = order[i];
-            const VEK_Dmatrix& t = net.GetDef(h)->GetDefinition();
-            const VEK_intArray& parents = net.GetNode(h)->Parents();
-            int at = 0;
-            for (int k = 0; k < parents.GetSize(); ++k) at += state[parents[k]] * t.GetProducts()[k];
-            state[h] = VEK_randGen::Roulette(gen.GetDouble(), t.Items() + at, t.GetLastDimensionSize());
-        }
-        for (size_t v = 0; v < handles.size(); ++v) {
-            if (gen.GetDouble() >= missingRate) data.SetInt(static_cast<int>(v), r, state[handles[v]]);
-        }
-    }
+    EXPECT_EQ(VEK_sampleDataset(net, records, gen, missingRate, data), VEK_OKAY);
     return data;
 }
 
@@ -93,6 +74,39 @@ public:
     }
     std::vector<std::vector<double>> runs;
 };
+
+// The sampler draws from the joint distribution: the frequencies of a root
+// and of a child's column approach their probabilities, cells go missing at
+// the rate asked, and nodes without a probability table are refused.
+TEST(DataSampler, FrequenciesFollowTheTables) {
+    SmallNet s;
+    VEK_randGen gen(3);
+    VEK_dataset data;
+    const int n = 40000;
+    ASSERT_EQ(VEK_sampleDataset(s.net, n, gen, 0.25, data), VEK_OKAY);
+    ASSERT_EQ(data.GetNumberOfRecords(), n);
+    ASSERT_EQ(data.GetNumberOfVariables(), 3);
+    int a0 = 0, seenA = 0, b2GivenA1 = 0, a1WithB = 0, missing = 0;
+    for (int r = 0; r < n; ++r) {
+        for (int v = 0; v < 3; ++v) missing += data.IsMissing(v, r) ? 1 : 0;
+        if (data.IsMissing(0, r)) continue;
+        ++seenA;
+        a0 += data.GetInt(0, r) == 0;
+        if (data.GetInt(0, r) == 1 && !data.IsMissing(1, r)) {
+            ++a1WithB;
+            b2GivenA1 += data.GetInt(1, r) == 2;
+        }
+    }
+    // Five standard errors.
+    EXPECT_NEAR(static_cast<double>(a0) / seenA, 0.3, 5 * std::sqrt(0.3 * 0.7 / seenA));
+    EXPECT_NEAR(static_cast<double>(b2GivenA1) / a1WithB, 0.7, 5 * std::sqrt(0.7 * 0.3 / a1WithB));
+    EXPECT_NEAR(static_cast<double>(missing) / (3 * n), 0.25, 5 * std::sqrt(0.25 * 0.75 / (3 * n)));
+
+    VEK_network withDecision(s.net);
+    ASSERT_GE(withDecision.AddNode(VEK_LIST, "D"), 0);  // a decision has no distribution to draw from
+    EXPECT_EQ(VEK_sampleDataset(withDecision, 10, gen, 0.0, data), VEK_WRONG_NODE_TYPE);
+    EXPECT_EQ(data.GetNumberOfRecords(), n);  // left as it was
+}
 
 TEST(Em, LearnsTrueTablesBackFromIncompleteData) {
     SmallNet truth;
