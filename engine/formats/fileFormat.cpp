@@ -988,31 +988,7 @@ VEK_fileFormat* VEK_network::CreateFileFormat(const char* path, int& format) {
 // options, loopy and annealed MAP parameters, the random generator, the
 // update listener and the handle allocation policy.
 int VEK_network::ReadFile(const char* path, int format, void* extension) {
-    VEK_network fresh;
-    fresh.Logger().RedirectToLogger(&logger_);
-    fresh.SetHandleAllocPolicy(allocPolicy_);
-    std::unique_ptr<VEK_fileFormat> speaker(VEK_createFileFormat(fresh, path, format, logger_));
-    if (!speaker) return VEK_OUT_OF_RANGE;
-    if (extension) speaker->SetUserExtension(extension);
-    const unsigned savedOptions = fresh.options_;
-    if (speaker->SuppressAcyclic()) fresh.options_ |= VEK_OPT_NO_CYCLE_TEST;
-    if (speaker->SuppressIdInUse()) fresh.options_ |= VEK_OPT_DUPLICATE_IDS;
-    fresh.BeginRead();
-    int res;
-    try {
-        res = speaker->ReadNetwork(path);
-    } catch (const std::bad_alloc&) {
-        res = logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network");
-    } catch (const std::exception& e) {
-        std::string message = "Can't read the network: ";
-        message += e.what();
-        res = logger_.LogError(VEK_GENERAL_ERROR, message.c_str());
-    }
-    fresh.EndRead();
-    fresh.options_ = savedOptions;
-    speaker.reset();
-    if (res < 0) return res;
-    return TakeOverReadNetwork(fresh);
+    return ReadThroughSpeaker(path, nullptr, format, extension);
 }
 
 static_assert(std::is_nothrow_swappable_v<VEK_header> && std::is_nothrow_swappable_v<VEK_submodelHandler> &&
@@ -1072,11 +1048,16 @@ int VEK_network::WriteFile(const char* path, int format, void* extension) {
 
 // The same rules as ReadFile; a string always holds the XML network format.
 int VEK_network::ReadString(const char* text, void* extension) {
+    return ReadThroughSpeaker(nullptr, text ? text : "", VEK_FORMAT_XVEK, extension);
+}
+
+// Reads a file (text null) or a string into a fresh network and takes it
+// over only when the read succeeds.
+int VEK_network::ReadThroughSpeaker(const char* path, const char* text, int format, void* extension) {
     VEK_network fresh;
     fresh.Logger().RedirectToLogger(&logger_);
     fresh.SetHandleAllocPolicy(allocPolicy_);
-    int format = VEK_FORMAT_XVEK;
-    std::unique_ptr<VEK_fileFormat> speaker(VEK_createFileFormat(fresh, nullptr, format, logger_));
+    std::unique_ptr<VEK_fileFormat> speaker(VEK_createFileFormat(fresh, path, format, logger_));
     if (!speaker) return VEK_OUT_OF_RANGE;
     if (extension) speaker->SetUserExtension(extension);
     const unsigned savedOptions = fresh.options_;
@@ -1085,7 +1066,7 @@ int VEK_network::ReadString(const char* text, void* extension) {
     fresh.BeginRead();
     int res;
     try {
-        res = speaker->ReadNetworkFromString(text);
+        res = text ? speaker->ReadNetworkFromString(text) : speaker->ReadNetwork(path);
     } catch (const std::bad_alloc&) {
         res = logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network");
     } catch (const std::exception& e) {

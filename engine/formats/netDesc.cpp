@@ -95,7 +95,7 @@ private:
     static std::string Quote(const std::string& text) { return "'" + text + "'"; }
 
     // Names, and ids in file order (so that the suffixes that make repaired
-    // ids unique do not depend on the order of building).
+    // ids unique do not depend on the order in which nodes are created).
     void IndexNodes() {
         const size_t n = desc_.nodes.size();
         info_.resize(n);

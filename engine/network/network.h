@@ -301,6 +301,7 @@ private:
     void CopyFrom(const VEK_network& other);
     // Takes over the model of a network that a reader filled (formats/fileFormat.cpp).
     int TakeOverReadNetwork(VEK_network& fresh);
+    int ReadThroughSpeaker(const char* path, const char* text, int format, void* extension);
     void OrderVisit(int handle, VEK_intArray& out);
     bool CycleVisit(int handle);
 
