@@ -7,8 +7,9 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "formats/fileFormat.h"
+#include "formats/descCursor.h"
 #include "formats/descLexer.h"
+#include "formats/fileFormat.h"
 #include "network/nodeDef.h"
 
 namespace {
@@ -20,9 +21,9 @@ std::string Trim(const std::string& s) {
     return s.substr(b, e - b + 1);
 }
 
-class BifParser {
+class BifParser : private VEK_descCursor {
 public:
-    BifParser(VEK_fileFormat& fmt, VEK_netDesc& desc) : fmt_(fmt), desc_(desc) {}
+    BifParser(VEK_fileFormat& fmt, VEK_netDesc& desc) : VEK_descCursor(fmt, "{}()[];,|", ""), desc_(desc) {}
 
     int Parse(std::string text) {
         lex_.SetText(std::move(text));
@@ -42,26 +43,6 @@ public:
     }
 
 private:
-    int Error(const std::string& message, int line, int column) {
-        if (status_ == 0) {
-            fmt_.LogFileReadingError(VEK_FILE_READ_ERROR, message, line, column);
-            status_ = VEK_FILE_READ_ERROR;
-        }
-        return status_;
-    }
-    int Error(const std::string& message) { return Error(message, tok_.line, tok_.column); }
-
-    int Advance() {
-        if (lex_.Next(tok_) < 0) return Error(lex_.ErrorMessage(), lex_.ErrorLine(), lex_.ErrorColumn());
-        return 0;
-    }
-
-    int Expect(char symbol) {
-        if (!tok_.IsSymbol(symbol)) return Error(std::string("Expected '") + symbol + "' but found " + tok_.Describe());
-        return Advance();
-    }
-
-    bool IsName() const { return tok_.kind == VEK_lexToken::Word || tok_.kind == VEK_lexToken::String; }
 
     // A block may be followed by a stray semicolon.
     void SkipSemicolon() {
@@ -467,11 +448,7 @@ private:
         desc_.tables.push_back(std::move(table));
     }
 
-    VEK_fileFormat& fmt_;
     VEK_netDesc& desc_;
-    VEK_descLexer lex_{"{}()[];,|", ""};
-    VEK_lexToken tok_;
-    int status_ = 0;
     std::unordered_map<std::string, Var, StringHash, std::equal_to<>> vars_;
     std::vector<double> rowValues_;  // kept between rows: no allocation per row
 };

@@ -6,8 +6,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "formats/formatRegistry.h"
+#include "formats/descCursor.h"
 #include "formats/descLexer.h"
+#include "formats/formatRegistry.h"
 #include "network/discDef.h"
 #include "network/identifier.h"
 #include "network/network.h"
@@ -34,9 +35,9 @@ struct Value {
     int line = 0, column = 0;
 };
 
-class NetParser {
+class NetParser : private VEK_descCursor {
 public:
-    NetParser(VEK_fileFormat& fmt, VEK_netDesc& desc) : fmt_(fmt), desc_(desc) {}
+    NetParser(VEK_fileFormat& fmt, VEK_netDesc& desc) : VEK_descCursor(fmt, "{}()[];,|=", "%"), desc_(desc) {}
 
     int Parse(std::string text) {
         lex_.SetText(std::move(text));
@@ -63,26 +64,6 @@ public:
     }
 
 private:
-    int Error(const std::string& message, int line, int column) {
-        if (status_ == 0) {
-            fmt_.LogFileReadingError(VEK_FILE_READ_ERROR, message, line, column);
-            status_ = VEK_FILE_READ_ERROR;
-        }
-        return status_;
-    }
-    int Error(const std::string& message) { return Error(message, tok_.line, tok_.column); }
-
-    int Advance() {
-        if (lex_.Next(tok_) < 0) return Error(lex_.ErrorMessage(), lex_.ErrorLine(), lex_.ErrorColumn());
-        return 0;
-    }
-
-    int Expect(char symbol) {
-        if (!tok_.IsSymbol(symbol)) return Error(std::string("Expected '") + symbol + "' but found " + tok_.Describe());
-        return Advance();
-    }
-
-    bool IsName() const { return tok_.kind == VEK_lexToken::Word || tok_.kind == VEK_lexToken::String; }
 
     // The contents of net { } or class { }: attributes, and in a class the
     // nodes and potentials too. Ends after the closing brace.
@@ -383,11 +364,7 @@ private:
         desc_.tables.push_back(std::move(table));
     }
 
-    VEK_fileFormat& fmt_;
     VEK_netDesc& desc_;
-    VEK_descLexer lex_{"{}()[];,|=", "%"};
-    VEK_lexToken tok_;
-    int status_ = 0;
     std::unordered_map<std::string, size_t> sizes_;  // states of the nodes read so far
 };
 
