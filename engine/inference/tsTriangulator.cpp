@@ -170,74 +170,43 @@ bool TsTriangulator::RemoveSimplicials() {
     return true;
 }
 
-int TsTriangulator::HeurMinCliqueWidth(bool reverse) {
+template <class Better>
+int TsTriangulator::PickBest(bool reverse, Better better) {
     int best = -1;
-    uint64_t bestSize = 0;
+    const NodeRec* bestRec = nullptr;
     for (int k = 0; k < n_; ++k) {
         const int v = reverse ? n_ - 1 - k : k;
         if (nodes_[static_cast<size_t>(v)].eliminated) continue;
-        const uint64_t s = CliqueSize(v);
-        if (s == 0) continue;
-        if (best < 0 || s < bestSize) {
+        const NodeRec& r = Current(v);
+        if (r.cliqueSize == 0) continue;
+        if (best < 0 || better(r, *bestRec)) {
             best = v;
-            bestSize = s;
+            bestRec = &r;
         }
     }
     return best;
+}
+
+int TsTriangulator::HeurMinCliqueWidth(bool reverse) {
+    return PickBest(reverse, [](const NodeRec& r, const NodeRec& b) { return r.cliqueSize < b.cliqueSize; });
 }
 
 int TsTriangulator::HeurMinNewEdges(bool reverse) {
-    int best = -1;
-    uint64_t bestSize = 0;
-    int bestFill = 0;
-    for (int k = 0; k < n_; ++k) {
-        const int v = reverse ? n_ - 1 - k : k;
-        if (nodes_[static_cast<size_t>(v)].eliminated) continue;
-        const NodeRec& r = Current(v);
-        if (r.cliqueSize == 0) continue;
-        if (best < 0 || r.fillCount < bestFill || (r.fillCount == bestFill && r.cliqueSize < bestSize)) {
-            best = v;
-            bestSize = r.cliqueSize;
-            bestFill = r.fillCount;
-        }
-    }
-    return best;
+    return PickBest(reverse, [](const NodeRec& r, const NodeRec& b) {
+        return r.fillCount < b.fillCount || (r.fillCount == b.fillCount && r.cliqueSize < b.cliqueSize);
+    });
 }
 
 int TsTriangulator::HeurMinCliqueThenEdges(bool reverse) {
-    int best = -1;
-    uint64_t bestSize = 0;
-    int bestFill = 0;
-    for (int k = 0; k < n_; ++k) {
-        const int v = reverse ? n_ - 1 - k : k;
-        if (nodes_[static_cast<size_t>(v)].eliminated) continue;
-        const NodeRec& r = Current(v);
-        if (r.cliqueSize == 0) continue;
-        if (best < 0 || r.cliqueSize < bestSize || (r.cliqueSize == bestSize && r.fillCount < bestFill)) {
-            best = v;
-            bestSize = r.cliqueSize;
-            bestFill = r.fillCount;
-        }
-    }
-    return best;
+    return PickBest(reverse, [](const NodeRec& r, const NodeRec& b) {
+        return r.cliqueSize < b.cliqueSize || (r.cliqueSize == b.cliqueSize && r.fillCount < b.fillCount);
+    });
 }
 
 int TsTriangulator::HeurMinWeightedFill(bool reverse) {
-    int best = -1;
-    uint64_t bestSize = 0;
-    double bestFill = 0.0;
-    for (int k = 0; k < n_; ++k) {
-        const int v = reverse ? n_ - 1 - k : k;
-        if (nodes_[static_cast<size_t>(v)].eliminated) continue;
-        const NodeRec& r = Current(v);
-        if (r.cliqueSize == 0) continue;
-        if (best < 0 || r.fillWeight < bestFill || (r.fillWeight == bestFill && r.cliqueSize < bestSize)) {
-            best = v;
-            bestSize = r.cliqueSize;
-            bestFill = r.fillWeight;
-        }
-    }
-    return best;
+    return PickBest(reverse, [](const NodeRec& r, const NodeRec& b) {
+        return r.fillWeight < b.fillWeight || (r.fillWeight == b.fillWeight && r.cliqueSize < b.cliqueSize);
+    });
 }
 
 int TsTriangulator::HeurRandomWeightedFill() {

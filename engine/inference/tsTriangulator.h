@@ -65,6 +65,10 @@ private:
     bool Moralize();
     bool HeuristicSearch(Rule rule, bool reverse);
     bool RemoveSimplicials();
+    // The first live node, in index order or reversed, that no other node
+    // is better than.
+    template <class Better>
+    int PickBest(bool reverse, Better better);
     int HeurMinCliqueWidth(bool reverse);
     int HeurMinNewEdges(bool reverse);
     int HeurMinCliqueThenEdges(bool reverse);
