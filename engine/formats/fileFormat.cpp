@@ -12,6 +12,8 @@
 #include "formats/formatRegistry.h"
 #include "network/identifier.h"
 #include "network/network.h"
+#include "network/node.h"
+#include "network/nodeDef.h"
 #include "network/stringArray.h"
 
 namespace {
@@ -973,6 +975,19 @@ void VEK_fileFormat::WriteIntList(const int* values, int count, const VEK_listSt
 
 VEK_fileFormat* VEK_network::CreateFileFormat(const char* path, int& format) {
     return VEK_createFileFormat(*this, path, format, logger_);
+}
+
+int VEK_fileFormat::CheckTablesOnly(const char* refusal) {
+    VEK_network& net = Network();
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+        const VEK_node* node = net.GetNode(h);
+        const int type = node->Definition()->GetType();
+        bool ok = node->GetTemporalType() == 0;
+        if (type == VEK_EQUATION || type == VEK_MAU) ok = false;
+        if (type != VEK_TABLE && type != VEK_LIST && !node->Definition()->GetMatrix()) ok = false;
+        if (!ok) return Logger().LogError(VEK_OUT_OF_RANGE, refusal);
+    }
+    return VEK_OKAY;
 }
 
 // Reading replaces the model only when the whole file was read: the speaker

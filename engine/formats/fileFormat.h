@@ -288,6 +288,11 @@ public:
     // position the last token read gives it.
     int LogFileReadingError(int code, const std::string& message);
     int LogFileReadingError(int code, const std::string& message, int line, int column);
+    // For formats of chance, decision and utility tables: logs refusal as
+    // -2 and returns it when a node is an equation, a MAU node, temporal, or
+    // a chance node without a table; 0 otherwise. Canonical nodes pass, as
+    // their tables stand for them.
+    int CheckTablesOnly(const char* refusal);
     // format with its "%s" placeholders replaced in order ("%%" is one %).
     static std::string ComposeErrorMessage1(const char* format, const char* arg);
     static std::string ComposeErrorMessage2(const char* format, const char* arg1, const char* arg2);

@@ -255,17 +255,8 @@ int VEK_xmlbifSpeaker::ReadNetworkFromString(const char* text) {
 }
 
 int VEK_xmlbifSpeaker::CheckWritable() {
-    VEK_network& net = Network();
-    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
-        const VEK_node* node = net.GetNode(h);
-        int type = node->Definition()->GetType();
-        bool ok = node->GetTemporalType() == 0;
-        // Chance nodes of every kind are written as their probability table.
-        if (type == VEK_EQUATION || type == VEK_MAU) ok = false;
-        if (type != VEK_TABLE && type != VEK_LIST && !node->Definition()->GetMatrix()) ok = false;
-        if (!ok) return Logger().LogError(VEK_OUT_OF_RANGE, kRefusal);
-    }
-    return VEK_OKAY;
+    // Chance nodes of every kind are written as their probability table.
+    return CheckTablesOnly(kRefusal);
 }
 
 namespace {
