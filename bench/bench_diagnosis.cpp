@@ -20,8 +20,8 @@
 
 namespace {
 
-const char* kFaults[] = {"THepatitis", "ChHepatitis", "PBC",        "fibrosis",  "Steatosis", "Cirrhosis",
-                         "Hyperbilirubinemia", "RHepatitis", "carcinoma", "gallstones", "hepatotoxic"};
+const char* kFaults[] = {"THepatitis",         "ChHepatitis", "PBC",       "fibrosis",   "Steatosis",  "Cirrhosis",
+                         "Hyperbilirubinemia", "RHepatitis",  "carcinoma", "gallstones", "hepatotoxic"};
 
 std::unique_ptr<VEK_network> LoadMarked() {
     const char* env = std::getenv("QUARN_SHARED_DIR");
@@ -59,7 +59,8 @@ void BM_RankEveryTest(benchmark::State& state, int observations, int pursued, in
         state.SkipWithError("no session");
         return;
     }
-    for (int i = 0; i < observations; ++i) session.InstantiateObservation(session.GetObservationNodes()[static_cast<size_t>(i)], 0);
+    for (int i = 0; i < observations; ++i)
+        session.InstantiateObservation(session.GetObservationNodes()[static_cast<size_t>(i)], 0);
     if (pursued > 0) {
         std::vector<int> faults;
         for (int i = 0; i < pursued; ++i) faults.push_back(i * 3);

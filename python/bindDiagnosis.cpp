@@ -1,11 +1,11 @@
 // pyquarn.DiagNetwork, a troubleshooting session over a Network, and its
 // records DiagResults, FaultInfo and ObservationInfo.
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <pybind11/pybind11.h>
-#include <pybind11/stl.h>
 
 #include "bindings.h"
 #include "diagnosis/diagSession.h"
@@ -53,8 +53,7 @@ namespace {
 // network alive as long as the session.
 class PyDiagNetwork : public PyWrapper {
 public:
-    explicit PyDiagNetwork(const py::object& owner)
-        : owner_(owner), net_(&owner.cast<PyNetwork&>()), session_(*net_) {}
+    explicit PyDiagNetwork(const py::object& owner) : owner_(owner), net_(&owner.cast<PyNetwork&>()), session_(*net_) {}
 
     VEK_network& Net() { return *net_; }
     VEK_diagSession& Session() { return session_; }
@@ -121,8 +120,7 @@ void RegisterDiagResults(py::module_& m) {
     cls.def(py::init([](const std::vector<PyFaultInfo>& faults, const std::vector<PyObservationInfo>& observations) {
                 return PyDiagResults(Wrp::DiagResults{faults, observations});
             }),
-            py::arg("faults") = std::vector<PyFaultInfo>(),
-            py::arg("observations") = std::vector<PyObservationInfo>());
+            py::arg("faults") = std::vector<PyFaultInfo>(), py::arg("observations") = std::vector<PyObservationInfo>());
     cls.def_readwrite("faults", &PyDiagResults::faults, "Faults with their probabilities, most probable first");
     cls.def_readwrite("observations", &PyDiagResults::observations,
                       "Tests not yet performed, with measure, cost and score, best score first");
@@ -143,8 +141,7 @@ void RegisterFaultInfo(py::module_& m) {
 }
 
 void RegisterObservationInfo(py::module_& m) {
-    py::class_<PyObservationInfo> cls(m, "ObservationInfo",
-                                      "Information about an observation in diagnostic reasoning");
+    py::class_<PyObservationInfo> cls(m, "ObservationInfo", "Information about an observation in diagnostic reasoning");
     cls.def(py::init([](const std::string& node_id, double measure, double cost, double score) {
                 return PyObservationInfo(Wrp::ObservationInfo{node_id, measure, cost, score});
             }),
@@ -166,7 +163,8 @@ void RegisterDiagNetwork(py::module_& m) {
             }),
             py::arg("net"), "Opens a diagnosis session over the network");
     cls.def("__copy__", [](const PyDiagNetwork& self) { return PyDiagNetwork(self); });
-    cls.def("__deepcopy__", [](const PyDiagNetwork& self, py::dict) { return PyDiagNetwork(self); }, py::arg("memo"));
+    cls.def(
+        "__deepcopy__", [](const PyDiagNetwork& self, py::dict) { return PyDiagNetwork(self); }, py::arg("memo"));
 
     cls.def("update", &WrpUpdate, "Ranks the faults and the tests not yet performed");
     cls.def("get_faults", &WrpGetFaults, "Returns every fault with its probability, in index order");
@@ -242,7 +240,8 @@ void RegisterDiagNetwork(py::module_& m) {
     // dependence with only one fault; dependence with at least one fault is
     // id 12, reached by passing the id.
     auto setMulti = [](PyDiagNetwork& self, int algorithm) {
-        self.Run("DiagNetwork.SetMultiFaultAlgorithm", [&] { return self.Session().SetMultiFaultAlgorithm(algorithm); });
+        self.Run("DiagNetwork.SetMultiFaultAlgorithm",
+                 [&] { return self.Session().SetMultiFaultAlgorithm(algorithm); });
     };
     cls.def(
         "set_multi_fault_algorithm",

@@ -1,10 +1,10 @@
 // The protocol shared by the value record classes.
 #pragma once
 
+#include <pybind11/pybind11.h>
+
 #include <string>
 #include <vector>
-
-#include <pybind11/pybind11.h>
 
 namespace py = pybind11;
 
@@ -20,10 +20,12 @@ void AddRecordProtocol(py::class_<T>& cls, const std::vector<std::string>& field
         }
         return text + ")";
     });
-    cls.def("__eq__", [](const T& a, const T& b) { return a == b; }, py::is_operator());
+    cls.def(
+        "__eq__", [](const T& a, const T& b) { return a == b; }, py::is_operator());
     cls.def(
         "__eq__", [](const T&, const py::object&) { return py::reinterpret_borrow<py::object>(Py_NotImplemented); },
         py::is_operator());
     cls.def("__copy__", [](const T& self) { return T(self); });
-    cls.def("__deepcopy__", [](const T& self, py::dict) { return T(self); }, py::arg("memo"));
+    cls.def(
+        "__deepcopy__", [](const T& self, py::dict) { return T(self); }, py::arg("memo"));
 }

@@ -112,7 +112,8 @@ double VEK_singleFaultMeasure(int algorithm, double now, const std::vector<doubl
     const size_t outcomes = weight.size();
     if (algorithm == VEK_DIAG_PROB_CHANGE) {
         double change = 0.0;
-        for (size_t o = 0; o < outcomes; ++o) change += weight[o] * std::fabs(Clamp01(after[o * stride]) - Clamp01(now));
+        for (size_t o = 0; o < outcomes; ++o)
+            change += weight[o] * std::fabs(Clamp01(after[o * stride]) - Clamp01(now));
         return change;
     }
     const double h = VEK_binaryEntropy(now);
@@ -134,7 +135,8 @@ double VEK_diagMeasure(int singleAlgorithm, int multiAlgorithm, const VEK_diagOu
     double total = 0.0;
     if (multiAlgorithm == VEK_DIAG_MARGINAL_1) {
         for (int i = 0; i < k; ++i)
-            total += VEK_singleFaultMeasure(singleAlgorithm, outlook.now[i], outlook.weight, outlook.after.data() + i, k);
+            total +=
+                VEK_singleFaultMeasure(singleAlgorithm, outlook.now[i], outlook.weight, outlook.after.data() + i, k);
         return total;
     }
     if (multiAlgorithm == VEK_DIAG_MARGINAL_2) {

@@ -38,12 +38,7 @@ bool VEK_isSingleFaultAlgorithm(int id);
 bool VEK_isMultiFaultAlgorithm(int id);
 // The multi-fault measures that combine the pursued faults into one event
 // whose probability comes from the joint distribution.
-inline bool VEK_isDependenceAlgorithm(int id) {
-    return (id & VEK_DIAG_DEPENDENCE) != 0 && id < 64;
-}
-inline bool VEK_isIndependenceAlgorithm(int id) {
-    return (id & VEK_DIAG_INDEPENDENCE) != 0 && id < 64;
-}
+inline bool VEK_isDependenceAlgorithm(int id) { return (id & VEK_DIAG_DEPENDENCE) != 0 && id < 64; }
 
 // Binary entropy in bits; 0 at 0 and 1.
 double VEK_binaryEntropy(double p);
@@ -57,11 +52,11 @@ double VEK_combineIndependent(int algorithm, const double* p, int count);
 // is the probability of pursued fault i given the evidence and that outcome.
 // Outcomes of weight 0 are left out by the caller.
 struct VEK_diagOutlook {
-    int count = 0;                    // pursued faults
-    std::vector<double> now;          // their probabilities now
-    std::vector<double> weight;       // per outcome
-    std::vector<double> after;        // per outcome, count entries
-    double combinedNow = 0.0;         // combined event now (multi-fault event measures)
+    int count = 0;                      // pursued faults
+    std::vector<double> now;            // their probabilities now
+    std::vector<double> weight;         // per outcome
+    std::vector<double> after;          // per outcome, count entries
+    double combinedNow = 0.0;           // combined event now (multi-fault event measures)
     std::vector<double> combinedAfter;  // per outcome
     void Clear(int pursued) {
         count = pursued;

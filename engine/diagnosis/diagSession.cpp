@@ -165,6 +165,7 @@ void VEK_diagSession::GetUnperformedTests(std::vector<int>& out) const {
         if (net_->IsValidNode(h) && IsRankedTest(h) && GetObservation(h) < 0) out.push_back(h);
 }
 
+// Enters the session's observations and updates; only under a lease.
 int VEK_diagSession::Propagate(Lease&) {
     VEK_network& net = *net_;
     for (const Evidence& e : evidence_) {
@@ -203,8 +204,9 @@ int VEK_diagSession::InstantiateObservation(int node, int outcome) {
     }
     const int n = OutcomeCount(net, node);
     if (outcome < 0 || outcome >= n) {
-        return net.Logger().VLogError(VEK_OUT_OF_RANGE, "Outcome %d of node '%s' is out of range, valid outcomes are 0..%d",
-                                      outcome, net.GetNodeId(node), n - 1);
+        return net.Logger().VLogError(VEK_OUT_OF_RANGE,
+                                      "Outcome %d of node '%s' is out of range, valid outcomes are 0..%d", outcome,
+                                      net.GetNodeId(node), n - 1);
     }
     std::vector<Evidence> next;
     for (const Evidence& e : evidence_)
@@ -231,7 +233,8 @@ int VEK_diagSession::InstantiateObservation(int node, int outcome) {
 
 int VEK_diagSession::ReleaseObservation(int node) {
     VEK_network& net = *net_;
-    const auto it = std::find_if(evidence_.begin(), evidence_.end(), [node](const Evidence& e) { return e.node == node; });
+    const auto it =
+        std::find_if(evidence_.begin(), evidence_.end(), [node](const Evidence& e) { return e.node == node; });
     if (it == evidence_.end()) {
         if (!net.IsValidNode(node)) return net.Logger().VLogError(VEK_OUT_OF_RANGE, "Invalid node handle: %d", node);
         return net.Logger().VLogError(VEK_NO_ITEM, "Node '%s' has not been observed in this session",
@@ -318,7 +321,8 @@ double VEK_diagSession::ExpectedCost(int node) const {
     std::vector<int> config(static_cast<size_t>(k), 0);
     for (int idx = 0; idx < table.GetSize(); ++idx) {
         double w = 1.0;
-        for (int i = 0; i < k; ++i) w *= dist[static_cast<size_t>(i)][static_cast<size_t>(config[static_cast<size_t>(i)])];
+        for (int i = 0; i < k; ++i)
+            w *= dist[static_cast<size_t>(i)][static_cast<size_t>(config[static_cast<size_t>(i)])];
         const double c = table[idx];
         if (c != VEK_NOT_AVAILABLE_VALUE && w != 0.0) cost += w * c;
         for (int i = k - 1; i >= 0; --i) {
@@ -336,7 +340,8 @@ double VEK_diagSession::ExpectedCost(int node) const {
 int VEK_diagSession::JointEventProbability(const std::vector<int>& pursued, int term, double& p) {
     VEK_network& net = *net_;
     std::map<int, std::vector<int>> byNode;
-    for (int f : pursued) byNode[faults_[static_cast<size_t>(f)].node].push_back(faults_[static_cast<size_t>(f)].outcome);
+    for (int f : pursued)
+        byNode[faults_[static_cast<size_t>(f)].node].push_back(faults_[static_cast<size_t>(f)].outcome);
     p = 0.0;
     if (term == -2) {
         for (const auto& [node, outcomes] : byNode)
@@ -345,6 +350,7 @@ int VEK_diagSession::JointEventProbability(const std::vector<int>& pursued, int 
     std::vector<int> set;
     double scale = 1.0;
     int res = VEK_OKAY;
+    bool possible = true;
     int j = 0;
     for (const auto& [node, outcomes] : byNode) {
         const bool in = term == -2 || term == j;
@@ -354,7 +360,7 @@ int VEK_diagSession::JointEventProbability(const std::vector<int>& pursued, int 
         double given = 0.0;
         for (double v : lik) given += v;
         if (given == 0.0) {
-            res = 1;  // the event is impossible
+            possible = false;  // every outcome of the node is excluded
             break;
         }
         if ((res = net.GetVal(node)->SetVirtualEvidence(lik)) < 0) break;
@@ -366,15 +372,13 @@ int VEK_diagSession::JointEventProbability(const std::vector<int>& pursued, int 
         for (double v : stored) kept += v;
         scale *= given / kept;
     }
-    if (res == VEK_OKAY) {
+    if (res == VEK_OKAY && possible) {
         res = net.ProbEvidence(p);
         if (res == VEK_IMPOSSIBLE_EVIDENCE) {
             p = 0.0;
             res = VEK_OKAY;
         }
         p *= scale;
-    } else if (res == 1) {
-        res = VEK_OKAY;
     }
     for (int node : set) net.GetVal(node)->ClearVirtualEvidence();
     return res;
@@ -435,10 +439,13 @@ int VEK_diagSession::FillOutlook(int test, const std::vector<double>& weights, c
             for (int i = 0; res == VEK_OKAY && i < k; ++i) {
                 const VEK_diagFault& f = faults_[static_cast<size_t>(pursued[static_cast<size_t>(i)])];
                 const VEK_Dmatrix* b = Beliefs(net, f.node);
-                if (!b) res = net.Logger().LogError(VEK_GENERAL_ERROR, "Fault beliefs were not computed");
-                else outlook.after.push_back((*b)[f.outcome]);
+                if (!b)
+                    res = net.Logger().LogError(VEK_GENERAL_ERROR, "Fault beliefs were not computed");
+                else
+                    outlook.after.push_back((*b)[f.outcome]);
             }
-            if (res == VEK_OKAY && k > 1) q = VEK_combineIndependent(multi_, outlook.after.data() + outlook.after.size() - k, k);
+            if (res == VEK_OKAY && k > 1)
+                q = VEK_combineIndependent(multi_, outlook.after.data() + outlook.after.size() - k, k);
         }
         val->ClearVirtualEvidence();
         // An outcome whose tiny probability rounds away to impossible tells nothing.
@@ -499,7 +506,9 @@ int VEK_diagSession::Update(VEK_diagResults& out) {
 
     VEK_diagOutlook outlook;
     outlook.Clear(k);
-    for (int i = 0; i < k; ++i) outlook.now[static_cast<size_t>(i)] = results.faults[static_cast<size_t>(pursued[static_cast<size_t>(i)])].probability;
+    for (int i = 0; i < k; ++i)
+        outlook.now[static_cast<size_t>(i)] =
+            results.faults[static_cast<size_t>(pursued[static_cast<size_t>(i)])].probability;
     if (k > 1 && VEK_isDependenceAlgorithm(multi_)) {
         if ((res = DependentEvent(pursued, pe, outlook.combinedNow)) < 0) return res;
     } else if (k > 1) {

@@ -69,6 +69,8 @@ def test_ranking_matches_the_closed_form_and_leaves_the_network_alone():
     session.release_observation(3)
     assert session.get_unperformed_tests() == ["T1", "T2"]
     assert describe(net) == before
+    net.set_ranked("T1", True)  # once some tests are ranked, only those are proposed
+    assert pyquarn.DiagNetwork(net).get_unperformed_tests() == ["T1"]
 
 
 def test_bad_input_is_refused_and_changes_nothing():

@@ -4,8 +4,8 @@
 // checked from Python.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <random>
 
@@ -20,9 +20,9 @@ namespace {
 
 struct DiagNet {
     VEK_network net;
-    std::vector<int> h;                        // handles by node index
-    std::vector<std::pair<int, int>> faults;   // (node index, outcome), in the session's order
-    std::vector<int> tests;                    // node indices of observation nodes
+    std::vector<int> h;                       // handles by node index
+    std::vector<std::pair<int, int>> faults;  // (node index, outcome), in the session's order
+    std::vector<int> tests;                   // node indices of observation nodes
 };
 
 // n nodes of 2 or 3 states, up to three earlier parents, strictly positive
@@ -137,11 +137,13 @@ double Reference(const DiagNet& d, const Joint& joint, const std::map<int, int>&
         }
         q = event == 8 ? 1 - none : event == 16 ? one : all;
         if (multi & 4 && multi < 64) {
-            q = joint.P([&](const Assignment& a) {
-                int c = 0;
-                for (size_t i = 0; i < k; ++i) c += holds(i)(a);
-                return event == 8 ? c >= 1 : event == 16 ? c == 1 : c == static_cast<int>(k);
-            }, cond);
+            q = joint.P(
+                [&](const Assignment& a) {
+                    int c = 0;
+                    for (size_t i = 0; i < k; ++i) c += holds(i)(a);
+                    return event == 8 ? c >= 1 : event == 16 ? c == 1 : c == static_cast<int>(k);
+                },
+                cond);
         }
     };
     std::vector<double> now, w, qAfter;
@@ -194,10 +196,18 @@ double Reference(const DiagNet& d, const Joint& joint, const std::map<int, int>&
     return total;
 }
 
-const int kMulti[] = {VEK_DIAG_INDEPENDENCE_AT_LEAST_ONE, VEK_DIAG_INDEPENDENCE_ONLY_ONE, VEK_DIAG_INDEPENDENCE_ONLY_ALL,
-                      VEK_DIAG_DEPENDENCE_AT_LEAST_ONE,   VEK_DIAG_DEPENDENCE_ONLY_ONE,   VEK_DIAG_DEPENDENCE_ONLY_ALL,
-                      VEK_DIAG_MARGINAL_1,                VEK_DIAG_MARGINAL_2,            VEK_DIAG_MAX_PROB_CHANGE,
-                      VEK_DIAG_L2_NORMALIZED_DISTANCE,    VEK_DIAG_COSINE_DISTANCE,       VEK_DIAG_CITYBLOCK_DISTANCE,
+const int kMulti[] = {VEK_DIAG_INDEPENDENCE_AT_LEAST_ONE,
+                      VEK_DIAG_INDEPENDENCE_ONLY_ONE,
+                      VEK_DIAG_INDEPENDENCE_ONLY_ALL,
+                      VEK_DIAG_DEPENDENCE_AT_LEAST_ONE,
+                      VEK_DIAG_DEPENDENCE_ONLY_ONE,
+                      VEK_DIAG_DEPENDENCE_ONLY_ALL,
+                      VEK_DIAG_MARGINAL_1,
+                      VEK_DIAG_MARGINAL_2,
+                      VEK_DIAG_MAX_PROB_CHANGE,
+                      VEK_DIAG_L2_NORMALIZED_DISTANCE,
+                      VEK_DIAG_COSINE_DISTANCE,
+                      VEK_DIAG_CITYBLOCK_DISTANCE,
                       VEK_DIAG_AVG_L2_CITY_DISTANCE};
 
 // Runs an update and checks the faults' probabilities and every test's
@@ -231,7 +241,8 @@ void CheckUpdate(DiagNet& d, VEK_diagSession& s, const Joint& joint, const std::
             for (int k = node->CostParents().GetSize() - 1, rest = c; k >= 0; rest /= table.GetSizeOfDimension(k--)) {
                 const int j = static_cast<int>(std::find(d.h.begin(), d.h.end(), node->CostParents()[k]) - d.h.begin());
                 const int state = rest % table.GetSizeOfDimension(k);
-                p *= joint.P([j, state](const Assignment& a) { return a[static_cast<size_t>(j)] == state; }, Observed(evidence));
+                p *= joint.P([j, state](const Assignment& a) { return a[static_cast<size_t>(j)] == state; },
+                             Observed(evidence));
             }
             cost += p;
         }
