@@ -24,6 +24,12 @@ void BindCanonical(PyNetworkClass& cls);
 void BindInference(PyNetworkClass& cls);
 void BindFileIO(PyNetworkClass& cls);
 
+// The diagnosis session and its records.
+void RegisterDiagResults(py::module_& m);
+void RegisterFaultInfo(py::module_& m);
+void RegisterObservationInfo(py::module_& m);
+void RegisterDiagNetwork(py::module_& m);
+
 // The learning submodule's classes.
 void RegisterDataSet(py::module_& learning);
 void RegisterDataMatch(py::module_& learning);

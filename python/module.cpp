@@ -10,6 +10,7 @@
 #include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "recordProtocol.h"
 #include "wrpCore.h"
 
 namespace {
@@ -48,26 +49,6 @@ void TranslateException(std::exception_ptr p) {
 }
 
 // ---- records -------------------------------------------------------------------
-
-// __repr__ as Name(field=repr, ...), __eq__, __copy__ and __deepcopy__.
-template <class T>
-void AddRecordProtocol(py::class_<T>& cls, const std::vector<std::string>& fields) {
-    std::string name = py::str(cls.attr("__name__"));
-    cls.def("__repr__", [name, fields](const py::object& self) {
-        std::string text = name + "(";
-        for (size_t i = 0; i < fields.size(); ++i) {
-            if (i > 0) text += ", ";
-            text += fields[i] + "=" + std::string(py::repr(self.attr(fields[i].c_str())));
-        }
-        return text + ")";
-    });
-    cls.def("__eq__", [](const T& a, const T& b) { return a == b; }, py::is_operator());
-    cls.def(
-        "__eq__", [](const T&, const py::object&) { return py::reinterpret_borrow<py::object>(Py_NotImplemented); },
-        py::is_operator());
-    cls.def("__copy__", [](const T& self) { return T(self); });
-    cls.def("__deepcopy__", [](const T& self, py::dict) { return T(self); }, py::arg("memo"));
-}
 
 void RegisterAnnealedMapTuning(py::module_& m) {
     py::class_<PyAnnealedMapTuning> cls(m, "AnnealedMapTuning", "Tuning parameters for the annealed MAP algorithm");
@@ -325,11 +306,15 @@ PYBIND11_MODULE(pyquarn, m) {
     // learning classes after EPISParams. Each joins at its place once its
     // engine side exists.
     RegisterAnnealedMapTuning(m);
+    RegisterDiagResults(m);
     RegisterDiscretizationInterval(m);
     RegisterDocItemInfo(m);
+    RegisterFaultInfo(m);
     py::class_<PyNetwork> network(m, "Network", "Bayesian network structure and inference engine");
     network.def(py::init<>(), "Creates an empty network");
+    RegisterObservationInfo(m);
     RegisterTemporalInfo(m);
+    RegisterDiagNetwork(m);
     RegisterUserProperty(m);
     RegisterCaseEvidenceInfo(m);
     RegisterEPISParams(m);

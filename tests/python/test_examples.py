@@ -34,3 +34,15 @@ def test_files_and_sampling_round_trips_every_format():
     for line in out.splitlines():
         if "largest error" in line:
             assert float(line.split()[-1]) < 0.05, line
+
+
+def test_troubleshooting_finds_the_planted_fault_without_repeating_a_check():
+    out = run("troubleshooting.py")
+    runs = [line for line in out.splitlines() if line.startswith("run ")]
+    assert len(runs) == 24
+    for line in runs:
+        checks = line.split("checks: ")[1].split("; diagnosis")[0].split(", ")
+        assert len(checks) == len(set(checks)), line
+    found = sum(line.split("planted ")[1].split(";")[0] == line.split("diagnosis ")[1].split()[0] for line in runs)
+    assert f"Found the planted fault in {found} of 24 runs" in out
+    assert found >= 20

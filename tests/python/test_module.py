@@ -96,10 +96,14 @@ ENUMS = {
 
 CLASS_DOCS = [
     ("AnnealedMapTuning", "Tuning parameters for the annealed MAP algorithm"),
+    ("DiagResults", "Results of diagnostic reasoning"),
     ("DiscretizationInterval", "Information about a discretization interval"),
     ("DocItemInfo", "Information about a documentation item"),
+    ("FaultInfo", "Information about a fault in diagnostic analysis"),
     ("Network", "Bayesian network structure and inference engine"),
+    ("ObservationInfo", "Information about an observation in diagnostic reasoning"),
     ("TemporalInfo", "Temporal configuration information for dynamic networks"),
+    ("DiagNetwork", "Wrapper for diagnostic Bayesian networks"),
     ("UserProperty", "User-defined property attached to a network or node"),
     ("CaseEvidenceInfo", "Information about a specific case of evidence"),
     ("EPISParams", "Parameters for EPIS (Evidence Pre-propagation Importance Sampling)"),
