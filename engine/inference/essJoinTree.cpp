@@ -37,11 +37,6 @@ bool VEK_essJoinTree::Compile(int64_t limit) {
             ReleaseArena();
             return false;
         }
-        // The tree is calibrated once per case: its walks keep their maps.
-        for (TsClique* c : cliques_) {
-            c->collectWalk.KeepMaps();
-            c->distributeWalk.KeepMaps();
-        }
         return true;
     } catch (const std::bad_alloc&) {
         Cleanup();
@@ -49,6 +44,13 @@ bool VEK_essJoinTree::Compile(int64_t limit) {
     } catch (const std::length_error&) {
         Cleanup();
         return false;
+    }
+}
+
+void VEK_essJoinTree::KeepMaps() {
+    for (TsClique* c : cliques_) {
+        c->collectWalk.KeepMaps();
+        c->distributeWalk.KeepMaps();
     }
 }
 

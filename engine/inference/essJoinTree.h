@@ -34,10 +34,11 @@ public:
     // The same for a node without parents.
     int MarginalizePotentialForParentlessNode(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
 
-    // Structure, storage and the maps of every walk, once, for a tree that
-    // is calibrated case after case. False when the tree cannot be built
+    // Structure and storage, once. False when the tree cannot be built
     // within limit or does not fit in memory.
     bool Compile(int64_t limit = -1);
+    // For a tree calibrated case after case: every walk keeps its maps.
+    void KeepMaps();
 
     // Reads one family's posterior case after case without allocating:
     // planned once on the compiled tree (the nodes observed at planning time

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "inference/tsAdapter.h"
@@ -10,10 +11,20 @@
 #include "network/nodeDef.h"
 #include "network/status.h"
 
+namespace {
+
+// Calibrating a tree costs about this many entries' work per node it would
+// take to build one: beyond it, a tree made for each case's observations
+// (left out of its cliques) is cheaper than one tree over all nodes.
+constexpr uint64_t kEntriesPerNodeOfABuild = 256;
+
+}  // namespace
+
 struct VEK_expectedCounts::Part {
-    explicit Part(VEK_rNetwork& net) : adapter(net), tree(adapter) {}
+    explicit Part(VEK_rNetwork& net) : adapter(net), tree(std::make_unique<VEK_essJoinTree>(adapter)) {}
     TsAdapter adapter;
-    VEK_essJoinTree tree;
+    std::unique_ptr<VEK_essJoinTree> tree;
+    bool perCase = false;        // a tree built for each case
     std::vector<int> handles;    // every node of the sub-network
     std::vector<int> learnable;  // those learnt, with a reader each
     std::vector<VEK_essJoinTree::FamilyReader> readers;
@@ -54,7 +65,6 @@ int VEK_expectedCounts::Init(VEK_network& work, const std::vector<int>& matched,
             // The tree is laid out for the nodes observed now; the states
             // themselves are entered case by case.
             if (n.observation == kAlways) r->evidence = 0;
-            if (n.observation == kSometimes) r->WritableTable();
             const VEK_intArray& parents = work.GetNode(r->handle)->Parents();
             n.parents.assign(parents.begin(), parents.end());
             part.handles.push_back(r->handle);
@@ -65,24 +75,42 @@ int VEK_expectedCounts::Init(VEK_network& work, const std::vector<int>& matched,
                 part.learnable.push_back(r->handle);
             }
         }
-        if (!part.tree.Compile()) {
-            return work.Logger().LogError(VEK_OUT_OF_MEMORY, "EM: the join tree of the network does not fit in memory");
-        }
         part.readers.resize(part.learnable.size());
         for (size_t j = 0; j < part.learnable.size(); ++j) {
-            const int h = part.learnable[j];
-            VEK_intArray family;
-            for (int q : nodes_[static_cast<size_t>(h)].parents) family.Add(q);
-            family.Add(h);
-            if (!part.tree.PlanFamily(family, part.readers[j])) {
-                return work.Logger().VLogError(VEK_GENERAL_ERROR, "EM: no clique holds the family of node '%s'",
-                                               work.GetNodeId(h));
+            nodes_[static_cast<size_t>(part.learnable[j])].reader = static_cast<int>(j);
+        }
+        part.perCase = !part.tree->Compile() ||
+                       static_cast<uint64_t>(part.tree->ArenaSize()) > kEntriesPerNodeOfABuild * static_cast<uint64_t>(part.handles.size());
+        if (part.perCase) {
+            part.tree.reset();
+            for (int h : part.handles) {
+                Node& n = nodes_[static_cast<size_t>(h)];
+                n.instantiate = n.observation != kNever;
             }
-            nodes_[static_cast<size_t>(h)].reader = static_cast<int>(j);
+            continue;
+        }
+        part.tree->KeepMaps();
+        for (int h : part.handles) {
+            Node& n = nodes_[static_cast<size_t>(h)];
+            n.instantiate = n.observation == kAlways;
+            if (n.observation == kSometimes) n.rnode->WritableTable();
+        }
+        for (size_t j = 0; j < part.learnable.size(); ++j) {
+            if (!PlanFamily(part, part.learnable[j], part.readers[j])) return VEK_GENERAL_ERROR;
         }
     }
     counts_.assign(total, 0.0);
     return VEK_OKAY;
+}
+
+bool VEK_expectedCounts::PlanFamily(Part& part, int handle, VEK_essJoinTree::FamilyReader& reader) {
+    VEK_intArray family;
+    for (int q : nodes_[static_cast<size_t>(handle)].parents) family.Add(q);
+    family.Add(handle);
+    if (part.tree->PlanFamily(family, reader)) return true;
+    work_->Logger().VLogError(VEK_GENERAL_ERROR, "EM: no clique holds the family of node '%s'",
+                              work_->GetNodeId(handle));
+    return false;
 }
 
 void VEK_expectedCounts::StartPass() {
@@ -106,10 +134,10 @@ bool VEK_expectedCounts::FamilyObserved(const Node& n, int handle) const {
     return true;
 }
 
-// Instantiates a node observed in every case; otherwise keeps only the
-// observed outcome's entries of its own table (all of them when missing).
+// Instantiates the node, or keeps only the observed outcome's entries of
+// its own table (all of them when missing).
 void VEK_expectedCounts::EnterState(Node& n, int state) {
-    if (n.observation == kAlways) {
+    if (n.instantiate) {
         n.rnode->evidence = state;
         return;
     }
@@ -143,10 +171,16 @@ int VEK_expectedCounts::AddPart(Part& part, double weight, double& pe) {
             pe *= (*n.source)[FamilyItem(n, h)];
         }
     } else {
-        if (!part.tree.Calibrate()) {
+        if (part.perCase) {
+            part.tree = std::make_unique<VEK_essJoinTree>(part.adapter);
+            if (!part.tree->Compile()) {
+                return work_->Logger().LogError(VEK_OUT_OF_MEMORY, "EM: the join tree does not fit in memory");
+            }
+        }
+        if (!part.tree->Calibrate()) {
             return work_->Logger().LogError(VEK_OUT_OF_MEMORY, "EM: the join tree could not be calibrated");
         }
-        pe = part.tree.GetProbEvidence();
+        pe = part.tree->GetProbEvidence();
     }
     if (std::isnan(pe)) return VEK_INVALID_VALUE;
     if (!(pe > 0.0)) return VEK_IMPOSSIBLE_EVIDENCE;
@@ -155,9 +189,11 @@ int VEK_expectedCounts::AddPart(Part& part, double weight, double& pe) {
         double* counts = counts_.data() + n.offset;
         if (FamilyObserved(n, h)) {
             counts[FamilyItem(n, h)] += weight;
-        } else if (!part.tree.AddFamily(part.readers[static_cast<size_t>(n.reader)], weight, counts)) {
-            return VEK_IMPOSSIBLE_EVIDENCE;
+            continue;
         }
+        VEK_essJoinTree::FamilyReader& reader = part.readers[static_cast<size_t>(n.reader)];
+        if (part.perCase && !PlanFamily(part, h, reader)) return VEK_GENERAL_ERROR;
+        if (!part.tree->AddFamily(reader, weight, counts)) return VEK_IMPOSSIBLE_EVIDENCE;
     }
     return VEK_OKAY;
 }

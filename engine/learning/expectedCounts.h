@@ -1,13 +1,15 @@
 // The E-step of EM: per case, the posterior of every learnable family,
 // weighted and summed into one flat array of expected counts.
 //
-// The join trees of the working network's sub-networks are compiled once per
-// run and reused for every case of every iteration. A node observed in every
-// case is entered by instantiation (the trees leave it out of their
-// cliques); a node observed in some cases only stays in the trees and is
-// observed by zeroing the other outcomes of its own table for the case. A
-// sub-network whose nodes the case observes entirely needs no propagation,
-// and neither does a family observed entirely.
+// The join tree of a sub-network is compiled once per run and reused for
+// every case of every iteration. A node observed in every case is entered by
+// instantiation (the tree leaves it out of its cliques); a node observed in
+// some cases only stays in the tree and is observed by zeroing the other
+// outcomes of its own table for the case. Where that tree is large against
+// the work of building one, each case gets a tree of its own instead, from
+// which all its observed nodes are left out. A sub-network whose nodes the
+// case observes entirely needs no propagation, and neither does a family
+// observed entirely.
 #pragma once
 
 #include <memory>
@@ -55,6 +57,7 @@ private:
         int lastState = -2;  // what its own table was last rewritten for
         bool learnable = false;
         size_t offset = 0;  // of its counts
+        bool instantiate = false;  // observed by instantiation, not by its table
         int reader = -1;    // of its family in its part
         std::vector<int> parents;
     };
@@ -63,6 +66,8 @@ private:
     // Item of the node's table at the case's states (all observed).
     int FamilyItem(const Node& n, int handle) const;
     bool FamilyObserved(const Node& n, int handle) const;
+    // Logs when the part's tree has no clique for the family.
+    bool PlanFamily(Part& part, int handle, VEK_essJoinTree::FamilyReader& reader);
     void EnterState(Node& n, int state);
     int AddPart(Part& part, double weight, double& pe);
 

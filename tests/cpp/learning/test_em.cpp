@@ -248,8 +248,8 @@ TEST(Em, CompleteDataEqualsCounting) {
 }
 
 // Counting complete data, grouped records, nodes observed always, sometimes
-// or never, a fixed node, prior counts, a second sub-network, and relevance
-// on or off all give what EM by enumeration gives.
+// or never, a fixed node, prior counts, a second sub-network, relevance on
+// or off, and trees built per record all give what EM by enumeration gives.
 TEST(Em, AgreesWithEnumeration) {
     SmallNet base;
     VEK_network& net = base.net;
@@ -263,17 +263,30 @@ TEST(Em, AgreesWithEnumeration) {
     VEK_dataset complete = Sample(net, 300, 17);
     VEK_dataset partial = Sample(net, 300, 19, 0.3);
     for (int r = 0; r < 300; ++r) partial.SetInt(0, r, complete.GetInt(0, r));  // A: never missing
+    // Four nodes of six states, all linked: one clique too large to keep,
+    // so each record gets a tree of its own.
+    VEK_network dense;
+    VEK_randGen gen(5);
+    for (int i = 0; i < 4; ++i) {
+        AddNode(dense, "N" + std::to_string(i), 6);
+        for (int j = 0; j < i; ++j) dense.AddArc(j, i);
+    }
+    for (int i = 0; i < 4; ++i) dense.GetDef(i)->MakeRandom(gen);
+    VEK_dataset denseData = Sample(dense, 150, 23, 0.3);
     struct Case {
+        VEK_network& net;
         const VEK_dataset& data;
         bool matchU;
         std::vector<int> fixed;
         float ess;
         bool relevance;
     };
-    const Case cases[] = {{complete, true, {}, 0.0f, true},       {complete, true, {}, 3.0f, true},
-                          {complete, false, {}, 0.0f, true},      {partial, false, {}, 0.0f, true},
-                          {partial, false, {base.b}, 2.0f, true}, {partial, true, {}, 0.0f, false}};
+    const Case cases[] = {{net, complete, true, {}, 0.0f, true},       {net, complete, true, {}, 3.0f, true},
+                          {net, complete, false, {}, 0.0f, true},      {net, partial, false, {}, 0.0f, true},
+                          {net, partial, false, {base.b}, 2.0f, true}, {net, partial, true, {}, 0.0f, false},
+                          {dense, denseData, true, {}, 1.0f, true}};
     for (const Case& c : cases) {
+        const VEK_network& net = c.net;
         std::vector<VEK_datasetMatch> matching = MatchById(net, c.data);
         if (!c.matchU) matching.erase(matching.begin() + 3);
         std::vector<double> want;
