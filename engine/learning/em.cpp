@@ -424,7 +424,8 @@ int VEK_em::ExpectedCounts(Run& run, VEK_expectedCounts& counts, double& logLike
         const int res = counts.AddCase(run.cases.data() + g * m, run.weights[g], pe);
         const int record = run.firstRecord[g];
         if (res == VEK_IMPOSSIBLE_EVIDENCE) {
-            return log.LogError(res, relevance_ ? "EM: not all counts updated" : "EM: please run with relevance enabled");
+            return log.LogError(res,
+                                relevance_ ? "EM: not all counts updated" : "EM: please run with relevance enabled");
         }
         if (res == VEK_INVALID_VALUE || (res == VEK_OKAY && !(pe >= 0.0 && pe <= 1.0 + 1e-9))) {
             return log.VLogError(VEK_INVALID_VALUE,
