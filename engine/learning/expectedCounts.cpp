@@ -80,7 +80,8 @@ int VEK_expectedCounts::Init(VEK_network& work, const std::vector<int>& matched,
             nodes_[static_cast<size_t>(part.learnable[j])].reader = static_cast<int>(j);
         }
         const uint64_t budget = kEntriesPerNodeOfABuild * static_cast<uint64_t>(part.handles.size());
-        part.perCase = !part.tree->Compile() || static_cast<uint64_t>(part.tree->ArenaSize()) > budget;
+        part.perCase = !part.tree->Compile(static_cast<int64_t>(budget)) ||
+                       static_cast<uint64_t>(part.tree->ArenaSize()) > budget;
         if (part.perCase) {
             part.tree.reset();
             for (int h : part.handles) {
