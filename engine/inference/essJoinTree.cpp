@@ -1,5 +1,6 @@
 #include "inference/essJoinTree.h"
 
+#include <algorithm>
 #include <new>
 #include <stdexcept>
 
@@ -27,6 +28,81 @@ bool VEK_essJoinTree::Calibrate(int64_t limit) {
         Cleanup();
         return false;
     }
+}
+
+bool VEK_essJoinTree::Compile(int64_t limit) {
+    try {
+        if (!Build(limit)) return false;
+        if (!AllocatePotentials()) {
+            ReleaseArena();
+            return false;
+        }
+        return true;
+    } catch (const std::bad_alloc&) {
+        Cleanup();
+        return false;
+    } catch (const std::length_error&) {
+        Cleanup();
+        return false;
+    }
+}
+
+void VEK_essJoinTree::KeepMaps() {
+    for (TsClique* c : cliques_) {
+        c->collectWalk.KeepMaps();
+        c->distributeWalk.KeepMaps();
+    }
+}
+
+bool VEK_essJoinTree::PlanFamily(const VEK_intArray& family, FamilyReader& reader) const {
+    reader.clique = FindClique(family);
+    if (!reader.clique) return false;
+    const int m = family.GetSize();
+    std::vector<int> strides(static_cast<size_t>(m), 1);
+    for (int k = m - 2; k >= 0; --k) {
+        strides[static_cast<size_t>(k)] =
+            strides[static_cast<size_t>(k + 1)] * adapter_->GetStateCount(adapter_->FindHandle(family[k + 1]));
+    }
+    TsMatrix joint;
+    std::vector<int> sizes, jointStrides;
+    reader.observed.clear();
+    for (int k = 0; k < m; ++k) {
+        const int i = adapter_->FindHandle(family[k]);
+        if (adapter_->GetEvidence(i) >= 0) {
+            reader.observed.emplace_back(i, strides[static_cast<size_t>(k)]);
+        } else {
+            joint.Coords().Add(i, adapter_->GetStateCount(i));
+            sizes.push_back(adapter_->GetStateCount(i));
+            jointStrides.push_back(strides[static_cast<size_t>(k)]);
+        }
+    }
+    TsMatrix::CreateMapping(reader.clique->potential.Coords(), joint, reader.odometer);
+    reader.joint.assign(static_cast<size_t>(joint.Size()), 0.0);
+    reader.scatter.assign(reader.joint.size(), 0);
+    const int free = static_cast<int>(sizes.size());
+    int counter[TS_MAX_DIMS + 2] = {};
+    for (size_t e = 0; e < reader.scatter.size(); ++e) {
+        int at = 0;
+        for (int d = 0; d < free; ++d) at += counter[d] * jointStrides[static_cast<size_t>(d)];
+        reader.scatter[e] = at;
+        TsSpinOdometer(counter, sizes.data(), free);
+    }
+    return true;
+}
+
+bool VEK_essJoinTree::AddFamily(FamilyReader& reader, double weight, double* counts) const {
+    double* joint = reader.joint.data();
+    const size_t n = reader.joint.size();
+    std::fill(joint, joint + n, 0.0);
+    TsOdoMarginalize(reader.odometer, reader.clique->potential.Data(), joint);
+    const double total = TsSum(joint, static_cast<int64_t>(n));
+    if (!(total > 0.0)) return false;
+    int base = 0;
+    for (const auto& [i, stride] : reader.observed) base += adapter_->GetEvidence(i) * stride;
+    const double scale = weight / total;
+    const int* scatter = reader.scatter.data();
+    for (size_t e = 0; e < n; ++e) counts[base + scatter[e]] += scale * joint[e];
+    return true;
 }
 
 TsClique* VEK_essJoinTree::FindClique(const VEK_intArray& family) const {

@@ -3,6 +3,9 @@
 // family for the expected counts of the current case.
 #pragma once
 
+#include <utility>
+#include <vector>
+
 #include "inference/tsJoinTree.h"
 #include "network/dmatrix.h"
 #include "network/intArray.h"
@@ -30,6 +33,30 @@ public:
     int MarginalizePotential(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
     // The same for a node without parents.
     int MarginalizePotentialForParentlessNode(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
+
+    // Structure and storage, once. False when the tree cannot be built
+    // within limit or does not fit in memory.
+    bool Compile(int64_t limit = -1);
+    // For a tree calibrated case after case: every walk keeps its maps.
+    void KeepMaps();
+
+    // Reads one family's posterior case after case without allocating:
+    // planned once on the compiled tree (the nodes observed at planning time
+    // must stay observed, at any states), then read after each Calibrate.
+    struct FamilyReader {
+        const TsClique* clique = nullptr;
+        TsOdometer odometer;  // the clique's potential onto joint
+        std::vector<double> joint;  // over the family's unobserved nodes
+        std::vector<int> scatter;   // joint entry -> item of the table
+        std::vector<std::pair<int, int>> observed;  // (tree position, item stride)
+    };
+    // family: network handles in the order of the node's table (parents,
+    // then the node). False when no clique holds the family.
+    bool PlanFamily(const VEK_intArray& family, FamilyReader& reader) const;
+    // Adds weight times the family's posterior for the current case to
+    // counts, laid out as the node's table. False when the case has
+    // probability 0.
+    bool AddFamily(FamilyReader& reader, double weight, double* counts) const;
 
 private:
     int Family(VEK_network& net, int node, const VEK_intArray& family, VEK_Dmatrix& work, VEK_Dmatrix& counts);

@@ -374,6 +374,7 @@ void TsJoinTree::PlanWalks() {
     }
     maps_.assign(static_cast<size_t>(maxChunk) * static_cast<size_t>(maxOps), 0);
     pointers_.assign(static_cast<size_t>(maxOps), nullptr);
+    mapOf_.assign(static_cast<size_t>(maxOps), nullptr);
     offsets_.assign(static_cast<size_t>(maxOps), 0);
     active_.assign(static_cast<size_t>(maxOps), 0);
 }
@@ -472,13 +473,17 @@ void TsJoinTree::RunPass(TsClique* c, bool collect) {
         pointers_[static_cast<size_t>(k)] = ptr;
         offsets_[static_cast<size_t>(k)] = base;
         active_[static_cast<size_t>(k)] = on ? 1 : 0;
-        if (walk.GetKind(k) >= TsMultiOdometer::BlockScalar && on)
-            walk.MakeMap(k, maps_.data() + static_cast<size_t>(k) * static_cast<size_t>(chunk));
+        if (walk.GetKind(k) >= TsMultiOdometer::BlockScalar && on) {
+            const int64_t* kept = walk.KeptMap(k);
+            int64_t* made = maps_.data() + static_cast<size_t>(k) * static_cast<size_t>(chunk);
+            if (!kept) walk.MakeMap(k, made);
+            mapOf_[static_cast<size_t>(k)] = kept ? kept : made;
+        }
     }
     if (!collect && inputs == 0 && !anyOutput) return;
 
     double* pot = c->potential.Data();
-    const int64_t* maps = maps_.data();
+    const int64_t* const* maps = mapOf_.data();
     double* const* ptrs = pointers_.data();
     const unsigned char* act = active_.data();
     walk.Walk(offsets_.data(), [&](int64_t boff, const int64_t* off) {
@@ -487,16 +492,16 @@ void TsJoinTree::RunPass(TsClique* c, bool collect) {
             if (inputs == 0) {
                 std::fill(b, b + chunk, 1.0);
             } else {
-                TsChunkLoad(walk.GetKind(0), walk.Block(0), maps, ptrs[0] + off[0], chunk, b);
+                TsChunkLoad(walk.GetKind(0), walk.Block(0), maps[0], ptrs[0] + off[0], chunk, b);
                 for (int k = 1; k < inputs; ++k)
-                    TsChunkMultiply(walk.GetKind(k), walk.Block(k), maps + k * chunk, ptrs[k] + off[k], chunk, b);
+                    TsChunkMultiply(walk.GetKind(k), walk.Block(k), maps[k], ptrs[k] + off[k], chunk, b);
             }
         } else {
             for (int k = 0; k < inputs; ++k)
-                TsChunkMultiply(walk.GetKind(k), walk.Block(k), maps + k * chunk, ptrs[k] + off[k], chunk, b);
+                TsChunkMultiply(walk.GetKind(k), walk.Block(k), maps[k], ptrs[k] + off[k], chunk, b);
         }
         for (int k = inputs; k < n; ++k)
-            if (act[k]) TsChunkAccumulate(walk.GetKind(k), walk.Block(k), maps + k * chunk, ptrs[k] + off[k], chunk, b);
+            if (act[k]) TsChunkAccumulate(walk.GetKind(k), walk.Block(k), maps[k], ptrs[k] + off[k], chunk, b);
     });
     if (collect && !c->parent) rootTotal_ = total;
 }

@@ -111,6 +111,7 @@ protected:
     std::vector<int> hostFirst_;
     // Working space of RunPass.
     std::vector<int64_t> maps_;
+    std::vector<const int64_t*> mapOf_;  // per operand: kept or made in maps_
     std::vector<double*> pointers_;
     std::vector<int64_t> offsets_;
     std::vector<unsigned char> active_;

@@ -285,11 +285,16 @@ void TsMultiOdometer::Build(const int* sizes, int dims, const int64_t* strides, 
 void TsMultiOdometer::MakeMap(int k, int64_t* map) const {
     const int64_t* st = innerStride_.data() + static_cast<size_t>(k) * static_cast<size_t>(innerDims_);
     const int64_t block = block_[static_cast<size_t>(k)];
+    // A block spans the innermost dimensions whose sizes multiply to its
+    // length: only the dimensions outside it move between block starts.
+    int dims = innerDims_;
+    for (int64_t b = 1; dims > 0 && b < block;) b *= innerSize_[--dims];
     int cnt[TS_MAX_DIMS] = {};
     int64_t off = 0;
-    for (int64_t i = 0; i < chunk_; ++i) {
-        if (i % block == 0) map[i / block] = off;
-        for (int d = innerDims_ - 1; d >= 0; --d) {
+    const int64_t blocks = chunk_ / block;
+    for (int64_t j = 0; j < blocks; ++j) {
+        map[j] = off;
+        for (int d = dims - 1; d >= 0; --d) {
             if (++cnt[d] < innerSize_[d]) {
                 off += st[d];
                 break;
@@ -298,6 +303,21 @@ void TsMultiOdometer::MakeMap(int k, int64_t* map) const {
             cnt[d] = 0;
         }
     }
+}
+
+void TsMultiOdometer::KeepMaps() {
+    if (!keptAt_.empty()) return;
+    std::vector<size_t> at(static_cast<size_t>(operands_), 0);
+    size_t total = 0;
+    for (int k = 0; k < operands_; ++k) {
+        at[static_cast<size_t>(k)] = total;
+        if (GetKind(k) >= BlockScalar) total += static_cast<size_t>(chunk_ / block_[static_cast<size_t>(k)]);
+    }
+    std::vector<int64_t> maps(total > 0 ? total : 1, 0);
+    for (int k = 0; k < operands_; ++k)
+        if (GetKind(k) >= BlockScalar) MakeMap(k, maps.data() + at[static_cast<size_t>(k)]);
+    kept_.swap(maps);
+    keptAt_.swap(at);
 }
 
 void TsChunkLoad(TsMultiOdometer::Kind kind, int64_t block, const int64_t* map, const double* op, int64_t n,

@@ -155,6 +155,13 @@ public:
     int64_t Block(int k) const { return block_[static_cast<size_t>(k)]; }
     // Offsets of operand k at the start of each of the chunk's blocks.
     void MakeMap(int k, int64_t* map) const;
+    // Makes every operand's map once and keeps it, for a walk run so often
+    // that remaking its maps would cost more than the memory.
+    void KeepMaps();
+    // The kept map of operand k, null when none is kept.
+    const int64_t* KeptMap(int k) const {
+        return keptAt_.empty() ? nullptr : kept_.data() + keptAt_[static_cast<size_t>(k)];
+    }
 
     // Calls fn(bigOffset, offsets) for every chunk; offsets holds each
     // operand's offset and starts with their bases.
@@ -192,6 +199,8 @@ private:
     int outer_ = 0;
     int64_t outSize_[TS_MAX_DIMS] = {};
     std::vector<int64_t> outStride_;  // dimension-major
+    std::vector<int64_t> kept_;
+    std::vector<size_t> keptAt_;
 };
 
 // Chunk loops over one operand (n entries, blocks of the given length): b =
