@@ -495,8 +495,15 @@ void TsJoinTree::RunPass(TsClique* c, bool collect) {
             for (int k = 0; k < inputs; ++k)
                 TsChunkMultiply(walk.GetKind(k), walk.Block(k), maps + k * chunk, ptrs[k] + off[k], chunk, b);
         }
-        for (int k = inputs; k < n; ++k)
-            if (act[k]) TsChunkAccumulate(walk.GetKind(k), walk.Block(k), maps + k * chunk, ptrs[k] + off[k], chunk, b);
+        if (maxProduct_) {
+            for (int k = inputs; k < n; ++k)
+                if (act[k])
+                    TsChunkAccumulateMax(walk.GetKind(k), walk.Block(k), maps + k * chunk, ptrs[k] + off[k], chunk, b);
+        } else {
+            for (int k = inputs; k < n; ++k)
+                if (act[k])
+                    TsChunkAccumulate(walk.GetKind(k), walk.Block(k), maps + k * chunk, ptrs[k] + off[k], chunk, b);
+        }
     });
     if (collect && !c->parent) rootTotal_ = total;
 }
@@ -668,5 +675,26 @@ double TsJoinTree::CalcNormFactor() {
     } catch (const std::length_error&) {
         Cleanup();
         return -1.0;
+    }
+}
+
+bool TsJoinTree::Calibrate() {
+    try {
+        if (!Build(-1)) return false;
+        if (!AllocatePotentials()) {
+            ReleaseArena();
+            return false;
+        }
+        SelectWork(nullptr, false, true);
+        InitPotentials();
+        Collect();
+        Distribute();
+        return true;
+    } catch (const std::bad_alloc&) {
+        Cleanup();
+        return false;
+    } catch (const std::length_error&) {
+        Cleanup();
+        return false;
     }
 }

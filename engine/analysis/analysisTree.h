@@ -1,0 +1,75 @@
+// The network as the analyses see it: its connected sub-networks with
+// nothing pruned or absorbed, one compiled join tree for each, and a way to
+// restrict any node to one outcome without changing the trees' structure
+// (the outcome's indicator is multiplied into the node's table), so that
+// many probabilities of evidence over the same trees cost one collect pass
+// each.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "inference/rNetwork.h"
+#include "inference/tsAdapter.h"
+#include "inference/tsJoinTree.h"
+#include "network/dmatrix.h"
+
+class VEK_network;
+
+class VEK_analysisTree {
+public:
+    VEK_analysisTree() = default;
+    VEK_analysisTree(const VEK_analysisTree&) = delete;
+    VEK_analysisTree& operator=(const VEK_analysisTree&) = delete;
+
+    // Splits the network and builds the trees; 0 or a negative status
+    // (logged), -42 when a tree does not fit in memory.
+    int Build(VEK_network& net);
+
+    VEK_network& Network() const { return *net_; }
+    int ComponentCount() const { return static_cast<int>(parts_.size()); }
+    // Where a network handle lives: its component and position there.
+    int ComponentOf(int handle) const { return where_[static_cast<size_t>(handle)].first; }
+    int PositionOf(int handle) const { return where_[static_cast<size_t>(handle)].second; }
+    VEK_rNetwork& Reduced(int comp) const { return *parts_[static_cast<size_t>(comp)].net; }
+    // Null for a component of one node.
+    TsJoinTree* Tree(int comp) const { return parts_[static_cast<size_t>(comp)].tree.get(); }
+    TsAdapter& Adapter(int comp) const { return *parts_[static_cast<size_t>(comp)].adapter; }
+
+    // Restricts the node to the outcome (-1 lifts the restriction).
+    void Restrict(int handle, int outcome);
+    // Replaces the table the trees use for the node (same size), or puts the
+    // node's own table back when values is null.
+    void ReplaceTable(int handle, const double* values);
+    // The table the trees use for the node, before any restriction: the
+    // definition's, with virtual evidence multiplied in.
+    const VEK_Dmatrix& BaseTable(int handle) const;
+
+    // Probability of the evidence (and restrictions) of one component or of
+    // all; -1.0 when a tree fails.
+    double ProbEvidence(int comp);
+    double ProbEvidence();
+
+    // Calibrates the component's tree and adds to out the joint of each
+    // node's family with the evidence, in the layout of the node's table
+    // (out[position] must have the table's size). False on failure.
+    bool FamilyMarginals(int comp, std::vector<std::vector<double>>& out);
+
+private:
+    struct Part {
+        std::unique_ptr<VEK_rNetwork> net;
+        std::unique_ptr<TsAdapter> adapter;
+        std::unique_ptr<TsJoinTree> tree;
+    };
+    VEK_rNode* Node(int handle) const;
+    void Refresh(int handle);
+
+    VEK_network* net_ = nullptr;
+    std::vector<Part> parts_;
+    std::vector<std::pair<int, int>> where_;
+    // Per handle: the base table (empty until the node is first changed),
+    // the replacement (empty when none) and the restriction.
+    std::vector<VEK_Dmatrix> base_;
+    std::vector<VEK_Dmatrix> replaced_;
+    std::vector<int> restriction_;
+};
