@@ -318,19 +318,22 @@ PYBIND11_MODULE(pyquarn, m) {
 
     RegisterEnumerations(m);
 
-    // Classes in registration order. AnnealedMapResults, MpeResults,
-    // DiagResults and FaultInfo come before Network; ObservationInfo,
-    // UnrollResults, ValueOfInfo and DiagNetwork before UserProperty;
-    // SensitivityResults and NodeSensitivity before CaseEvidenceInfo; the
-    // learning classes after EPISParams. Each joins at its place once its
-    // engine side exists.
+    // Classes in registration order. DiagResults and FaultInfo come before
+    // Network; ObservationInfo and UnrollResults before ValueOfInfo, and
+    // DiagNetwork after it; the learning classes after EPISParams. Each
+    // joins at its place once its engine side exists.
+    RegisterAnnealedMapResults(m);
     RegisterAnnealedMapTuning(m);
+    RegisterMpeResults(m);
     RegisterDiscretizationInterval(m);
     RegisterDocItemInfo(m);
     py::class_<PyNetwork> network(m, "Network", "Bayesian network structure and inference engine");
     network.def(py::init<>(), "Creates an empty network");
     RegisterTemporalInfo(m);
+    RegisterValueOfInfo(m);
     RegisterUserProperty(m);
+    RegisterSensitivityResults(m);
+    RegisterNodeSensitivity(m);
     RegisterCaseEvidenceInfo(m);
     RegisterEPISParams(m);
     RegisterDataSet(learning);
@@ -353,4 +356,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindUserProperties(network);
     BindDiagnostics(network);
     BindCases(network);
+    BindAnalysis(network);
 }
