@@ -160,3 +160,134 @@ bool VEK_analysisTree::FamilyMarginals(int comp, std::vector<std::vector<double>
     }
     return true;
 }
+
+namespace {
+
+// Strides, in a clique's layout, of a node's table (parents, then the node)
+// and the offset its observed members fix.
+void TableStrides(const TsAdapter& a, const TsCoords& co, int node, std::vector<int64_t>& stride, int64_t& base) {
+    VEK_intArray parents;
+    a.GetParents(node, parents);
+    const int fam = parents.GetSize() + 1;
+    stride.assign(static_cast<size_t>(co.Count()), 0);
+    base = 0;
+    int64_t s = 1;
+    for (int f = fam - 1; f >= 0; --f) {
+        const int member = f == fam - 1 ? node : parents[f];
+        const int ev = a.GetEvidence(member);
+        if (ev >= 0) {
+            base += ev * s;
+        } else {
+            stride[static_cast<size_t>(co.Find(member))] = s;
+        }
+        s *= a.GetStateCount(member);
+    }
+}
+
+// Strides, in a clique's layout, of a message over the given coordinates.
+std::vector<int64_t> MessageStrides(const TsCoords& co, const TsCoords& msg) {
+    std::vector<int64_t> stride(static_cast<size_t>(co.Count()), 0);
+    int64_t s = 1;
+    for (int d = msg.Count() - 1; d >= 0; --d) {
+        stride[static_cast<size_t>(co.Find(msg.nodes[d]))] = s;
+        s *= msg.sizes[d];
+    }
+    return stride;
+}
+
+// Walks every entry of a clique's layout with the offsets of each operand:
+// fn(offsets) per entry.
+template <class Fn>
+void WalkLayout(const TsCoords& co, const std::vector<std::vector<int64_t>>& strides, std::vector<int64_t>& off,
+                Fn&& fn) {
+    const int dims = co.Count();
+    const size_t n = strides.size();
+    std::vector<int> counter(static_cast<size_t>(dims), 0);
+    const int64_t size = co.Size();
+    for (int64_t i = 0; i < size; ++i) {
+        fn(off);
+        for (int d = dims - 1; d >= 0; --d) {
+            const size_t du = static_cast<size_t>(d);
+            for (size_t k = 0; k < n; ++k) off[k] += strides[k][du];
+            if (++counter[du] < co.sizes[d]) break;
+            for (size_t k = 0; k < n; ++k) off[k] -= strides[k][du] * co.sizes[d];
+            counter[du] = 0;
+        }
+    }
+}
+
+}  // namespace
+
+bool VEK_analysisTree::TablePartials(int comp, std::vector<std::vector<double>>& out, double& pY) {
+    Part& p = parts_[static_cast<size_t>(comp)];
+    if (!p.tree) {
+        const VEK_rNode* n = p.net->GetNode(0);
+        const VEK_Dmatrix& t = n->Table();
+        pY = 0.0;
+        for (int s = 0; s < t.GetSize(); ++s) {
+            if (n->evidence >= 0 && n->evidence != s) continue;
+            out[0][static_cast<size_t>(s)] += 1.0;
+            pY += t[s];
+        }
+        return true;
+    }
+    // The collect pass leaves every clique's message towards its parent.
+    pY = p.tree->CalcNormFactor();
+    if (pY < 0.0) return false;
+    const TsAdapter& a = *p.adapter;
+    const TsClique* root = p.tree->GetRoot();
+    // Messages from each parent, by clique order; the root's is 1.
+    std::vector<std::vector<double>> down(p.tree->GetCliques().size());
+    down[static_cast<size_t>(root->order)] = {1.0};
+    std::vector<const TsClique*> stack{root};
+    std::vector<std::vector<int64_t>> strides;
+    std::vector<const double*> data;
+    std::vector<int64_t> off;
+    while (!stack.empty()) {
+        const TsClique* c = stack.back();
+        stack.pop_back();
+        const TsCoords& co = c->potential.Coords();
+        // Operands: the hosted tables, the children's messages, the message
+        // from the parent (or 1 at the root).
+        const int nh = c->hosted.size(), nc = c->children.size();
+        strides.clear();
+        data.clear();
+        std::vector<int64_t> bases;
+        for (int k = 0; k < nh; ++k) {
+            int64_t base = 0;
+            strides.emplace_back();
+            TableStrides(a, co, c->hosted[k], strides.back(), base);
+            bases.push_back(base);
+            data.push_back(a.GetMatrix(c->hosted[k]).Items());
+        }
+        for (int k = 0; k < nc; ++k) {
+            strides.push_back(MessageStrides(co, c->children[k]->message.Coords()));
+            bases.push_back(0);
+            data.push_back(c->children[k]->message.Data());
+        }
+        strides.push_back(c->parent ? MessageStrides(co, c->message.Coords()) : std::vector<int64_t>(static_cast<size_t>(co.Count()), 0));
+        bases.push_back(0);
+        data.push_back(down[static_cast<size_t>(c->order)].data());
+        const size_t ops = strides.size();
+        // Each output leaves one operand out: a hosted table (its partials)
+        // or a child's message (the message down to that child).
+        for (int k = 0; k < nc; ++k) down[static_cast<size_t>(c->children[k]->order)].assign(
+            static_cast<size_t>(c->children[k]->message.Size()), 0.0);
+        std::vector<double*> outputs;
+        for (int k = 0; k < nh; ++k) outputs.push_back(out[static_cast<size_t>(c->hosted[k])].data());
+        for (int k = 0; k < nc; ++k) outputs.push_back(down[static_cast<size_t>(c->children[k]->order)].data());
+        std::vector<double> v(ops);
+        std::vector<double> prefix(ops + 1), suffix(ops + 1);
+        off = bases;
+        WalkLayout(co, strides, off, [&](const std::vector<int64_t>& o) {
+            for (size_t k = 0; k < ops; ++k) v[k] = data[k][o[k]];
+            prefix[0] = 1.0;
+            for (size_t k = 0; k < ops; ++k) prefix[k + 1] = prefix[k] * v[k];
+            suffix[ops] = 1.0;
+            for (size_t k = ops; k-- > 0;) suffix[k] = suffix[k + 1] * v[k];
+            for (size_t k = 0; k + 1 < ops; ++k) outputs[k][o[k]] += prefix[k] * suffix[k + 1];
+        });
+        for (const TsClique* ch : c->children) stack.push_back(ch);
+    }
+    return true;
+}

@@ -55,6 +55,13 @@ public:
     // (out[position] must have the table's size). False on failure.
     bool FamilyMarginals(int comp, std::vector<std::vector<double>>& out);
 
+    // The partial derivatives of the component's probability of evidence
+    // with respect to every entry of every node's table (as the trees use
+    // it), added to out[position]: one collect pass and one outward pass
+    // of messages that leave each table out in turn, with no division, so
+    // that zeros in the tables lose nothing. pY receives the probability.
+    bool TablePartials(int comp, std::vector<std::vector<double>>& out, double& pY);
+
 private:
     struct Part {
         std::unique_ptr<VEK_rNetwork> net;

@@ -16,15 +16,6 @@ bool IsParameterNode(const VEK_network& net, int h) {
     return (type == VEK_CPT || type == VEK_TRUTHTABLE) && !net.GetVal(h)->IsControlled();
 }
 
-// Partials of P(y) with respect to the node's table entries, from the joint
-// of its family with y; entries that are 0 come from ones.
-void Partials(const VEK_Dmatrix& theta, const std::vector<double>& family, const std::vector<double>* fromOnes,
-              std::vector<double>& out) {
-    out.resize(family.size());
-    for (size_t i = 0; i < family.size(); ++i)
-        out[i] = theta[static_cast<int>(i)] > 0.0 ? family[i] / theta[static_cast<int>(i)] : (fromOnes ? (*fromOnes)[i] : 0.0);
-}
-
 // Derivatives of P(y) under proportional co-variation of each column.
 void CoVary(const VEK_Dmatrix& theta, const std::vector<double>& partial, std::vector<double>& out) {
     const int k = theta.GetLastDimensionSize();
@@ -62,61 +53,48 @@ int VEK_calcSensitivity(VEK_network& net, std::vector<VEK_nodeSensitivity>& out)
         if (IsParameterNode(net, h)) params.push_back(h);
     }
 
-    // Per parameter node: its table, and the virtual evidence that the
-    // trees multiply into it (ones when none), for the replacement of
-    // columns with zeros.
+    // Per parameter node: the virtual evidence that the trees multiply
+    // into its table (empty when none), which scales the partials.
     const size_t slots = static_cast<size_t>(net.GetSlotCount());
-    std::vector<char> hasZero(slots, 0);
-    std::vector<std::vector<double>> ones(slots);
+    std::vector<std::vector<double>> likelihood(slots);
     for (int x : params) {
-        const VEK_Dmatrix& t = *net.GetDef(x)->GetMatrix();
-        for (int i = 0; i < t.GetSize() && !hasZero[static_cast<size_t>(x)]; ++i) hasZero[static_cast<size_t>(x)] = t[i] == 0.0;
-        if (!hasZero[static_cast<size_t>(x)]) continue;
-        const int k = t.GetLastDimensionSize();
-        std::vector<double> lik(static_cast<size_t>(k), 1.0);
         const VEK_nodeVal* v = net.GetVal(x);
         std::vector<double> l;
-        if (v->IsVirtualEvidence() && v->GetVirtualEvidence(l) == VEK_OKAY && static_cast<int>(l.size()) == k) lik = l;
-        std::vector<double>& o = ones[static_cast<size_t>(x)];
-        o.resize(static_cast<size_t>(t.GetSize()));
-        for (size_t i = 0; i < o.size(); ++i) o[i] = lik[i % static_cast<size_t>(k)];
+        if (v->IsVirtualEvidence() && v->GetVirtualEvidence(l) == VEK_OKAY &&
+            static_cast<int>(l.size()) == net.GetDef(x)->GetNumberOfOutcomes())
+            likelihood[static_cast<size_t>(x)] = std::move(l);
     }
 
-    std::vector<std::vector<double>> fam, famOnes;
-    std::vector<double> partial, dk;
+    std::vector<std::vector<double>> partials;
+    std::vector<double> partial;
     for (int t : targets) {
         const int comp = tree.ComponentOf(t);
         VEK_rNetwork& sub = tree.Reduced(comp);
         const int k = net.GetDef(t)->GetNumberOfOutcomes();
-        auto zeroed = [&](std::vector<std::vector<double>>& f) {
-            f.assign(static_cast<size_t>(sub.GetNodeCount()), {});
-            for (int i = 0; i < sub.GetNodeCount(); ++i)
-                f[static_cast<size_t>(i)].assign(static_cast<size_t>(sub.GetNode(i)->Table().GetSize()), 0.0);
-        };
         // dy[j][k]: derivatives of P(evidence, target = k) for params[j];
         // py[k]: P(evidence, target = k).
         std::vector<std::vector<std::vector<double>>> dy(params.size(), std::vector<std::vector<double>>(static_cast<size_t>(k)));
         std::vector<double> py(static_cast<size_t>(k), 0.0);
         for (int s = 0; s < k; ++s) {
             tree.Restrict(t, s);
-            zeroed(fam);
-            if (!tree.FamilyMarginals(comp, fam)) return VEK_OUT_OF_MEMORY;
-            const std::vector<double>& tf = fam[static_cast<size_t>(tree.PositionOf(t))];
-            for (double v : tf) py[static_cast<size_t>(s)] += v;
+            partials.assign(static_cast<size_t>(sub.GetNodeCount()), {});
+            for (int i = 0; i < sub.GetNodeCount(); ++i)
+                partials[static_cast<size_t>(i)].assign(static_cast<size_t>(sub.GetNode(i)->Table().GetSize()), 0.0);
+            if (!tree.TablePartials(comp, partials, py[static_cast<size_t>(s)])) return VEK_OUT_OF_MEMORY;
             for (size_t j = 0; j < params.size(); ++j) {
                 const int x = params[j];
                 if (tree.ComponentOf(x) != comp) continue;
                 const VEK_Dmatrix& theta = *net.GetDef(x)->GetMatrix();
-                const std::vector<double>* fromOnes = nullptr;
-                if (hasZero[static_cast<size_t>(x)]) {
-                    tree.ReplaceTable(x, ones[static_cast<size_t>(x)].data());
-                    zeroed(famOnes);
-                    const bool ok = tree.FamilyMarginals(comp, famOnes);
-                    tree.ReplaceTable(x, nullptr);
-                    if (!ok) return VEK_OUT_OF_MEMORY;
-                    fromOnes = &famOnes[static_cast<size_t>(tree.PositionOf(x))];
+                const int kx = theta.GetLastDimensionSize();
+                const std::vector<double>& lik = likelihood[static_cast<size_t>(x)];
+                partial = partials[static_cast<size_t>(tree.PositionOf(x))];
+                // The trees use theta times the likelihood, restricted to
+                // outcome s on the target itself.
+                for (size_t i = 0; i < partial.size(); ++i) {
+                    const int o = static_cast<int>(i % static_cast<size_t>(kx));
+                    if (!lik.empty()) partial[i] *= lik[static_cast<size_t>(o)];
+                    if (x == t && o != s) partial[i] = 0.0;
                 }
-                Partials(theta, fam[static_cast<size_t>(tree.PositionOf(x))], fromOnes, partial);
                 CoVary(theta, partial, dy[j][static_cast<size_t>(s)]);
             }
         }

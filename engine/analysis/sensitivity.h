@@ -4,10 +4,10 @@
 // varied proportionally, theta(x'|u) * (1 - theta(x|u)') / (1 - theta(x|u)).
 //
 // P(y) for y = (evidence, target = k) is linear in each entry, and its
-// partial derivative is the joint of the node's family with y divided by
-// the entry: one calibration of the join tree per target outcome gives
-// every partial at once. Columns holding zeros are derived from one more
-// calibration with the node's table replaced by ones.
+// partial derivative is the sum of the products of every other factor: one
+// collect pass of the join tree per target outcome and one outward pass of
+// messages that leave each table out in turn give every partial at once,
+// without dividing by entries that may be zero.
 #pragma once
 
 #include <vector>
