@@ -26,34 +26,19 @@ public:
     // (logged), -42 when a tree does not fit in memory.
     int Build(VEK_network& net);
 
-    VEK_network& Network() const { return *net_; }
     int ComponentCount() const { return static_cast<int>(parts_.size()); }
     // Where a network handle lives: its component and position there.
     int ComponentOf(int handle) const { return where_[static_cast<size_t>(handle)].first; }
     int PositionOf(int handle) const { return where_[static_cast<size_t>(handle)].second; }
     VEK_rNetwork& Reduced(int comp) const { return *parts_[static_cast<size_t>(comp)].net; }
-    // Null for a component of one node.
-    TsJoinTree* Tree(int comp) const { return parts_[static_cast<size_t>(comp)].tree.get(); }
-    TsAdapter& Adapter(int comp) const { return *parts_[static_cast<size_t>(comp)].adapter; }
 
     // Restricts the node to the outcome (-1 lifts the restriction).
     void Restrict(int handle, int outcome);
-    // Replaces the table the trees use for the node (same size), or puts the
-    // node's own table back when values is null.
-    void ReplaceTable(int handle, const double* values);
-    // The table the trees use for the node, before any restriction: the
-    // definition's, with virtual evidence multiplied in.
-    const VEK_Dmatrix& BaseTable(int handle) const;
 
     // Probability of the evidence (and restrictions) of one component or of
     // all; -1.0 when a tree fails.
     double ProbEvidence(int comp);
     double ProbEvidence();
-
-    // Calibrates the component's tree and adds to out the joint of each
-    // node's family with the evidence, in the layout of the node's table
-    // (out[position] must have the table's size). False on failure.
-    bool FamilyMarginals(int comp, std::vector<std::vector<double>>& out);
 
     // The partial derivatives of the component's probability of evidence
     // with respect to every entry of every node's table (as the trees use
@@ -74,9 +59,8 @@ private:
     VEK_network* net_ = nullptr;
     std::vector<Part> parts_;
     std::vector<std::pair<int, int>> where_;
-    // Per handle: the base table (empty until the node is first changed),
-    // the replacement (empty when none) and the restriction.
+    // Per handle: the base table (empty until the node is first
+    // restricted) and the restriction.
     std::vector<VEK_Dmatrix> base_;
-    std::vector<VEK_Dmatrix> replaced_;
     std::vector<int> restriction_;
 };

@@ -207,12 +207,16 @@ int VEK_annealedMap(VEK_network& net, const std::vector<int>& nodes, const VEK_A
             fam.assign(static_cast<size_t>(sub.GetNodeCount()), {});
             for (int i = 0; i < sub.GetNodeCount(); ++i)
                 fam[static_cast<size_t>(i)].assign(static_cast<size_t>(sub.GetNode(i)->Table().GetSize()), 0.0);
-            if (!s.tree.FamilyMarginals(g.comp, fam)) return VEK_OUT_OF_MEMORY;
+            double pY = 0.0;
+            if (!s.tree.TablePartials(g.comp, fam, pY)) return VEK_OUT_OF_MEMORY;
             for (int j : g.nodes) {
-                const std::vector<double>& f = fam[static_cast<size_t>(s.tree.PositionOf(nodes[static_cast<size_t>(j)]))];
+                const int pos = s.tree.PositionOf(nodes[static_cast<size_t>(j)]);
+                const std::vector<double>& f = fam[static_cast<size_t>(pos)];
+                const VEK_Dmatrix& table = sub.GetNode(pos)->Table();
                 const int k = s.states[static_cast<size_t>(j)];
                 std::vector<double> m(static_cast<size_t>(k), 0.0);
-                for (size_t e = 0; e < f.size(); ++e) m[e % static_cast<size_t>(k)] += f[e];
+                // Each entry's partial times the entry: the family's joint.
+                for (size_t e = 0; e < f.size(); ++e) m[e % static_cast<size_t>(k)] += f[e] * table[static_cast<int>(e)];
                 current[static_cast<size_t>(j)] =
                     static_cast<int>(std::max_element(m.begin(), m.end()) - m.begin());
             }

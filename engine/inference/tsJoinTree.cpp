@@ -677,24 +677,3 @@ double TsJoinTree::CalcNormFactor() {
         return -1.0;
     }
 }
-
-bool TsJoinTree::Calibrate() {
-    try {
-        if (!Build(-1)) return false;
-        if (!AllocatePotentials()) {
-            ReleaseArena();
-            return false;
-        }
-        SelectWork(nullptr, false, true);
-        InitPotentials();
-        Collect();
-        Distribute();
-        return true;
-    } catch (const std::bad_alloc&) {
-        Cleanup();
-        return false;
-    } catch (const std::length_error&) {
-        Cleanup();
-        return false;
-    }
-}

@@ -42,10 +42,6 @@ public:
     // its tables times its children's max-messages.
     void SetMaxProduct(bool on) { maxProduct_ = on; }
     bool IsMaxProduct() const { return maxProduct_; }
-    // Collect and distribute over every clique, writing nothing to the
-    // network: each potential then holds the joint of its nodes with the
-    // evidence. False on failure, as UpdateBeliefs.
-    bool Calibrate();
 
     bool IsBuilt() const { return built_; }
     uint64_t GetTotalSize() const { return totalSize_; }
