@@ -6,13 +6,13 @@
 #include "network/network.h"
 #include "network/status.h"
 
-int VEK_analysisTree::Build(VEK_network& net) {
+int VEK_analysisTree::Build(VEK_network& net, bool absorb) {
     net_ = &net;
     parts_.clear();
     std::vector<VEK_rNetwork*> subs;
     int res = VEK_OKAY;
     try {
-        res = VEK_relevantSplit(net, VEK_RSPLIT_COMPONENTS, subs);
+        res = VEK_relevantSplit(net, VEK_RSPLIT_COMPONENTS | (absorb ? VEK_RSPLIT_ABSORB : 0u), subs);
     } catch (const std::bad_alloc&) {
         res = VEK_OUT_OF_MEMORY;
     }

@@ -1,5 +1,5 @@
 // The network as the analyses see it: its connected sub-networks with
-// nothing pruned or absorbed, one compiled join tree for each, and a way to
+// nothing pruned, one compiled join tree for each, and a way to
 // restrict any node to one outcome without changing the trees' structure
 // (the outcome's indicator is multiplied into the node's table), so that
 // many probabilities of evidence over the same trees cost one collect pass
@@ -23,8 +23,10 @@ public:
     VEK_analysisTree& operator=(const VEK_analysisTree&) = delete;
 
     // Splits the network and builds the trees; 0 or a negative status
-    // (logged), -42 when a tree does not fit in memory.
-    int Build(VEK_network& net);
+    // (logged), -42 when a tree does not fit in memory. With absorb, evidence
+    // is absorbed into the children (smaller trees, but the children's tables
+    // lose the observed dimensions).
+    int Build(VEK_network& net, bool absorb = true);
 
     int ComponentCount() const { return static_cast<int>(parts_.size()); }
     // Where a network handle lives: its component and position there.

@@ -73,7 +73,11 @@ int FirstObserved(const VEK_rNetwork& sub) {
 int VEK_mostProbableExplanation(VEK_network& net, VEK_mpeResult& out) {
     out = VEK_mpeResult();
     VEK_rNetworkContainer container;
-    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS)) return container.GetStatus();
+    // Evidence is absorbed into the children, as belief updating does: the
+    // product of the tables is the same on the evidence, and the observed
+    // nodes no longer tie their neighbours together. Nothing is pruned:
+    // every node needs an outcome.
+    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_ABSORB)) return container.GetStatus();
     std::vector<int> assignment(static_cast<size_t>(net.GetSlotCount()), -1);
     double p = 1.0, logp = 0.0;
     std::vector<int> states;

@@ -43,7 +43,8 @@ void CoVary(const VEK_Dmatrix& theta, const std::vector<double>& partial, std::v
 int VEK_calcSensitivity(VEK_network& net, std::vector<VEK_nodeSensitivity>& out) {
     out.clear();
     VEK_analysisTree tree;
-    int res = tree.Build(net);
+    // The tables keep their layout, so partials match entries one to one.
+    int res = tree.Build(net, false);
     if (res != VEK_OKAY) return res;
 
     std::vector<int> targets, params;
