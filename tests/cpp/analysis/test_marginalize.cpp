@@ -40,17 +40,4 @@ TEST(MarginalizeNode, KeepsTheJointOfTheRest) {
     }
 }
 
-TEST(MarginalizeNode, RefusesNodesWithEvidenceOrWithoutTables) {
-    VEK_network net;
-    const int a = AddNode(net, "a", 2), b = AddNode(net, "b", 2);
-    net.AddArc(a, b);
-    const int d = net.AddNode(VEK_LIST, "d");
-    net.GetVal(a)->SetEvidence(0);
-    EXPECT_EQ(VEK_marginalizeNode(net, a), VEK_WRONG_NODE_TYPE);
-    EXPECT_EQ(VEK_marginalizeNode(net, d), VEK_WRONG_NODE_TYPE);
-    EXPECT_EQ(VEK_marginalizeNode(net, 99), VEK_OUT_OF_RANGE);
-    EXPECT_EQ(net.GetNumberOfNodes(), 3);
-    EXPECT_EQ(net.GetNode(b)->Parents().GetSize(), 1);
-}
-
 }  // namespace
