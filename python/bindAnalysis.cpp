@@ -158,9 +158,14 @@ void WrpMarginalizeNode(VEK_network* net, int handle) {
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.MarginalizeNode", logger);
 }
 
-// ValueOfInfo operations: failures are labelled with the class's name.
-void VoiResult(PyValueOfInfo& self, int res, const char* function) {
-    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, function, self.net->Logger());
+// ValueOfInfo operations: failures are labelled with the class's name and
+// carry what the engine logged.
+template <class Fn>
+void VoiCall(PyValueOfInfo& self, const char* function, Fn&& fn) {
+    VEK_logger& logger = self.net->Logger();
+    logger.Clear();
+    const int res = fn();
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, function, logger);
 }
 
 int VoiNode(PyValueOfInfo& self, const py::object& node) {
@@ -218,19 +223,22 @@ void RegisterValueOfInfo(py::module_& m) {
     cls.def(
         "set_decision",
         [](PyValueOfInfo& self, const py::object& node) {
-            VoiResult(self, self.voi.SetDecision(VoiNode(self, node)), "ValueOfInfo.SetDecision");
+            const int h = VoiNode(self, node);
+            VoiCall(self, "ValueOfInfo.SetDecision", [&] { return self.voi.SetDecision(h); });
         },
         py::arg("node"), "Sets the decision node whose choice the observations would inform");
     cls.def(
         "set_target",
         [](PyValueOfInfo& self, const py::object& node) {
-            VoiResult(self, self.voi.SetTarget(VoiNode(self, node)), "ValueOfInfo.SetTarget");
+            const int h = VoiNode(self, node);
+            VoiCall(self, "ValueOfInfo.SetTarget", [&] { return self.voi.SetTarget(h); });
         },
         py::arg("node"), "Sets the target node, whose entropy the observations would reduce");
     cls.def(
         "add_node",
         [](PyValueOfInfo& self, const py::object& node) {
-            VoiResult(self, self.voi.AddNode(VoiNode(self, node)), "ValueOfInfo.AddNode");
+            const int h = VoiNode(self, node);
+            VoiCall(self, "ValueOfInfo.AddNode", [&] { return self.voi.AddNode(h); });
         },
         py::arg("node"), "Adds a candidate observation");
     cls.def(
@@ -239,10 +247,7 @@ void RegisterValueOfInfo(py::module_& m) {
         "Returns the identifiers of the candidate observations");
     cls.def(
         "update",
-        [](PyValueOfInfo& self) {
-            self.net->Logger().Clear();
-            VoiResult(self, self.voi.Update(), "ValueOfInfo.Update");
-        },
+        [](PyValueOfInfo& self) { VoiCall(self, "ValueOfInfo.Update", [&] { return self.voi.Update(); }); },
         "Computes the value of observing each candidate, and all of them together");
     cls.def(
         "get_values", [](const PyValueOfInfo& self) { return self.voi.GetValues(); },
