@@ -23,6 +23,14 @@ void BindCases(PyNetworkClass& cls);
 void BindCanonical(PyNetworkClass& cls);
 void BindInference(PyNetworkClass& cls);
 void BindFileIO(PyNetworkClass& cls);
+void BindAnalysis(PyNetworkClass& cls);
+
+// The analysis classes and records.
+void RegisterAnnealedMapResults(py::module_& m);
+void RegisterMpeResults(py::module_& m);
+void RegisterValueOfInfo(py::module_& m);
+void RegisterSensitivityResults(py::module_& m);
+void RegisterNodeSensitivity(py::module_& m);
 
 // The diagnosis session and its records.
 void RegisterDiagResults(py::module_& m);

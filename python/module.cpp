@@ -299,13 +299,12 @@ PYBIND11_MODULE(pyquarn, m) {
 
     RegisterEnumerations(m);
 
-    // Classes in registration order. AnnealedMapResults, MpeResults,
-    // DiagResults and FaultInfo come before Network; ObservationInfo,
-    // UnrollResults, ValueOfInfo and DiagNetwork before UserProperty;
-    // SensitivityResults and NodeSensitivity before CaseEvidenceInfo; the
-    // learning classes after EPISParams. Each joins at its place once its
-    // engine side exists.
+    // Classes in registration order. UnrollResults comes before ValueOfInfo
+    // and the structure-learning classes join the learning ones, each at
+    // its place once its engine side exists.
+    RegisterAnnealedMapResults(m);
     RegisterAnnealedMapTuning(m);
+    RegisterMpeResults(m);
     RegisterDiagResults(m);
     RegisterDiscretizationInterval(m);
     RegisterDocItemInfo(m);
@@ -314,8 +313,11 @@ PYBIND11_MODULE(pyquarn, m) {
     network.def(py::init<>(), "Creates an empty network");
     RegisterObservationInfo(m);
     RegisterTemporalInfo(m);
+    RegisterValueOfInfo(m);
     RegisterDiagNetwork(m);
     RegisterUserProperty(m);
+    RegisterSensitivityResults(m);
+    RegisterNodeSensitivity(m);
     RegisterCaseEvidenceInfo(m);
     RegisterEPISParams(m);
     RegisterDataSet(learning);
@@ -338,4 +340,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindUserProperties(network);
     BindDiagnostics(network);
     BindCases(network);
+    BindAnalysis(network);
 }

@@ -500,8 +500,13 @@ void TsJoinTree::RunPass(TsClique* c, bool collect) {
             for (int k = 0; k < inputs; ++k)
                 TsChunkMultiply(walk.GetKind(k), walk.Block(k), maps[k], ptrs[k] + off[k], chunk, b);
         }
-        for (int k = inputs; k < n; ++k)
-            if (act[k]) TsChunkAccumulate(walk.GetKind(k), walk.Block(k), maps[k], ptrs[k] + off[k], chunk, b);
+        if (maxProduct_) {
+            for (int k = inputs; k < n; ++k)
+                if (act[k]) TsChunkAccumulateMax(walk.GetKind(k), walk.Block(k), maps[k], ptrs[k] + off[k], chunk, b);
+        } else {
+            for (int k = inputs; k < n; ++k)
+                if (act[k]) TsChunkAccumulate(walk.GetKind(k), walk.Block(k), maps[k], ptrs[k] + off[k], chunk, b);
+        }
     });
     if (collect && !c->parent) rootTotal_ = total;
 }

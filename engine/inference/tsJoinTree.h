@@ -36,6 +36,12 @@ public:
     bool UpdateBeliefs(bool* pending, int64_t limit);
     // Probability of evidence of the sub-network, -1.0 on failure.
     double CalcNormFactor();
+    // Max-product mode: messages keep the largest entry instead of the sum,
+    // so that CalcNormFactor returns the probability of the most probable
+    // configuration with the evidence and every potential is left holding
+    // its tables times its children's max-messages.
+    void SetMaxProduct(bool on) { maxProduct_ = on; }
+    bool IsMaxProduct() const { return maxProduct_; }
 
     bool IsBuilt() const { return built_; }
     uint64_t GetTotalSize() const { return totalSize_; }
@@ -122,4 +128,5 @@ protected:
     // multiply in.
     double scalarMessages_ = 1.0;
     double probE_ = 0.0;
+    bool maxProduct_ = false;
 };

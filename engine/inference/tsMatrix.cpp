@@ -404,3 +404,33 @@ void TsChunkAccumulate(TsMultiOdometer::Kind kind, int64_t block, const int64_t*
             for (int64_t i = 0; i < n; ++i) out[map[i]] += b[i];
     }
 }
+
+void TsChunkAccumulateMax(TsMultiOdometer::Kind kind, int64_t block, const int64_t* map, double* out, int64_t n,
+                          const double* b) {
+    switch (kind) {
+        case TsMultiOdometer::Scalar: {
+            double m = *out;
+            for (int64_t i = 0; i < n; ++i) m = b[i] > m ? b[i] : m;
+            *out = m;
+            break;
+        }
+        case TsMultiOdometer::Contiguous:
+            for (int64_t i = 0; i < n; ++i) out[i] = b[i] > out[i] ? b[i] : out[i];
+            break;
+        case TsMultiOdometer::BlockScalar:
+            for (int64_t j = 0, i = 0; i < n; ++j, i += block) {
+                double m = out[map[j]];
+                for (int64_t t = 0; t < block; ++t) m = b[i + t] > m ? b[i + t] : m;
+                out[map[j]] = m;
+            }
+            break;
+        case TsMultiOdometer::BlockContiguous:
+            for (int64_t j = 0, i = 0; i < n; ++j, i += block) {
+                double* q = out + map[j];
+                for (int64_t t = 0; t < block; ++t) q[t] = b[i + t] > q[t] ? b[i + t] : q[t];
+            }
+            break;
+        default:
+            for (int64_t i = 0; i < n; ++i) out[map[i]] = b[i] > out[map[i]] ? b[i] : out[map[i]];
+    }
+}

@@ -211,6 +211,10 @@ void TsChunkMultiply(TsMultiOdometer::Kind kind, int64_t block, const int64_t* m
                      double* b);
 void TsChunkAccumulate(TsMultiOdometer::Kind kind, int64_t block, const int64_t* map, double* out, int64_t n,
                        const double* b);
+// out = max(out, b) entry by entry onto the same places: the max-product
+// counterpart of TsChunkAccumulate (entries are never negative).
+void TsChunkAccumulateMax(TsMultiOdometer::Kind kind, int64_t block, const int64_t* map, double* out, int64_t n,
+                          const double* b);
 
 // A dense matrix over TsCoords. The storage either lives in an arena owned
 // by someone else (Attach) or is owned (Allocate).

@@ -95,7 +95,9 @@ ENUMS = {
 }
 
 CLASS_DOCS = [
+    ("AnnealedMapResults", "Results of the annealed MAP algorithm"),
     ("AnnealedMapTuning", "Tuning parameters for the annealed MAP algorithm"),
+    ("MpeResults", "Results of the Most Probable Explanation (MPE) inference"),
     ("DiagResults", "Results of diagnostic reasoning"),
     ("DiscretizationInterval", "Information about a discretization interval"),
     ("DocItemInfo", "Information about a documentation item"),
@@ -103,8 +105,11 @@ CLASS_DOCS = [
     ("Network", "Bayesian network structure and inference engine"),
     ("ObservationInfo", "Information about an observation in diagnostic reasoning"),
     ("TemporalInfo", "Temporal configuration information for dynamic networks"),
+    ("ValueOfInfo", "Value of Information analysis results"),
     ("DiagNetwork", "Wrapper for diagnostic Bayesian networks"),
     ("UserProperty", "User-defined property attached to a network or node"),
+    ("SensitivityResults", "Results of sensitivity analysis"),
+    ("NodeSensitivity", "Sensitivity of a node to evidence changes"),
     ("CaseEvidenceInfo", "Information about a specific case of evidence"),
     ("EPISParams", "Parameters for EPIS (Evidence Pre-propagation Importance Sampling)"),
 ]
