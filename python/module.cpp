@@ -10,6 +10,7 @@
 #include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "inference/caughtFailure.h"
 #include "wrpCore.h"
 
 namespace {
@@ -38,11 +39,11 @@ void TranslateException(std::exception_ptr p) {
         RaiseQuarnException(e.code, e.message());
     } catch (const std::bad_alloc& e) {
         RaiseQuarnException(VEK_OUT_OF_MEMORY, e.what());
-    } catch (const std::overflow_error& e) {
+    } catch (const std::overflow_error&) {
         // The engine throws overflow_error only when a table's item count
         // does not fit an int: a table that cannot be held at all, so it is
         // reported like exhausted memory, -42.
-        RaiseQuarnException(VEK_OUT_OF_MEMORY, std::string("Table too large: ") + e.what());
+        RaiseQuarnException(VEK_OUT_OF_MEMORY, std::string("QUARN Error -42. ") + VEK_kTableTooLarge);
     }
     // Anything else goes on to pybind11's own translation.
 }
@@ -191,6 +192,23 @@ void RegisterEPISParams(py::module_& m) {
                             "state_small_epsil", "state_medium_epsil", "state_big_epsil", "state_otherwise"});
 }
 
+void RegisterLBPParams(py::module_& m) {
+    py::class_<PyLBPParams> cls(m, "LBPParams", "Parameters for loopy belief propagation");
+    const LBPParams d;
+    cls.def(py::init([](int max_iterations, double tolerance, double damping) {
+                return PyLBPParams(LBPParams{max_iterations, tolerance, damping});
+            }),
+            py::arg("max_iterations") = d.max_iterations, py::arg("tolerance") = d.tolerance,
+            py::arg("damping") = d.damping);
+    cls.def_readwrite("max_iterations", &PyLBPParams::max_iterations,
+                      "Largest number of sweeps over the network (each forward and backward)");
+    cls.def_readwrite("tolerance", &PyLBPParams::tolerance,
+                      "Propagation stops once no message changes by more than this");
+    cls.def_readwrite("damping", &PyLBPParams::damping,
+                      "Share of a message's previous value kept at each update, from 0 (none) to below 1");
+    AddRecordProtocol(cls, {"max_iterations", "tolerance", "damping"});
+}
+
 // ---- enumerations ------------------------------------------------------------------
 
 void RegisterEnumerations(py::module_& m) {
@@ -333,6 +351,7 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterUserProperty(m);
     RegisterCaseEvidenceInfo(m);
     RegisterEPISParams(m);
+    RegisterLBPParams(m);
     RegisterDataSet(learning);
     RegisterDataMatch(learning);
     RegisterEM(learning);

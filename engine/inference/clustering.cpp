@@ -128,7 +128,8 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
     if (probE) *probE = -1.0;
     VEK_rNetworkContainer container;
     if (!container.DoRelevance(net, kClusteringMask)) {
-        if (status) *status = container.GetStatus() == VEK_OUT_OF_MEMORY ? VEK_OKAY : container.GetStatus();
+        const int st = container.GetStatus();
+        if (status) *status = st == VEK_OUT_OF_MEMORY && !container.TableTooLarge() ? VEK_OKAY : st;
         return false;
     }
     // With a single target there is nothing to decompose into: the tree is

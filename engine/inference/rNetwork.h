@@ -42,6 +42,9 @@ public:
     // Virtual evidence is multiplied into the table's own dimension.
     bool softEvidence = false;
     bool target = false;
+    // A link of the chain that stands for a decomposed noisy-MAX node (its
+    // handle is -1, source the node's); its table sums to 1 like any other.
+    bool link = false;
     int index = -1;
 
     const VEK_Dmatrix& Table() const { return ownsTable ? table : *netTable; }
@@ -114,6 +117,9 @@ public:
     // Frees one sub-network (its slot stays, holding null).
     void DeleteAt(int i);
     int GetStatus() const { return status_; }
+    // The split failed because some table has more entries than an int
+    // counts (logged, status -42): no smaller run can help.
+    bool TableTooLarge() const { return tableTooLarge_; }
     // Barren nodes go only when their columns sum to 1 within rounding, so
     // the product of the sub-networks' probabilities of evidence is the
     // network's.
@@ -123,6 +129,7 @@ private:
     std::vector<VEK_rNetwork*> nets_;
     int status_ = 0;
     int barren_ = 0;
+    bool tableTooLarge_ = false;
 };
 
 // Builds the reduced network, applies the relevance steps that the mask and

@@ -144,4 +144,5 @@ private:
     std::vector<int> u_;           // parent states of the current column
     std::vector<int> newLamOff_;   // per parent
     std::vector<char> mode_;       // per node, state of a backward sample
+    double damping_ = 0.0;         // share of a message's old value kept on update
 };

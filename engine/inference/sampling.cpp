@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 
+#include "inference/caughtFailure.h"
 #include "inference/rNetwork.h"
 #include "inference/sampleNet.h"
 #include "inference/samplingAdapter.h"
@@ -61,10 +62,8 @@ int RunSampling(VEK_network& net, VEK_sampleMethod method) {
     // Nothing is thrown past the engine's boundary.
     try {
         return RunSamplingSplit(net, method);
-    } catch (const std::bad_alloc&) {
-        return net.Logger().LogError(VEK_OUT_OF_MEMORY);
-    } catch (const std::exception& ex) {
-        return net.Logger().LogError(VEK_GENERAL_ERROR, ex.what());
+    } catch (...) {
+        return VEK_caughtFailure(net.Logger());
     }
 }
 
@@ -113,9 +112,7 @@ int PearlSplit(VEK_network& net) {
 int VEK_Infer_Pearl(VEK_network& net) {
     try {
         return PearlSplit(net);
-    } catch (const std::bad_alloc&) {
-        return net.Logger().LogError(VEK_OUT_OF_MEMORY);
-    } catch (const std::exception& ex) {
-        return net.Logger().LogError(VEK_GENERAL_ERROR, ex.what());
+    } catch (...) {
+        return VEK_caughtFailure(net.Logger());
     }
 }
