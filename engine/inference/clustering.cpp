@@ -135,6 +135,7 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
     // With a single target there is nothing to decompose into: the tree is
     // built whatever its size.
     const int64_t effective = net.GetTargetCount() == 1 ? -1 : limit;
+    net.InferenceCache().BeginPass();
     double pe = 1.0;
     std::vector<int> key;
     for (int i = 0; i < container.GetCount(); ++i) {
@@ -226,6 +227,7 @@ int TsClusteringProbE(VEK_network& net, double& p) {
         return st < 0 ? st : VEK_GENERAL_ERROR;
     }
     std::vector<int> key;
+    net.InferenceCache().BeginPass();
     for (int i = 0; i < container.GetCount(); ++i) {
         VEK_rNetwork* sub = container.GetAt(i);
         if (sub->GetNodeCount() == 1) {

@@ -48,6 +48,14 @@ int RunSamplingSplit(VEK_network& net, VEK_sampleMethod method) {
             SampleNet sample(adapter, net.GetRandGen());
             sample.SetParameterForImportanceSampling();
             res = (sample.*method)();
+            // When the evidence lies so far in the tails that the method's
+            // weights collapse onto a few samples (or none), its estimate is
+            // of no use; the samples are drawn again from the importance
+            // tables of evidence pre-propagation, as EPIS draws them.
+            if (method != &SampleNet::LBP && method != &SampleNet::BN_EPIS_Sampling && sample.WeightsCollapsed()) {
+                sample.SetParameterForImportanceSampling();
+                res = sample.BN_EPIS_Sampling();
+            }
             sample.ClearImportanceParameter();
         }
         container.DeleteAt(i);
