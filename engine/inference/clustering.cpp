@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr unsigned kClusteringMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB;
+constexpr unsigned kClusteringMask =
+    VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB | VEK_RSPLIT_NOISY_CHAINS;
 
 // The compiled tree for the adapter's sub-network: from the cache, or new
 // and not yet stored.
@@ -222,7 +223,7 @@ int TsClusteringRecursiveDecomp(VEK_network& net) {
 int TsClusteringProbE(VEK_network& net, double& p) {
     p = 1.0;
     VEK_rNetworkContainer container;
-    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS)) {
+    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_NOISY_CHAINS)) {
         const int st = container.GetStatus();
         return st < 0 ? st : VEK_GENERAL_ERROR;
     }

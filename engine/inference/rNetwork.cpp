@@ -176,7 +176,7 @@ bool UsableForBeliefs(int type) {
 
 // ---------------------------------------------------------------- VEK_rNetwork
 
-int VEK_rNetwork::Build() {
+int VEK_rNetwork::Build(bool noisyChains) {
     VEK_network& net = *net_;
     nodes_.clear();
     barren_ = 0;
@@ -190,7 +190,7 @@ int VEK_rNetwork::Build() {
         VEK_node* node = net.GetNode(h);
         if (!node) continue;
         VEK_nodeDef* def = node->Definition();
-        decomposed[static_cast<size_t>(h)] = DecomposedNoisyMax(net, *node);
+        if (noisyChains) decomposed[static_cast<size_t>(h)] = DecomposedNoisyMax(net, *node);
         const VEK_Dmatrix* table = def && !decomposed[static_cast<size_t>(h)] ? def->GetMatrix() : nullptr;
         const int states = def ? def->GetNumberOfOutcomes() : 0;
         if (!def || !UsableForBeliefs(def->GetType()) || (!table && !decomposed[static_cast<size_t>(h)]) ||
@@ -460,10 +460,11 @@ double VEK_rNetwork::Set_Prior_Beliefs(int* zeroCounter) {
 
 int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren) {
     if (barren) *barren = 0;
+    const bool noisyChains = (mask & VEK_RSPLIT_NOISY_CHAINS) != 0;
     if (!net.IsRelevanceEnabled()) mask = 0;
     if (net.GetNumberOfNodes() == 0) return VEK_OKAY;
     VEK_rNetwork full(net);
-    int res = full.Build();
+    int res = full.Build(noisyChains);
     if (res < 0) return res;
 
     // Without targets every node is one, so nothing is barren or a nuisance.

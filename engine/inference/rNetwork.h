@@ -21,6 +21,11 @@ constexpr int VEK_RMARK_BARREN = 20;
 constexpr unsigned VEK_RSPLIT_COMPONENTS = 1;  // split into connected sub-networks
 constexpr unsigned VEK_RSPLIT_PRUNE = 2;       // remove barren nodes and nuisance roots
 constexpr unsigned VEK_RSPLIT_ABSORB = 4;      // absorb evidence into the children
+// Noisy-MAX nodes whose table is too large (or that have more parents than
+// the network's decomposition limit, when decomposition is enabled) become
+// chains of small tables. Acted on whether relevance is enabled or not;
+// callers that read a node's family from one clique leave it out.
+constexpr unsigned VEK_RSPLIT_NOISY_CHAINS = 8;
 
 class VEK_rNode {
 public:
@@ -65,7 +70,7 @@ public:
     // One reduced node per network node, in handle order. Virtual evidence is
     // multiplied into the tables and controlled nodes lose their parents.
     // Negative status (logged) for a node without a usable table.
-    int Build();
+    int Build(bool noisyChains = false);
 
     int GetNodeCount() const { return static_cast<int>(nodes_.size()); }
     VEK_rNode* GetNode(int i) const { return nodes_[i].get(); }

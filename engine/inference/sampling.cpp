@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr unsigned kSamplingMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE;
-constexpr unsigned kPearlMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB;
+constexpr unsigned kSamplingMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_NOISY_CHAINS;
+constexpr unsigned kPearlMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB | VEK_RSPLIT_NOISY_CHAINS;
 
 // A one-node sub-network is exact from its table; 0 when its evidence (or
 // the whole of its table) has probability 0.
