@@ -391,6 +391,10 @@ void VEK_rNetwork::Split(std::vector<VEK_rNetwork*>& out) {
         }
         ++count;
     }
+    if (count == 1) {
+        out.push_back(TakeAll());
+        return;
+    }
     // Components in the order of their first node; nodes keep handle order.
     std::vector<VEK_rNetwork*> parts(static_cast<size_t>(count), nullptr);
     try {
