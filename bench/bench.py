@@ -4,6 +4,13 @@ inference without and with evidence, and the largest deviation from the
 reference posteriors.
 
     PYTHONPATH=build/release/python /usr/bin/python3 bench/bench.py [names...]
+    ... bench/bench.py --relevance [names...]
+    ... bench/bench.py --approximate [names...]
+
+--relevance times every evidence scenario of the reference files with
+relevance reasoning on and off, after a first run of each. --approximate
+runs every approximate algorithm on every scenario and prints its largest
+deviation from the exact posteriors and its time.
 
 Times are the best of several runs, in milliseconds of wall time."""
 import json
@@ -103,8 +110,99 @@ def row(name, scratch):
     return cells
 
 
+def set_scenario(net, scenario):
+    net.clear_all_evidence()
+    for node_id, state in scenario["evidence"].items():
+        net.set_evidence(node_id, state)
+
+
+def relevance_table(names):
+    """Per scenario: update time with relevance on and off, each after a
+    first run that compiles and caches what it can."""
+    print("exact update per evidence scenario, ms (best of several runs after a first one)")
+    print("%-11s%5s%10s%10s%10s%10s" % ("network", "scen", "on", "off", "on/off", "max err"))
+    for name in names:
+        scenarios = reference(name)
+        if not scenarios:
+            continue
+        net = pyquarn.Network()
+        net.read_file(os.path.join(NETWORKS, "xvek", name + ".xvek"))
+        for k, scenario in enumerate(scenarios):
+            times = {True: float("inf"), False: float("inf")}
+            err = 0.0
+            # Runs with relevance on and off alternate, so that both see the
+            # same load of the machine.
+            spent, rounds = 0.0, 0
+            while rounds < 4 or (spent < 1.0 and rounds < 12):
+                for on in (True, False):
+                    net.set_relevance_enabled(on)
+                    set_scenario(net, scenario)
+                    t0 = time.perf_counter()
+                    net.update_beliefs()
+                    dt = time.perf_counter() - t0
+                    spent += dt
+                    if rounds > 0:
+                        times[on] = min(times[on], dt * 1e3)
+                    err = max(err, worst_error(net, scenario))
+                rounds += 1
+            print("%-11s%5d%10.2f%10.2f%10.2f%10.1e" % (name, k, times[True], times[False],
+                                                       times[True] / times[False], err), flush=True)
+
+
+APPROXIMATE = [
+    ("logic", pyquarn.BayesianAlgorithmType.HENRION),
+    ("likelihood", pyquarn.BayesianAlgorithmType.L_SAMPLING),
+    ("self", pyquarn.BayesianAlgorithmType.SELF_IMPORTANCE),
+    ("backward", pyquarn.BayesianAlgorithmType.BACK_SAMPLING),
+    ("ais", pyquarn.BayesianAlgorithmType.AIS_SAMPLING),
+    ("epis", pyquarn.BayesianAlgorithmType.EPIS_SAMPLING),
+    ("lbp", pyquarn.BayesianAlgorithmType.LBP),
+]
+
+
+def approximate_table(names):
+    """Per network and algorithm: the largest deviation from the exact
+    posteriors over every scenario (the worst scenario's), the mean of the
+    scenarios' largest deviations, the scenarios that failed, and the mean
+    time of one update, at the network's default 10,000 samples."""
+    print("approximate inference against the exact posteriors, every scenario of the reference file")
+    print("%-11s%-11s%10s%10s%8s%12s" % ("network", "algorithm", "worst", "mean", "failed", "ms/update"))
+    for name in names:
+        scenarios = reference(name)
+        if not scenarios:
+            continue
+        net = pyquarn.Network()
+        net.read_file(os.path.join(NETWORKS, "xvek", name + ".xvek"))
+        for label, algorithm in APPROXIMATE:
+            net.set_bayesian_algorithm(algorithm)
+            errors, failed, spent = [], 0, 0.0
+            for scenario in scenarios:
+                set_scenario(net, scenario)
+                t0 = time.perf_counter()
+                try:
+                    net.update_beliefs()
+                except pyquarn.QUARNException:
+                    failed += 1
+                    continue
+                finally:
+                    spent += time.perf_counter() - t0
+                errors.append(worst_error(net, scenario))
+            worst = "%10.1e" % max(errors) if errors else "%10s" % "-"
+            mean = "%10.1e" % (sum(errors) / len(errors)) if errors else "%10s" % "-"
+            print("%-11s%-11s%s%s%8d%12.1f" % (name, label, worst, mean, failed, spent * 1e3 / len(scenarios)),
+                  flush=True)
+        net.set_bayesian_algorithm(pyquarn.BayesianAlgorithmType.LAURITZEN)
+
+
 def main(argv):
+    mode = None
+    if argv and argv[0] in ("--relevance", "--approximate"):
+        mode, argv = argv[0], argv[1:]
     names = argv or sorted(f[:-5] for f in os.listdir(os.path.join(NETWORKS, "xvek")) if f.endswith(".xvek"))
+    if mode == "--relevance":
+        return relevance_table(names)
+    if mode == "--approximate":
+        return approximate_table(names)
     columns = ["nodes", "xvek", "bif", "xmlbif", "net", "write", "update", "evidence", "max err"]
     print("times in ms (best of several runs); loads by format, write of .xvek, exact update")
     print(("%-11s" % "network") + "".join("%10s" % c for c in columns))

@@ -4,10 +4,12 @@
 //
 // A parent is named by its index in the node's parent list (int) or by its
 // node identifier (str).
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "bindUtil.h"
+#include "inference/caughtFailure.h"
 #include "network/ciDef.h"
 #include "network/demorgan.h"
 #include "network/noisyMAX.h"
@@ -78,8 +80,13 @@ bool WrpIsNoisyExpanded(VEK_network* net, int handle) {
 }
 
 std::vector<double> WrpGetNoisyExpandedDefinition(VEK_network* net, int handle) {
-    const VEK_ciDef& def = GetNoisy(Deref(net), handle, "Network.GetNoisyExpandedDefinition");
-    return DoubleArrayToVector(*def.GetMatrix());
+    const char* function = "Network.GetNoisyExpandedDefinition";
+    const VEK_ciDef& def = GetNoisy(Deref(net), handle, function);
+    try {
+        return DoubleArrayToVector(*def.GetMatrix());
+    } catch (const std::overflow_error&) {
+        ThrowQuarnException(VEK_OUT_OF_MEMORY, function, VEK_kTableTooLarge);
+    }
 }
 
 std::vector<int> WrpGetNoisyParentStrengths(VEK_network* net, int handle, int parentIndex) {

@@ -1,5 +1,5 @@
-// Network methods served by the exact inference engine: the probability of
-// evidence from the join tree.
+// Network methods of the inference engines: the probability of evidence
+// from the join tree, and the settings of loopy belief propagation.
 #include "bindUtil.h"
 #include "wrpCore.h"
 
@@ -22,6 +22,16 @@ double WrpProbEvidence(VEK_network* net) {
     return p;
 }
 
+void WrpSetLBPParams(VEK_network* net, const LBPParams& params) {
+    VEK_network& n = Deref(net);
+    const int res = n.SetLBPParams(LBPParamsToEngine(params, n.GetLBPParams()));
+    if (res != 0) {
+        ThrowQuarnException(res, "Network.SetLBPParams",
+                            "Invalid loopy propagation parameters: max_iterations must be at least 1, tolerance at "
+                            "least 0 and damping at least 0 and below 1");
+    }
+}
+
 }  // namespace
 }  // namespace Wrp
 
@@ -31,4 +41,10 @@ void BindInference(PyNetworkClass& cls) {
     cls.attr("prob_evidence") = py::cpp_function([](PyNetwork& self) { return Wrp::WrpProbEvidence(&self); },
                                                  py::name("prob_evidence"), py::is_method(cls),
                                                  "Returns probability of evidence");
+    cls.def(
+        "set_lbp_params", [](PyNetwork& self, const PyLBPParams& params) { Wrp::WrpSetLBPParams(&self, params); },
+        py::arg("params"), "Sets loopy belief propagation parameters");
+    cls.def("get_lbp_params",
+            [](const PyNetwork& self) { return PyLBPParams(Wrp::LBPParamsFromEngine(Wrp::Deref(&self).GetLBPParams())); },
+            "Returns the current loopy belief propagation parameters");
 }

@@ -11,6 +11,7 @@
 
 #include "bindings.h"
 #include "recordProtocol.h"
+#include "inference/caughtFailure.h"
 #include "wrpCore.h"
 
 namespace {
@@ -39,11 +40,11 @@ void TranslateException(std::exception_ptr p) {
         RaiseQuarnException(e.code, e.message());
     } catch (const std::bad_alloc& e) {
         RaiseQuarnException(VEK_OUT_OF_MEMORY, e.what());
-    } catch (const std::overflow_error& e) {
+    } catch (const std::overflow_error&) {
         // The engine throws overflow_error only when a table's item count
         // does not fit an int: a table that cannot be held at all, so it is
         // reported like exhausted memory, -42.
-        RaiseQuarnException(VEK_OUT_OF_MEMORY, std::string("Table too large: ") + e.what());
+        RaiseQuarnException(VEK_OUT_OF_MEMORY, std::string("QUARN Error -42. ") + VEK_kTableTooLarge);
     }
     // Anything else goes on to pybind11's own translation.
 }
@@ -170,6 +171,23 @@ void RegisterEPISParams(py::module_& m) {
                       "Epsilon threshold for all other state groups");
     AddRecordProtocol(cls, {"propagation_length", "num_state_small", "num_state_medium", "num_state_big",
                             "state_small_epsil", "state_medium_epsil", "state_big_epsil", "state_otherwise"});
+}
+
+void RegisterLBPParams(py::module_& m) {
+    py::class_<PyLBPParams> cls(m, "LBPParams", "Parameters for loopy belief propagation");
+    const LBPParams d;
+    cls.def(py::init([](int max_iterations, double tolerance, double damping) {
+                return PyLBPParams(LBPParams{max_iterations, tolerance, damping});
+            }),
+            py::arg("max_iterations") = d.max_iterations, py::arg("tolerance") = d.tolerance,
+            py::arg("damping") = d.damping);
+    cls.def_readwrite("max_iterations", &PyLBPParams::max_iterations,
+                      "Largest number of sweeps over the network (each forward and backward)");
+    cls.def_readwrite("tolerance", &PyLBPParams::tolerance,
+                      "Propagation stops once no message changes by more than this");
+    cls.def_readwrite("damping", &PyLBPParams::damping,
+                      "Share of a message's previous value kept at each update, from 0 (none) to below 1");
+    AddRecordProtocol(cls, {"max_iterations", "tolerance", "damping"});
 }
 
 // ---- enumerations ------------------------------------------------------------------
@@ -320,6 +338,7 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterNodeSensitivity(m);
     RegisterCaseEvidenceInfo(m);
     RegisterEPISParams(m);
+    RegisterLBPParams(m);
     RegisterDataSet(learning);
     RegisterDataMatch(learning);
     RegisterEM(learning);

@@ -355,6 +355,16 @@ VEK_EPISParams EPISParamsToEngine(const EPISParams& p) {
     return out;
 }
 
+LBPParams LBPParamsFromEngine(const VEK_LBPParams& p) { return {p.maxIterations, p.tolerance, p.damping}; }
+
+VEK_LBPParams LBPParamsToEngine(const LBPParams& p, const VEK_LBPParams& base) {
+    VEK_LBPParams out = base;
+    out.maxIterations = p.max_iterations;
+    out.tolerance = p.tolerance;
+    out.damping = p.damping;
+    return out;
+}
+
 AnnealedMapTuning AnnealedMapTuningFromEngine(const VEK_AnnealedMAPParams& p) {
     return {p.speed, p.tMin, p.tInit, p.kReheat, p.kMAP, p.kRFactor, p.stopAfter, p.iterationsPerTemperature};
 }

@@ -180,6 +180,16 @@ struct EPISParams {
     bool operator==(const EPISParams&) const = default;
 };
 
+// Loopy belief propagation: sweeps until no message moves by more than the
+// tolerance, at most max_iterations of them; damping keeps that share of a
+// message's previous value.
+struct LBPParams {
+    int max_iterations = 1000;
+    double tolerance = 1e-9;
+    double damping = 0.0;
+    bool operator==(const LBPParams&) const = default;
+};
+
 struct AnnealedMapTuning {
     double speed = 1.1;
     double t_min = 0.02;
@@ -269,6 +279,10 @@ CaseEvidence CaseEvidenceFromEngine(const VEK_caseEvidence& item);
 VEK_caseEvidence CaseEvidenceToEngine(const CaseEvidence& item, int node);
 EPISParams EPISParamsFromEngine(const VEK_EPISParams& p);
 VEK_EPISParams EPISParamsToEngine(const EPISParams& p);
+LBPParams LBPParamsFromEngine(const VEK_LBPParams& p);
+// The engine's record with the given settings; the fields Python does not
+// see keep the values of base.
+VEK_LBPParams LBPParamsToEngine(const LBPParams& p, const VEK_LBPParams& base);
 AnnealedMapTuning AnnealedMapTuningFromEngine(const VEK_AnnealedMAPParams& p);
 VEK_AnnealedMAPParams AnnealedMapTuningToEngine(const AnnealedMapTuning& p);
 
@@ -310,4 +324,5 @@ using PyTemporalInfo = PyRecord<Wrp::TemporalInfo>;
 using PyDiscretizationInterval = PyRecord<Wrp::DiscretizationInterval>;
 using PyCaseEvidenceInfo = PyRecord<Wrp::CaseEvidence>;
 using PyEPISParams = PyRecord<Wrp::EPISParams>;
+using PyLBPParams = PyRecord<Wrp::LBPParams>;
 using PyAnnealedMapTuning = PyRecord<Wrp::AnnealedMapTuning>;

@@ -25,11 +25,18 @@ struct VEK_EPISParams {
     }
 };
 
+// Loopy belief propagation runs sweeps (forward and backward over the nodes)
+// until no message moves by more than the tolerance, or the sweep cap is
+// reached. Damping keeps that share of each message's previous value, which
+// settles oscillating messages on graphs with strong loops.
 struct VEK_LBPParams {
     int propagationLength = 5;
-    int maxIterations = 100;
-    double tolerance = 1e-6;
-    bool IsValid() const { return propagationLength >= 1 && maxIterations >= 1 && tolerance >= 0.0; }
+    int maxIterations = 1000;
+    double tolerance = 1e-9;
+    double damping = 0.0;
+    bool IsValid() const {
+        return propagationLength >= 1 && maxIterations >= 1 && tolerance >= 0.0 && damping >= 0.0 && damping < 1.0;
+    }
 };
 
 struct VEK_AnnealedMAPParams {

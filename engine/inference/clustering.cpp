@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr unsigned kClusteringMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB;
+constexpr unsigned kClusteringMask =
+    VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB | VEK_RSPLIT_NOISY_CHAINS;
 
 // The compiled tree for the adapter's sub-network: from the cache, or new
 // and not yet stored.
@@ -128,12 +129,14 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
     if (probE) *probE = -1.0;
     VEK_rNetworkContainer container;
     if (!container.DoRelevance(net, kClusteringMask)) {
-        if (status) *status = container.GetStatus() == VEK_OUT_OF_MEMORY ? VEK_OKAY : container.GetStatus();
+        const int st = container.GetStatus();
+        if (status) *status = st == VEK_OUT_OF_MEMORY && !container.TableTooLarge() ? VEK_OKAY : st;
         return false;
     }
     // With a single target there is nothing to decompose into: the tree is
     // built whatever its size.
     const int64_t effective = net.GetTargetCount() == 1 ? -1 : limit;
+    net.InferenceCache().BeginPass();
     double pe = 1.0;
     std::vector<int> key;
     for (int i = 0; i < container.GetCount(); ++i) {
@@ -220,11 +223,12 @@ int TsClusteringRecursiveDecomp(VEK_network& net) {
 int TsClusteringProbE(VEK_network& net, double& p) {
     p = 1.0;
     VEK_rNetworkContainer container;
-    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS)) {
+    if (!container.DoRelevance(net, VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_NOISY_CHAINS)) {
         const int st = container.GetStatus();
         return st < 0 ? st : VEK_GENERAL_ERROR;
     }
     std::vector<int> key;
+    net.InferenceCache().BeginPass();
     for (int i = 0; i < container.GetCount(); ++i) {
         VEK_rNetwork* sub = container.GetAt(i);
         if (sub->GetNodeCount() == 1) {

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <exception>
 #include <new>
+#include <stdexcept>
 
+#include "inference/caughtFailure.h"
 #include "network/expectedUtility.h"
 #include "network/mau.h"
 #include "network/network.h"
@@ -16,6 +19,10 @@ namespace {
 
 // Enumerating more combinations than this is refused before any work.
 constexpr int kMaxCombinations = 1 << 20;
+// The per-combination results (weights, utilities and beliefs) may take at
+// most this many bytes; the count alone does not bound them, as each
+// combination keeps a value per node.
+constexpr double kMaxCombinationBytes = double(int64_t(1) << 28);
 // Options whose expected utilities differ by rounding only are ties, and the
 // first of them is chosen, so that the policy does not depend on the order
 // in which inference happened to add things up.
@@ -105,6 +112,10 @@ int VEK_CooperSolver::RunSolve(VEK_network* diagram, const char* failure, const 
         return steps();
     } catch (const std::bad_alloc&) {
         diagram_->InvalidateAllBeliefs();
+        return diagram_->Logger().LogError(VEK_OUT_OF_MEMORY, failure);
+    } catch (const std::overflow_error&) {
+        diagram_->InvalidateAllBeliefs();
+        diagram_->Logger().LogError(VEK_OUT_OF_MEMORY, VEK_kTableTooLarge);
         return diagram_->Logger().LogError(VEK_OUT_OF_MEMORY, failure);
     } catch (const std::exception& ex) {
         diagram_->InvalidateAllBeliefs();
@@ -379,11 +390,6 @@ int VEK_CooperSolver::EnumerateOne(int combination, VEK_logger& scratch, bool& p
 }
 
 int VEK_CooperSolver::CalcExpectedUtilities(int) {
-    const size_t n = static_cast<size_t>(combinations_);
-    weight_.assign(n, 0.0);
-    utilities_.assign(n, {});
-    beliefs_.assign(n, {});
-    global_.assign(n, VEK_UNDEFINED_VALUE);
     // Chance nodes whose beliefs the diagram gets: all of them, or the
     // targets when there are any; those with evidence keep it.
     chanceNodes_.Flush();
@@ -399,6 +405,21 @@ int VEK_CooperSolver::CalcExpectedUtilities(int) {
         chanceNodes_.Add(h);
         beliefOffset_.push_back(beliefOffset_.back() + outcomes);
     }
+    const double perCombination =
+        2.0 * sizeof(double) + 2.0 * sizeof(std::vector<double>) +
+        sizeof(double) * (static_cast<double>(bn_->GetSlotCount()) + static_cast<double>(beliefOffset_.back()));
+    const double bytes = perCombination * static_cast<double>(combinations_);
+    if (bytes > kMaxCombinationBytes) {
+        return diagram_->Logger().VLogError(
+            VEK_OUT_OF_MEMORY,
+            "Evaluating %d combinations of decisions and observations would need %.0f MB, more than the %.0f MB allowed",
+            combinations_, std::ceil(bytes / 1048576.0), kMaxCombinationBytes / 1048576.0);
+    }
+    const size_t n = static_cast<size_t>(combinations_);
+    weight_.assign(n, 0.0);
+    utilities_.assign(n, {});
+    beliefs_.assign(n, {});
+    global_.assign(n, VEK_UNDEFINED_VALUE);
     likelihood_.assign(static_cast<size_t>(vars_.GetSize()), {});
     for (int j = 0; j < vars_.GetSize(); ++j) {
         const VEK_nodeVal* v = diagram_->GetVal(vars_[j]);

@@ -1,5 +1,7 @@
 #include "inference/inferenceCache.h"
 
+#include <iterator>
+
 #include "inference/tsJoinTree.h"
 #include "network/network.h"
 
@@ -20,6 +22,7 @@ TsJoinTree* VEK_inferenceCache::FindTree(const std::vector<int>& key) {
     for (auto it = trees_.begin(); it != trees_.end(); ++it) {
         if (it->hash == h && it->key == key) {
             if (it != trees_.begin()) trees_.splice(trees_.begin(), trees_, it);
+            trees_.front().pass = pass_;
             return trees_.front().tree.get();
         }
     }
@@ -29,6 +32,7 @@ TsJoinTree* VEK_inferenceCache::FindTree(const std::vector<int>& key) {
 TsJoinTree* VEK_inferenceCache::StoreTree(std::vector<int>&& key, std::unique_ptr<TsJoinTree> tree) {
     Entry e;
     e.hash = Hash(key);
+    e.pass = pass_;
     e.key = std::move(key);
     e.tree = std::move(tree);
     trees_.push_front(std::move(e));
@@ -37,7 +41,13 @@ TsJoinTree* VEK_inferenceCache::StoreTree(std::vector<int>&& key, std::unique_pt
 }
 
 void VEK_inferenceCache::Trim() {
-    while (static_cast<int>(trees_.size()) > kMaxTrees) trees_.pop_back();
+    int current = 0;
+    int earlier = 0;
+    for (auto it = trees_.begin(); it != trees_.end();) {
+        const bool recent = it->pass + 1 >= pass_;
+        const bool keep = recent ? ++current <= kMaxPassTrees : ++earlier <= kMaxTrees;
+        it = keep ? std::next(it) : trees_.erase(it);
+    }
     // Older trees give up their potential storage first, then go entirely.
     int64_t used = 0;
     for (auto it = std::next(trees_.begin()); it != trees_.end(); ++it) {

@@ -31,6 +31,12 @@ public:
     VEK_inferenceCache(const VEK_inferenceCache&) = delete;
     VEK_inferenceCache& operator=(const VEK_inferenceCache&) = delete;
 
+    // Starts a pass over the sub-networks of one relevance split. The trees
+    // that the current and the previous pass found or stored stay, however
+    // many there are: a split into more sub-networks than kMaxTrees would
+    // otherwise evict its own trees and compile every one of them again on
+    // every update, and so would two evidence patterns used in turn.
+    void BeginPass() { ++pass_; }
     // The tree compiled for this key, made most recent; null when none.
     TsJoinTree* FindTree(const std::vector<int>& key);
     // Keeps a tree; older trees go when there are too many or when their
@@ -70,12 +76,15 @@ public:
 
     // Entries beyond the most recent one keep at most this many doubles.
     static constexpr int64_t kArenaBudget = int64_t(1) << 25;
+    // Trees of older passes kept, and trees of the last two passes protected.
     static constexpr int kMaxTrees = 16;
+    static constexpr int kMaxPassTrees = 4096;
 
 private:
     struct Entry {
         std::vector<int> key;
         uint64_t hash = 0;
+        uint64_t pass = 0;
         std::unique_ptr<TsJoinTree> tree;
     };
     static uint64_t Hash(const std::vector<int>& key);
@@ -85,6 +94,7 @@ private:
     bool storePotentials_ = false;
     std::vector<VEK_storedPotential> potentials_;
     uint64_t version_ = 0;
+    uint64_t pass_ = 0;
     double probE_ = 0.0;
     bool probEValid_ = false;
 };

@@ -54,15 +54,17 @@ void SampleNet::Lambda(int p, double* out, int skipArc) const {
 
 namespace {
 
-// Normalises v into the message at dst; returns the largest change.
-double Send(double* v, double* dst, int n) {
+// Normalises v into the message at dst, keeping the share damping of the
+// message's previous value; returns the largest change.
+double Send(double* v, double* dst, int n, double damping) {
     double sum = 0.0;
     for (int s = 0; s < n; ++s) sum += v[s];
     // All zero stays all zero: conflicting evidence shows as zero beliefs.
-    const double inv = sum > 0.0 && std::isfinite(sum) ? 1.0 / sum : 0.0;
+    const double inv = sum > 0.0 && std::isfinite(sum) ? (1.0 - damping) / sum : 0.0;
+    const double keep = sum > 0.0 && std::isfinite(sum) ? damping : 0.0;
     double change = 0.0;
     for (int s = 0; s < n; ++s) {
-        const double m = v[s] * inv;
+        const double m = v[s] * inv + keep * dst[s];
         change = std::max(change, std::fabs(m - dst[s]));
         dst[s] = m;
     }
@@ -128,14 +130,14 @@ double SampleNet::UpdateNode(int p) {
         const size_t a = static_cast<size_t>(first + k);
         change = std::max(change, Send(&newLam_[static_cast<size_t>(newLamOff_[static_cast<size_t>(k)])],
                                        &lambdaMsg_[static_cast<size_t>(msgOff_[a])], newLamOff_[static_cast<size_t>(k) + 1] -
-                                                                                         newLamOff_[static_cast<size_t>(k)]));
+                                                                                         newLamOff_[static_cast<size_t>(k)], damping_));
     }
     double* out = outBuf_.data();
     for (int c = childBegin_[up]; c < childBegin_[up + 1]; ++c) {
         const int a = childArcs_[static_cast<size_t>(c)];
         Lambda(p, out, a);
         for (int s = 0; s < ns; ++s) out[s] *= pi[s];
-        change = std::max(change, Send(out, &piMsg_[static_cast<size_t>(msgOff_[static_cast<size_t>(a)])], ns));
+        change = std::max(change, Send(out, &piMsg_[static_cast<size_t>(msgOff_[static_cast<size_t>(a)])], ns, damping_));
     }
     return change;
 }
@@ -184,10 +186,12 @@ int SampleNet::WriteMessageBeliefs(bool reportZero) {
 int SampleNet::LBP() {
     const VEK_LBPParams& params = adapter_.GetLBPParams();
     InitMessages();
+    damping_ = params.damping;
     for (int k = 0; k < params.maxIterations; ++k) {
         const double change = std::max(PropagationSweep(true), PropagationSweep(false));
         if (change <= params.tolerance) break;
     }
+    damping_ = 0.0;
     return WriteMessageBeliefs(false);
 }
 

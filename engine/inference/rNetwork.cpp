@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <exception>
 #include <new>
+#include <stdexcept>
 
+#include "inference/caughtFailure.h"
 #include "network/network.h"
+#include "network/noisyMAX.h"
 #include "network/nodeDef.h"
 #include "network/nodeVal.h"
 #include "network/status.h"
@@ -59,11 +63,108 @@ void SumOut(VEK_rNode* n) {
     n->ownsTable = true;
     n->numStates = 1;
     n->handle = -1;
+    n->link = false;
 }
 
 void Unlink(std::vector<VEK_rNode*>& list, const VEK_rNode* n) {
     auto it = std::find(list.begin(), list.end(), n);
     if (it != list.end()) list.erase(it);
+}
+
+// Noisy-MAX tables with more entries than this are not computed for
+// inference; the node enters as a chain of small tables instead.
+constexpr int64_t kMaxNoisyTableEntries = int64_t(1) << 22;
+
+// A noisy-MAX node is decomposed when its table would be too large, or when
+// the network asks for decomposition and the node has more parents than the
+// network's limit.
+const VEK_noisyMAX* DecomposedNoisyMax(const VEK_network& net, const VEK_node& node) {
+    const auto* def = dynamic_cast<const VEK_noisyMAX*>(node.Definition());
+    const VEK_intArray& parents = node.Parents();
+    if (!def || parents.GetSize() < 2 || def->GetNumberOfParents() != parents.GetSize()) return nullptr;
+    if (net.IsNoisyDecompEnabled() && parents.GetSize() > net.GetNoisyDecompLimit()) return def;
+    int64_t entries = def->GetNumberOfOutcomes();
+    for (int p : parents) {
+        const VEK_nodeDef* pd = net.GetDef(p);
+        entries *= pd ? std::max(pd->GetNumberOfOutcomes(), 1) : 1;
+        if (entries > kMaxNoisyTableEntries) return def;
+    }
+    return nullptr;
+}
+
+// The noisy-MAX node r as a chain over its parents: Y1 = max(leak, Z1),
+// Yj = max(Y(j-1), Zj), the node itself being the last Y. Zj is the level
+// that parent j causes, distributed as its CI column for the parent's
+// state; higher levels have lower outcome indices, so max is min on
+// indices. Each link is an ordinary conditional table of at most n*m*n
+// entries, and the product of the chain summed over the links is the
+// node's table.
+void ChainNoisyMax(const VEK_noisyMAX& def, VEK_rNode* r, const std::vector<VEK_rNode*>& parents,
+                   std::vector<std::unique_ptr<VEK_rNode>>& aux) {
+    const int n = r->numStates;
+    VEK_Dmatrix square;
+    def.SquareCiToCptSingleStep(square);
+    std::vector<double> leak(static_cast<size_t>(n) + 1, 0.0);
+    for (int y = 0; y < n; ++y) leak[static_cast<size_t>(y)] = square[y * n + y];
+    std::vector<double> c(static_cast<size_t>(n) + 1, 0.0);
+    VEK_rNode* prev = nullptr;
+    const size_t k = parents.size();
+    for (size_t j = 0; j < k; ++j) {
+        VEK_Dmatrix factor;
+        def.GetCumulativeFactor(static_cast<int>(j), factor);
+        const int m = parents[j]->numStates;
+        VEK_rNode* link = r;
+        if (j + 1 < k) {
+            aux.push_back(std::make_unique<VEK_rNode>());
+            link = aux.back().get();
+            link->source = r->source;
+            link->numStates = n;
+            link->link = true;
+        }
+        VEK_intArray dims;
+        if (prev) dims.Add(n);
+        dims.Add(m);
+        dims.Add(n);
+        link->table.Setup(dims);
+        link->ownsTable = true;
+        link->netTable = nullptr;
+        double* out = link->table.Items();
+        const int levels = prev ? n : 1;
+        for (int a = 0; a < levels; ++a) {
+            for (int o = 0; o < m; ++o, out += n) {
+                for (int y = 0; y <= n; ++y) c[static_cast<size_t>(y)] = y < n ? factor[o * n + y] : 0.0;
+                if (!prev) {
+                    // Cumulative of min(leak, Z): the product of the cumulatives.
+                    for (int y = 0; y < n; ++y) c[static_cast<size_t>(y)] *= leak[static_cast<size_t>(y)];
+                }
+                for (int y = 0; y < n; ++y) {
+                    double v = 0.0;
+                    if (!prev || y < a) {
+                        v = c[static_cast<size_t>(y)] - c[static_cast<size_t>(y) + 1];
+                    } else if (y == a) {
+                        v = c[static_cast<size_t>(y)];
+                    }
+                    out[y] = v > 0.0 ? v : 0.0;
+                }
+            }
+        }
+        link->parents.clear();
+        if (prev) {
+            link->parents.push_back(prev);
+            prev->children.push_back(link);
+        }
+        link->parents.push_back(parents[j]);
+        parents[j]->children.push_back(link);
+        prev = link;
+    }
+}
+
+bool AllValid(const VEK_Dmatrix& t) {
+    const double* p = t.Items();
+    const int n = t.GetSize();
+    for (int i = 0; i < n; ++i)
+        if (!(p[i] >= 0.0 && p[i] <= 1.7976931348623157e308)) return false;
+    return true;
 }
 
 bool UsableForBeliefs(int type) {
@@ -75,7 +176,7 @@ bool UsableForBeliefs(int type) {
 
 // ---------------------------------------------------------------- VEK_rNetwork
 
-int VEK_rNetwork::Build() {
+int VEK_rNetwork::Build(bool noisyChains) {
     VEK_network& net = *net_;
     nodes_.clear();
     barren_ = 0;
@@ -84,13 +185,16 @@ int VEK_rNetwork::Build() {
     const bool everyNodeTarget = net.GetTargetCount() == 0;
     nodes_.reserve(static_cast<size_t>(net.GetNumberOfNodes()));
 
+    std::vector<const VEK_noisyMAX*> decomposed(static_cast<size_t>(slots), nullptr);
     for (int h = 0; h < slots; ++h) {
         VEK_node* node = net.GetNode(h);
         if (!node) continue;
         VEK_nodeDef* def = node->Definition();
-        const VEK_Dmatrix* table = def ? def->GetMatrix() : nullptr;
+        if (noisyChains) decomposed[static_cast<size_t>(h)] = DecomposedNoisyMax(net, *node);
+        const VEK_Dmatrix* table = def && !decomposed[static_cast<size_t>(h)] ? def->GetMatrix() : nullptr;
         const int states = def ? def->GetNumberOfOutcomes() : 0;
-        if (!def || !UsableForBeliefs(def->GetType()) || !table || states < 1) {
+        if (!def || !UsableForBeliefs(def->GetType()) || (!table && !decomposed[static_cast<size_t>(h)]) ||
+            states < 1) {
             return net.Logger().VLogError(VEK_WRONG_NODE_TYPE,
                                           "Node [%s] has no probability table for belief updating", node->GetId());
         }
@@ -109,21 +213,25 @@ int VEK_rNetwork::Build() {
         nodes_.push_back(std::move(r));
     }
 
+    std::vector<std::unique_ptr<VEK_rNode>> aux;
+    std::vector<VEK_rNode*> parentNodes;
     for (auto& rp : nodes_) {
         VEK_rNode* r = rp.get();
         const VEK_node* node = net.GetNode(r->handle);
         const VEK_intArray& parents = node->Parents();
-        r->parents.reserve(static_cast<size_t>(parents.GetSize()));
-        for (int p : parents) {
-            VEK_rNode* pr = byHandle[static_cast<size_t>(p)];
-            r->parents.push_back(pr);
-            pr->children.push_back(r);
+        parentNodes.clear();
+        for (int p : parents) parentNodes.push_back(byHandle[static_cast<size_t>(p)]);
+        if (const VEK_noisyMAX* def = decomposed[static_cast<size_t>(r->handle)]) {
+            ChainNoisyMax(*def, r, parentNodes, aux);
+            continue;
         }
+        r->parents = parentNodes;
+        for (VEK_rNode* pr : parentNodes) pr->children.push_back(r);
     }
 
     for (auto& rp : nodes_) {
         VEK_rNode* r = rp.get();
-        const VEK_Dmatrix& t = *r->netTable;
+        const VEK_Dmatrix& t = r->Table();
         const VEK_node* node = net.GetNode(r->handle);
         // The table must be over the parents, in order, and the own outcomes.
         bool fits = t.GetNumberOfDimensions() == static_cast<int>(r->parents.size()) + 1 &&
@@ -137,13 +245,9 @@ int VEK_rNetwork::Build() {
         // NaN, infinite or negative entries would poison every potential they
         // reach; the update refuses them instead of producing meaningless
         // beliefs.
-        const double* p = t.Items();
-        const int n = t.GetSize();
-        for (int i = 0; i < n; ++i) {
-            if (!(p[i] >= 0.0 && p[i] <= 1.7976931348623157e308)) {
-                return net.Logger().VLogError(VEK_INVALID_VALUE, "Invalid probability in the definition of node [%s]",
-                                              node->GetId());
-            }
+        if (!AllValid(t)) {
+            return net.Logger().VLogError(VEK_INVALID_VALUE, "Invalid probability in the definition of node [%s]",
+                                          node->GetId());
         }
 
         const VEK_nodeVal* val = node->Value();
@@ -166,6 +270,13 @@ int VEK_rNetwork::Build() {
             }
         }
     }
+    for (auto& a : aux) {
+        if (!AllValid(a->table)) {
+            return net.Logger().VLogError(VEK_INVALID_VALUE, "Invalid probability in the definition of node [%s]",
+                                          net.GetNodeId(a->source));
+        }
+        nodes_.push_back(std::move(a));
+    }
     RenumberNodes();
     return VEK_OKAY;
 }
@@ -179,7 +290,8 @@ void VEK_rNetwork::Mark_Barren(VEK_rNode* node) {
     while (!stack.empty()) {
         VEK_rNode* n = stack.back();
         stack.pop_back();
-        if (n->mark != VEK_RMARK_NONE || n->IsObserved() || n->target || !n->children.empty() || n->handle < 0) {
+        if (n->mark != VEK_RMARK_NONE || n->IsObserved() || n->target || !n->children.empty() ||
+            (n->handle < 0 && !n->link)) {
             continue;
         }
         if (!ColumnsSumToOne(n->Table())) {
@@ -279,6 +391,10 @@ void VEK_rNetwork::Split(std::vector<VEK_rNetwork*>& out) {
         }
         ++count;
     }
+    if (count == 1) {
+        out.push_back(TakeAll());
+        return;
+    }
     // Components in the order of their first node; nodes keep handle order.
     std::vector<VEK_rNetwork*> parts(static_cast<size_t>(count), nullptr);
     try {
@@ -348,10 +464,11 @@ double VEK_rNetwork::Set_Prior_Beliefs(int* zeroCounter) {
 
 int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren) {
     if (barren) *barren = 0;
+    const bool noisyChains = (mask & VEK_RSPLIT_NOISY_CHAINS) != 0;
     if (!net.IsRelevanceEnabled()) mask = 0;
     if (net.GetNumberOfNodes() == 0) return VEK_OKAY;
     VEK_rNetwork full(net);
-    int res = full.Build();
+    int res = full.Build(noisyChains);
     if (res < 0) return res;
 
     // Without targets every node is one, so nothing is barren or a nuisance.
@@ -386,10 +503,14 @@ bool VEK_rNetworkContainer::DoRelevance(VEK_network& net, unsigned mask) {
     nets_.clear();
     status_ = VEK_OKAY;
     barren_ = 0;
+    tableTooLarge_ = false;
     try {
         status_ = VEK_relevantSplit(net, mask, nets_, &barren_);
     } catch (const std::bad_alloc&) {
         status_ = VEK_OUT_OF_MEMORY;
+    } catch (const std::overflow_error&) {
+        status_ = net.Logger().LogError(VEK_OUT_OF_MEMORY, VEK_kTableTooLarge);
+        tableTooLarge_ = true;
     } catch (const std::exception& ex) {
         status_ = net.Logger().LogError(VEK_GENERAL_ERROR, ex.what());
     }

@@ -21,6 +21,11 @@ constexpr int VEK_RMARK_BARREN = 20;
 constexpr unsigned VEK_RSPLIT_COMPONENTS = 1;  // split into connected sub-networks
 constexpr unsigned VEK_RSPLIT_PRUNE = 2;       // remove barren nodes and nuisance roots
 constexpr unsigned VEK_RSPLIT_ABSORB = 4;      // absorb evidence into the children
+// Noisy-MAX nodes whose table is too large (or that have more parents than
+// the network's decomposition limit, when decomposition is enabled) become
+// chains of small tables. Acted on whether relevance is enabled or not;
+// callers that read a node's family from one clique leave it out.
+constexpr unsigned VEK_RSPLIT_NOISY_CHAINS = 8;
 
 class VEK_rNode {
 public:
@@ -42,6 +47,9 @@ public:
     // Virtual evidence is multiplied into the table's own dimension.
     bool softEvidence = false;
     bool target = false;
+    // A link of the chain that stands for a decomposed noisy-MAX node (its
+    // handle is -1, source the node's); its table sums to 1 like any other.
+    bool link = false;
     int index = -1;
 
     const VEK_Dmatrix& Table() const { return ownsTable ? table : *netTable; }
@@ -62,7 +70,7 @@ public:
     // One reduced node per network node, in handle order. Virtual evidence is
     // multiplied into the tables and controlled nodes lose their parents.
     // Negative status (logged) for a node without a usable table.
-    int Build();
+    int Build(bool noisyChains = false);
 
     int GetNodeCount() const { return static_cast<int>(nodes_.size()); }
     VEK_rNode* GetNode(int i) const { return nodes_[i].get(); }
@@ -114,6 +122,9 @@ public:
     // Frees one sub-network (its slot stays, holding null).
     void DeleteAt(int i);
     int GetStatus() const { return status_; }
+    // The split failed because some table has more entries than an int
+    // counts (logged, status -42): no smaller run can help.
+    bool TableTooLarge() const { return tableTooLarge_; }
     // Barren nodes go only when their columns sum to 1 within rounding, so
     // the product of the sub-networks' probabilities of evidence is the
     // network's.
@@ -123,6 +134,7 @@ private:
     std::vector<VEK_rNetwork*> nets_;
     int status_ = 0;
     int barren_ = 0;
+    bool tableTooLarge_ = false;
 };
 
 // Builds the reduced network, applies the relevance steps that the mask and

@@ -1,17 +1,49 @@
 // Relevance event hooks: every model change drops computed beliefs; with
 // relevance reasoning on, evidence is checked against the node's table and
 // its deterministic consequences are set as propagated evidence.
+#include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include "inference/inferenceCache.h"
+#include "network/lazyDef.h"
 #include "network/network.h"
 #include "network/nodeDef.h"
 #include "network/nodeVal.h"
 
 namespace {
 
+// Marks the propagated evidence as being recomputed for the lifetime of the
+// scope, so that an exception on the way cannot leave the mark set and
+// deterministic propagation silently off for the network.
+class DeterminingScope {
+public:
+    explicit DeterminingScope(VEK_inferenceCache& cache) : flag_(cache.determining) { flag_ = true; }
+    ~DeterminingScope() { flag_ = false; }
+    DeterminingScope(const DeterminingScope&) = delete;
+    DeterminingScope& operator=(const DeterminingScope&) = delete;
+
+private:
+    bool& flag_;
+};
+
 // Truth tables with more columns than this are not searched backwards.
 constexpr int kMaxDeterminedColumns = 1 << 20;
+// Tables of canonical definitions are computed on demand; a larger one is
+// not computed just to check evidence (inference does not need it either).
+constexpr int64_t kMaxComputedEntries = int64_t(1) << 22;
+
+bool TableAtHand(const VEK_network& net, int h, const VEK_nodeDef& def) {
+    const auto* lazy = dynamic_cast<const VEK_lazyDef*>(&def);
+    if (!lazy || lazy->IsCptValid()) return true;
+    int64_t entries = std::max(def.GetNumberOfOutcomes(), 1);
+    for (int p : net.GetNode(h)->Parents()) {
+        const VEK_nodeDef* pd = net.GetDef(p);
+        entries *= pd ? std::max(pd->GetNumberOfOutcomes(), 1) : 1;
+        if (entries > kMaxComputedEntries) return false;
+    }
+    return true;
+}
 
 bool IsTruthTable(const VEK_network& net, int h) {
     const VEK_nodeDef* d = net.GetDef(h);
@@ -122,7 +154,7 @@ static void RecomputePropagatedEvidence(VEK_network& net, bool evidenceOnly) {
         anyEvidence |= v->IsRealEvidence();
     }
     if (!anyPropagated && (evidenceOnly || !anyEvidence)) return;
-    cache.determining = true;
+    const DeterminingScope scope(cache);
     for (int h = 0; h < net.GetSlotCount(); ++h) {
         VEK_nodeVal* v = net.GetVal(h);
         if (v && v->IsPropagatedEvidence()) v->ClearPropagatedEvidence();
@@ -135,7 +167,6 @@ static void RecomputePropagatedEvidence(VEK_network& net, bool evidenceOnly) {
             if (v && v->IsRealEvidence()) FunctionDetermine(net, h);
         }
     }
-    cache.determining = false;
 }
 
 int VEK_network::RelevanceEvidenceSet(int handle) {
@@ -148,7 +179,7 @@ int VEK_network::RelevanceEvidenceSet(int handle) {
 
     VEK_nodeVal* val = GetVal(handle);
     const int e = val->GetEvidence();
-    const VEK_Dmatrix* t = def->GetMatrix();
+    const VEK_Dmatrix* t = TableAtHand(*this, handle, *def) ? def->GetMatrix() : nullptr;
     if (t && e >= 0 && e < t->GetLastDimensionSize()) {
         const int n = t->GetLastDimensionSize();
         bool possible = false;
@@ -161,10 +192,8 @@ int VEK_network::RelevanceEvidenceSet(int handle) {
         }
     }
     if ((flags_ & VEK_FLAG_DETERMINISTIC_PROPAGATION) && !InferenceCache().determining && !IsReading()) {
-        InferenceCache().determining = true;
-        const int res = FunctionDetermine(*this, handle);
-        InferenceCache().determining = false;
-        return res;
+        const DeterminingScope scope(InferenceCache());
+        return FunctionDetermine(*this, handle);
     }
     return VEK_OKAY;
 }

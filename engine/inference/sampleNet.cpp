@@ -229,6 +229,7 @@ double SampleNet::OneImportanceSample() {
 void SampleNet::SetTotalTableToZero() {
     std::fill(acc_.begin(), acc_.end(), 0.0);
     totalWeight_ = 0.0;
+    totalSquare_ = 0.0;
     accExp_ = 0;
     learnTotal_ = 0.0;
     learnExp_ = 0;
@@ -249,9 +250,17 @@ double SampleNet::ToScale(double w, std::vector<double>& table, double& total, i
 
 void SampleNet::AddWeight(double w) {
     if (!(w > 0.0) || !std::isfinite(w)) return;
+    const int before = accExp_;
+    const bool first = totalWeight_ == 0.0;
     w = ToScale(w, acc_, totalWeight_, accExp_);
+    if (first) {
+        totalSquare_ = 0.0;
+    } else if (accExp_ != before) {
+        totalSquare_ = std::ldexp(totalSquare_, 2 * (before - accExp_));
+    }
     if (!(w > 0.0)) return;  // negligible next to the samples so far
     totalWeight_ += w;
+    totalSquare_ += w * w;
     for (int p : free_) acc_[static_cast<size_t>(stateOff_[static_cast<size_t>(p)] + x_[static_cast<size_t>(p)])] += w;
 }
 

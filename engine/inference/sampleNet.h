@@ -34,6 +34,14 @@ public:
     int BN_EPIS_Sampling();         // importance tables from loopy propagation, then Sampling
     int LBP();                      // loopy belief propagation
 
+    // True when the last run's weights rest on too few samples to be of use:
+    // no weight at all, or an effective sample size (the squared sum of the
+    // weights over the sum of their squares) below kMinEffectiveShare of
+    // the samples drawn. Evidence far out in the tails does this to every
+    // importance function that does not look at the evidence first.
+    bool WeightsCollapsed() const;
+    static constexpr double kMinEffectiveShare = 0.05;
+
     // Exact message passing; only for a sub-network whose arcs form a tree.
     // 0, or -43 (logged) when the evidence is impossible.
     int PearlPolytree();
@@ -90,6 +98,10 @@ private:
 
     // ---- message passing (loopyBelief.cpp)
     void InitMessages();
+    // The importance tables of EPIS: the conditional tables weighed by the
+    // evidence that a few sweeps of loopy propagation bring to each node,
+    // small probabilities raised to the EPIS thresholds.
+    void EvidencePrePropagation();
     // One sweep over all nodes in order (forward) or reverse order; returns
     // the largest change of any message.
     double PropagationSweep(bool forward);
@@ -127,6 +139,7 @@ private:
     std::vector<size_t> col_;
     std::vector<double> acc_;
     double totalWeight_ = 0.0;
+    double totalSquare_ = 0.0;  // sum of the squared weights, on the scale of acc_ squared
     int weightExp_ = 0;
     int accExp_ = 0;
     double learnTotal_ = 0.0;
@@ -144,4 +157,5 @@ private:
     std::vector<int> u_;           // parent states of the current column
     std::vector<int> newLamOff_;   // per parent
     std::vector<char> mode_;       // per node, state of a backward sample
+    double damping_ = 0.0;         // share of a message's old value kept on update
 };

@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 
+#include "inference/caughtFailure.h"
 #include "inference/rNetwork.h"
 #include "inference/sampleNet.h"
 #include "inference/samplingAdapter.h"
@@ -14,8 +15,8 @@
 
 namespace {
 
-constexpr unsigned kSamplingMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE;
-constexpr unsigned kPearlMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB;
+constexpr unsigned kSamplingMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_NOISY_CHAINS;
+constexpr unsigned kPearlMask = VEK_RSPLIT_COMPONENTS | VEK_RSPLIT_PRUNE | VEK_RSPLIT_ABSORB | VEK_RSPLIT_NOISY_CHAINS;
 
 // A one-node sub-network is exact from its table; 0 when its evidence (or
 // the whole of its table) has probability 0.
@@ -47,6 +48,14 @@ int RunSamplingSplit(VEK_network& net, VEK_sampleMethod method) {
             SampleNet sample(adapter, net.GetRandGen());
             sample.SetParameterForImportanceSampling();
             res = (sample.*method)();
+            // When the evidence lies so far in the tails that the method's
+            // weights collapse onto a few samples (or none), its estimate is
+            // of no use; the samples are drawn again from the importance
+            // tables of evidence pre-propagation, as EPIS draws them.
+            if (method != &SampleNet::LBP && method != &SampleNet::BN_EPIS_Sampling && sample.WeightsCollapsed()) {
+                sample.SetParameterForImportanceSampling();
+                res = sample.BN_EPIS_Sampling();
+            }
             sample.ClearImportanceParameter();
         }
         container.DeleteAt(i);
@@ -61,10 +70,8 @@ int RunSampling(VEK_network& net, VEK_sampleMethod method) {
     // Nothing is thrown past the engine's boundary.
     try {
         return RunSamplingSplit(net, method);
-    } catch (const std::bad_alloc&) {
-        return net.Logger().LogError(VEK_OUT_OF_MEMORY);
-    } catch (const std::exception& ex) {
-        return net.Logger().LogError(VEK_GENERAL_ERROR, ex.what());
+    } catch (...) {
+        return VEK_caughtFailure(net.Logger());
     }
 }
 
@@ -113,9 +120,7 @@ int PearlSplit(VEK_network& net) {
 int VEK_Infer_Pearl(VEK_network& net) {
     try {
         return PearlSplit(net);
-    } catch (const std::bad_alloc&) {
-        return net.Logger().LogError(VEK_OUT_OF_MEMORY);
-    } catch (const std::exception& ex) {
-        return net.Logger().LogError(VEK_GENERAL_ERROR, ex.what());
+    } catch (...) {
+        return VEK_caughtFailure(net.Logger());
     }
 }

@@ -232,11 +232,8 @@ int SampleNet::BN_AIS_Sampling() {
     return Sampling();
 }
 
-int SampleNet::BN_EPIS_Sampling() {
-    if (icpt_.size() != cpt_.size()) SetParameterForImportanceSampling();
-    if (!HasEvidence()) return Sampling();
+void SampleNet::EvidencePrePropagation() {
     const VEK_EPISParams& params = adapter_.GetEPISParams();
-
     // Loopy propagation brings the evidence to every node; the importance
     // table of a node is its conditional table times the messages from its
     // children.
@@ -270,5 +267,17 @@ int SampleNet::BN_EPIS_Sampling() {
     }
     std::vector<char> all(static_cast<size_t>(n_), 1);
     CutOffSmall(all, eps);
+}
+
+int SampleNet::BN_EPIS_Sampling() {
+    if (icpt_.size() != cpt_.size()) SetParameterForImportanceSampling();
+    if (!HasEvidence()) return Sampling();
+    EvidencePrePropagation();
     return Sampling();
+}
+
+bool SampleNet::WeightsCollapsed() const {
+    if (!(totalWeight_ > 0.0) || !std::isfinite(totalWeight_) || !(totalSquare_ > 0.0)) return true;
+    const double effective = totalWeight_ * totalWeight_ / totalSquare_;
+    return effective < kMinEffectiveShare * samples_;
 }

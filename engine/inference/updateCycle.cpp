@@ -4,6 +4,7 @@
 #include <exception>
 #include <new>
 
+#include "inference/caughtFailure.h"
 #include "inference/clustering.h"
 #include "inference/cooperSolver.h"
 #include "inference/inferenceCache.h"
@@ -67,10 +68,8 @@ int VEK_network::UpdateBeliefs() {
     // caller's code and may throw past this point.
     try {
         res = DoUpdateBeliefs();
-    } catch (const std::bad_alloc&) {
-        res = logger_.LogError(VEK_OUT_OF_MEMORY);
-    } catch (const std::exception& ex) {
-        res = logger_.LogError(VEK_GENERAL_ERROR, ex.what());
+    } catch (...) {
+        res = VEK_caughtFailure(logger_);
     }
     if (listener_) listener_->OnUpdate(*this, res);
     return res;
@@ -180,9 +179,7 @@ int VEK_network::ProbEvidence(double& p) {
     if (InferenceCache().GetLastProbEvidence(p)) return VEK_OKAY;
     try {
         return TsClusteringProbE(*this, p);
-    } catch (const std::bad_alloc&) {
-        return logger_.LogError(VEK_OUT_OF_MEMORY);
-    } catch (const std::exception& ex) {
-        return logger_.LogError(VEK_GENERAL_ERROR, ex.what());
+    } catch (...) {
+        return VEK_caughtFailure(logger_);
     }
 }

@@ -1,9 +1,12 @@
 """Noisy-MAX strengths, synchronization and expanded tables; DeMorgan prior,
 parent types and weights."""
+import math
+import random
+
 import pytest
 
 import pyquarn
-from pyquarn import DeMorganParentType, NodeType
+from pyquarn import BayesianAlgorithmType, DeMorganParentType, NodeType
 
 from conftest import describe, quarn_error
 
@@ -139,3 +142,67 @@ def test_arcs_into_demorgan_only_from_demorgan(canon):
         net.add_arc(h["A"], h["D"])
     with quarn_error(-51):
         net.add_arc(h["D"], h["N"])
+
+
+
+def build_noisy_or(net, k, seed):
+    """Y: binary noisy-MAX over k independent binary roots P0..; returns the
+    roots' priors of their first outcome, their strengths and the leak."""
+    rng = random.Random(seed)
+    y = net.add_node(NodeType.NOISY_MAX, "Y")
+    priors = [rng.uniform(0.05, 0.6) for _ in range(k)]
+    strengths = [rng.uniform(0.05, 0.3) for _ in range(k)]
+    for j, q in enumerate(priors):
+        p = net.add_node(NodeType.CPT, "P%d" % j)
+        net.set_node_definition(p, [q, 1 - q])
+        net.add_arc(p, y)
+    net.set_node_definition(y, [x for s in strengths for x in (s, 1 - s, 0.0, 1.0)] + [0.02, 0.98])
+    return priors, strengths, 0.02
+
+
+@pytest.mark.parametrize("algorithm", [BayesianAlgorithmType.LAURITZEN, BayesianAlgorithmType.PEARL])
+def test_noisy_max_too_large_for_a_table_is_decomposed(net, algorithm):
+    # 30 parents: the table would have 2^31 entries.
+    priors, strengths, leak = build_noisy_or(net, 30, 7)
+
+    def absent(skip=None):  # closed form of P(Y not caused), parent skip left out
+        return (1 - leak) * math.prod(1 - q * s for j, (q, s) in enumerate(zip(priors, strengths)) if j != skip)
+    net.set_bayesian_algorithm(algorithm)
+    net.update_beliefs()
+    assert net.get_node_value("Y") == pytest.approx([1 - absent(), absent()], abs=1e-12)
+    net.set_evidence("Y", 0)
+    net.update_beliefs()
+    for j in (0, 17, 29):
+        want = priors[j] * (1 - (1 - strengths[j]) * absent(j)) / (1 - absent())
+        assert net.get_node_value("P%d" % j) == pytest.approx([want, 1 - want], abs=1e-12)
+    with quarn_error(-42, text="QUARN Error -42 in function Network.GetNoisyExpandedDefinition. Table too large: "
+                               "a probability table would have more than 2147483647 entries"):
+        net.get_noisy_expanded_definition("Y")
+
+
+def test_noisy_decomposition_agrees_with_the_full_table(net):
+    build_noisy_or(net, 6, 3)
+    # Three levels, and a three-state parent whose strongest state is its last.
+    net.add_outcome("Y", "y2")
+    net.add_outcome("P4", "p2")
+    net.set_node_definition("P4", [0.2, 0.5, 0.3])
+    net.set_noisy_parent_strengths("Y", "P4", [2, 0, 1])
+    columns = [[0.5, 0.3, 0.2], [0.1, 0.2, 0.7], [0, 0, 1]]
+    net.set_node_definition("Y", [x for j in range(6) for c in (columns if j == 4 else columns[1:]) for x in c]
+                            + [0.05, 0.15, 0.8])
+    net.set_evidence("P2", 1)
+    net.set_evidence("Y", 1)
+    net.update_beliefs()
+    full = [x for h in net.get_all_nodes() for x in net.get_node_value(h)]
+    net.set_noisy_decomposition_enabled(True)
+    net.set_noisy_decomposition_limit(2)
+    net.update_beliefs()
+    assert [x for h in net.get_all_nodes() for x in net.get_node_value(h)] == pytest.approx(full, abs=1e-12)
+    # A table that cannot be held at all.
+    d = net.add_node(NodeType.DEMORGAN, "D")
+    for j in range(31):
+        net.add_arc(net.add_node(NodeType.DEMORGAN, "Q%d" % j), d)
+    net.set_evidence("D", 0)
+    with quarn_error(-42, contains="Table too large: a probability table would have more than 2147483647 entries"):
+        net.update_beliefs()
+    assert net.get_evidence("D") == 0

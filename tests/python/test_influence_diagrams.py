@@ -128,3 +128,19 @@ def test_policy_search_refuses_a_merge_with_too_many_parents():
     net.set_influence_diagram_algorithm(IDA.POLICY_EVALUATION)
     net.update_beliefs()
     assert net.get_node_value("D") == pytest.approx([2.0, 2.0])
+
+
+def test_policy_evaluation_refuses_results_too_large_for_memory():
+    # 19 observed parents and two options: 2^20 combinations, each keeping a
+    # value per node and the beliefs of every chance node.
+    net = pyquarn.Network()
+    add(net, NodeType.DECISION, "D", 2)
+    net.add_node(NodeType.UTILITY, "U")
+    net.add_arc("D", "U")
+    for i in range(19):
+        add(net, NodeType.CPT, "C%d" % i, 2)
+        net.add_arc("C%d" % i, "D")
+    before = describe(net)
+    with quarn_error(-42, contains="Evaluating 1048576 combinations of decisions and observations would need"):
+        net.update_beliefs()
+    assert describe(net) == before

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "inference/essJoinTree.h"
+#include "inference/inferenceCache.h"
 #include "inference/rNetwork.h"
 #include "inference/tsAdapter.h"
 #include "inference/tsMatrix.h"
@@ -291,5 +292,23 @@ TEST(EssJoinTree, FamilyPosteriorsMatchEnumeration) {
             none.Add(9999);
             EXPECT_EQ(tree.FindClique(none), nullptr);
         }
+    }
+}
+
+// A split into more sub-networks than the cache keeps from older updates
+// still finds every tree it compiled when the update is repeated.
+TEST(InferenceCache, KeepsTheTreesOfEverySubNetworkOfASplit) {
+    VEK_network net;
+    constexpr int kPairs = 3 * VEK_inferenceCache::kMaxTrees / 2;
+    for (int i = 0; i < kPairs; ++i) {
+        const int a = AddNode(net, Name("A", i), 2);
+        const int b = AddNode(net, Name("B", i), 2);
+        ASSERT_EQ(net.AddArc(a, b), 0);
+        ASSERT_EQ(SetTable(net, b, {0.9, 0.1, 0.2, 0.8}), 0);
+    }
+    for (int round = 0; round < 2; ++round) {
+        net.InvalidateAllBeliefs();
+        ASSERT_EQ(net.UpdateBeliefs(), 0);
+        EXPECT_EQ(net.InferenceCache().TreeCount(), kPairs);
     }
 }

@@ -227,7 +227,10 @@ TEST_P(SamplingReference, SharedNetworksWithAndWithoutEvidence) {
 INSTANTIATE_TEST_SUITE_P(Algorithms, SamplingReference, ::testing::Range(1, 10),
                          [](const ::testing::TestParamInfo<int>& info) { return Name("id", info.param); });
 
-TEST(Sampling, EpisAndAisBeatLogicSamplingOnUnlikelyEvidence) {
+// Evidence so unlikely that forward draws almost never meet it: every
+// sampler still gives usable estimates, where plain logic and likelihood
+// sampling alone would rest on a handful of samples.
+TEST(Sampling, EverySamplerHoldsUpOnUnlikelyEvidence) {
     VEK_network net;
     std::vector<Scenario> scenarios;
     ASSERT_TRUE(LoadNetwork("hailfinder", net, scenarios));
@@ -239,17 +242,13 @@ TEST(Sampling, EpisAndAisBeatLogicSamplingOnUnlikelyEvidence) {
     Enter(net, scenarios[k]);
     net.SetRandSeed(3);
     net.SetNumberOfSamples(5000);
-    double err[10] = {};
-    for (int alg : {1, 7, 8}) {
+    for (int alg : {1, 3, 4, 6, 7, 8}) {
         net.SetDefaultBNAlgorithm(alg);
         ASSERT_EQ(net.UpdateBeliefs(), 0) << alg;
-        err[alg] = MaxError(net, scenarios[k]);
-        ASSERT_GE(err[alg], 0.0) << alg;
+        const double err = MaxError(net, scenarios[k]);
+        EXPECT_GE(err, 0.0) << alg;
+        EXPECT_LT(err, 0.05) << alg;
     }
-    EXPECT_LT(err[8], 0.05);
-    EXPECT_LT(err[7], 0.05);
-    EXPECT_GT(err[1], 4 * err[8]);
-    EXPECT_GT(err[1], 4 * err[7]);
 }
 
 TEST(Sampling, SameSeedIsBitIdenticalAndHeuristicImportanceIsLikelihoodSampling) {
