@@ -44,6 +44,7 @@ bench: setup
 	cmake --build build/bench -j $(JOBS)
 	for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
 	PYTHONPATH=build/bench/python $(PYTHON) bench/bench.py
+	PYTHONPATH=build/bench/python $(PYTHON) bench/bench_build.py
 
 clean:
 	rm -rf build

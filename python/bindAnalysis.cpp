@@ -101,7 +101,7 @@ Explanation MakeExplanation(const VEK_network& net, const std::vector<int>& hand
 
 PyMpeResults WrpMostProbableExplanation(VEK_network* net) {
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    Wrp::ClearLog(logger);
     VEK_mpeResult r;
     const int res = VEK_mostProbableExplanation(*net, r);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.MostProbableExplanation", logger);
@@ -115,7 +115,7 @@ std::vector<int> CheckHandles(const VEK_network& net, const std::vector<int>& ha
 
 PyAnnealedMapResults WrpAnnealedMap(VEK_network* net, const std::vector<int>& nodes, const AnnealedMapTuning& tuning) {
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    Wrp::ClearLog(logger);
     VEK_mapResult r;
     const int res = VEK_annealedMap(*net, nodes, AnnealedMapTuningToEngine(tuning), r);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.AnnealedMap", logger);
@@ -124,7 +124,7 @@ PyAnnealedMapResults WrpAnnealedMap(VEK_network* net, const std::vector<int>& no
 
 PyAnnealedMapResults WrpExactMap(VEK_network* net, const std::vector<int>& nodes) {
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    Wrp::ClearLog(logger);
     VEK_mapResult r;
     const int res = VEK_exactMap(*net, nodes, r);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ExactMap", logger);
@@ -133,7 +133,7 @@ PyAnnealedMapResults WrpExactMap(VEK_network* net, const std::vector<int>& nodes
 
 PySensitivityResults WrpCalcSensitivity(VEK_network* net) {
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    Wrp::ClearLog(logger);
     std::vector<VEK_nodeSensitivity> items;
     const int res = VEK_calcSensitivity(*net, items);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.CalcSensitivity", logger);
@@ -153,7 +153,7 @@ PySensitivityResults WrpCalcSensitivity(VEK_network* net) {
 void WrpMarginalizeNode(VEK_network* net, int handle) {
     VEK_logger& logger = Deref(net).Logger();
     ValidateNodeHandle(*net, handle);
-    logger.Clear();
+    Wrp::ClearLog(logger);
     const int res = VEK_marginalizeNode(*net, handle);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.MarginalizeNode", logger);
 }
@@ -163,7 +163,7 @@ void WrpMarginalizeNode(VEK_network* net, int handle) {
 template <class Fn>
 void VoiCall(PyValueOfInfo& self, const char* function, Fn&& fn) {
     VEK_logger& logger = self.net->Logger();
-    logger.Clear();
+    Wrp::ClearLog(logger);
     const int res = fn();
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, function, logger);
 }

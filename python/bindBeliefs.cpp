@@ -8,7 +8,7 @@ namespace {
 
 void WrpUpdateBeliefs(VEK_network* net) {
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    ClearLog(logger);
     int res = net->UpdateBeliefs();
     if (res != 0) ThrowQuarnExceptionWithLog(res, "Network.UpdateBeliefs", logger);
 }

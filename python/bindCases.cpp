@@ -31,12 +31,6 @@ std::string NodeText(const VEK_network& net, int handle) {
     return "node '" + CopyConstCharPtr(net.GetNodeId(handle)) + "'";
 }
 
-void CheckText(const std::string& text, const char* function) {
-    if (text.find('\0') != std::string::npos) {
-        ThrowQuarnException(VEK_INVALID_VALUE, function, "Text holds a NUL character");
-    }
-}
-
 // Why the engine refused a case name (it returns -2 for both).
 void ThrowNameRefused(int code, const VEK_network& net, const std::string& name, const char* function) {
     if (name.empty()) ThrowQuarnException(code, function, "Case name cannot be empty");
@@ -104,7 +98,7 @@ void ValidateCaseItem(VEK_network& net, int handle, const CaseEvidence& item, co
 
 int WrpAddCase(VEK_network* net, const std::string& name) {
     VEK_network& n = Deref(net);
-    CheckText(name, "Network.AddCase");
+    ValidateText(name, "Network.AddCase");
     int res = n.Cases().Add(name.c_str());
     if (res < 0) ThrowNameRefused(res, n, name, "Network.AddCase");
     return res;
@@ -134,7 +128,7 @@ std::vector<std::string> WrpGetAllCaseNames(VEK_network* net) {
 
 void WrpSetCaseName(VEK_network* net, int index, const std::string& name) {
     ValidateCase(Deref(net), index);
-    CheckText(name, "Network.SetCaseName");
+    ValidateText(name, "Network.SetCaseName");
     int res = net->Cases().SetName(index, name.c_str());
     if (res < 0) ThrowNameRefused(res, *net, name, "Network.SetCaseName");
 }
@@ -211,11 +205,11 @@ void WrpApplyCaseToNetwork(VEK_network* net, int index) {
     ValidateCase(Deref(net), index);
     {
         VEK_network trial(*net);
-        trial.Logger().Clear();
+        ClearLog(trial.Logger());
         int res = trial.Cases().ApplyToNetwork(index, trial);
         if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ApplyCaseToNetwork", trial.Logger());
     }
-    net->Logger().Clear();
+    ClearLog(net->Logger());
     int res = net->Cases().ApplyToNetwork(index, *net);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ApplyCaseToNetwork", net->Logger());
 }

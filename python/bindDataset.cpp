@@ -20,12 +20,6 @@ using VarRef = std::variant<int, std::string>;
 
 constexpr const char* kOccuredText = "QUARN Error Occured. ";
 
-void RejectNul(const std::string& text, const char* function, const char* what) {
-    if (text.find('\0') != std::string::npos) {
-        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function, std::string(what) + " contains a NUL character");
-    }
-}
-
 int ValidateVariable(const VEK_dataset& data, const VarRef& ref) {
     if (const int* index = std::get_if<int>(&ref)) {
         if (!data.IsValidVariable(*index)) {
@@ -63,7 +57,7 @@ void RequireKind(const VEK_dataset& data, int var, bool discrete, const char* fu
 void WrpReadFile(VEK_dataset* data, const std::string& path, const std::string& token, int missingInt,
                  double missingFloat, bool columnIdsPresent) {
     Deref(data);
-    RejectNul(path, "DataSet.ReadFile", "File name");
+    ValidateText(path, "DataSet.ReadFile", "File name");
     VEK_datasetParseParams params;
     params.missingValueToken = token;
     params.missingInt = missingInt;
@@ -80,7 +74,7 @@ void WrpReadFile(VEK_dataset* data, const std::string& path, const std::string& 
 void WrpWriteFile(const VEK_dataset* data, const std::string& path, const std::string& separator,
                   const std::string& token, bool columnIdsPresent, const std::string& floatFormat) {
     ValidateObject(data);
-    RejectNul(path, "DataSet.WriteFile", "File name");
+    ValidateText(path, "DataSet.WriteFile", "File name");
     if (separator.size() != 1) {
         ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, "DataSet.WriteFile",
                                        "The separator must be a single character");
@@ -98,7 +92,7 @@ void WrpWriteFile(const VEK_dataset* data, const std::string& path, const std::s
 int WrpAddVariable(VEK_dataset* data, const std::string& id, bool discrete, int missingInt, double missingFloat) {
     const char* function = discrete ? "DataSet.AddIntVariable" : "DataSet.AddFloatVariable";
     Deref(data);
-    RejectNul(id, function, "Variable id");
+    ValidateText(id, function, "Variable id");
     int res = discrete ? data->AddIntVariable(id.c_str(), missingInt)
                        : data->AddFloatVariable(id.c_str(), static_cast<float>(missingFloat));
     if (res == VEK_DUPLICATED_IDENTIFIER) {
@@ -111,7 +105,7 @@ int WrpAddVariable(VEK_dataset* data, const std::string& id, bool discrete, int 
 
 void WrpSetVariableId(VEK_dataset* data, const VarRef& ref, const std::string& id) {
     int var = ValidateVariable(Deref(data), ref);
-    RejectNul(id, "DataSet.SetVariableId", "Variable id");
+    ValidateText(id, "DataSet.SetVariableId", "Variable id");
     int res = data->SetId(var, id.c_str());
     if (res == VEK_DUPLICATED_IDENTIFIER) {
         ThrowQuarnExceptionWithMessage(res, "DataSet.SetVariableId", "Duplicated variable id: '" + id + "'");

@@ -48,10 +48,12 @@ std::vector<std::string> WrpGetMauExpressions(VEK_network* net, int handle) {
 
 void WrpSetMauExpressions(VEK_network* net, int handle, const std::vector<std::string>& expressions) {
     VEK_mau& mau = GetMau(Deref(net), handle, "Network.SetMauExpressions");
+    for (const std::string& e : expressions) ValidateText(e, "Network.SetMauExpressions", "Expression");
     ValidateResult(mau.SetExpressions(expressions), "Network.SetMauExpressions");
 }
 
 void WrpSetExtFunctions(VEK_network* net, const std::vector<std::string>& functions) {
+    for (const std::string& f : functions) ValidateText(f, "Network.SetExtFunctions", "Function");
     Deref(net).ExtFunctions() = functions;
 }
 

@@ -65,7 +65,7 @@ public:
     }
     template <class Op>
     void Run(const char* function, Op op) {
-        net_->Logger().Clear();
+        Wrp::ClearLog(net_->Logger());
         Check(op(), function);
     }
 

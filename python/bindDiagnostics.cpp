@@ -20,13 +20,6 @@ VEK_discDef& OutcomeDef(VEK_network* net, int handle, int outcome, const char* f
     return def;
 }
 
-// Texts go to the engine as C strings; a NUL would silently cut them short.
-void CheckText(const std::string& text, const char* function) {
-    if (text.find('\0') != std::string::npos) {
-        ThrowQuarnException(VEK_INVALID_VALUE, function, "Text holds a NUL character");
-    }
-}
-
 InfluenceDiagramAlgorithmType::Value WrpGetInfluenceDiagramAlgorithm(VEK_network* net) {
     return static_cast<InfluenceDiagramAlgorithmType::Value>(Deref(net).GetDefaultIDAlgorithm());
 }
@@ -49,7 +42,7 @@ std::string WrpGetNodeQuestion(VEK_network* net, int handle) {
 
 void WrpSetNodeQuestion(VEK_network* net, int handle, const std::string& question) {
     VEK_node& node = GetNode(Deref(net), handle);
-    CheckText(question, "Network.SetNodeQuestion");
+    ValidateText(question, "Network.SetNodeQuestion");
     node.SetQuestion(question.c_str());
 }
 
@@ -59,7 +52,7 @@ std::string WrpGetOutcomeFix(VEK_network* net, int handle, int outcome) {
 
 void WrpSetOutcomeFix(VEK_network* net, int handle, int outcome, const std::string& fix) {
     VEK_discDef& def = OutcomeDef(net, handle, outcome, "Network.SetOutcomeFix");
-    CheckText(fix, "Network.SetOutcomeFix");
+    ValidateText(fix, "Network.SetOutcomeFix");
     ValidateResult(def.SetOutcomeFix(outcome, fix.c_str()), "Network.SetOutcomeFix");
 }
 
@@ -71,7 +64,7 @@ std::string WrpGetOutcomeDescription(VEK_network* net, int handle, int outcome) 
 
 void WrpSetOutcomeDescription(VEK_network* net, int handle, int outcome, const std::string& description) {
     VEK_discDef& def = OutcomeDef(net, handle, outcome, "Network.SetOutcomeDescription");
-    CheckText(description, "Network.SetOutcomeDescription");
+    ValidateText(description, "Network.SetOutcomeDescription");
     ValidateResult(def.SetOutcomeComment(outcome, description.c_str()), "Network.SetOutcomeDescription");
 }
 
@@ -81,7 +74,7 @@ std::string WrpGetOutcomeLabel(VEK_network* net, int handle, int outcome) {
 
 void WrpSetOutcomeLabel(VEK_network* net, int handle, int outcome, const std::string& label) {
     VEK_discDef& def = OutcomeDef(net, handle, outcome, "Network.SetOutcomeLabel");
-    CheckText(label, "Network.SetOutcomeLabel");
+    ValidateText(label, "Network.SetOutcomeLabel");
     ValidateResult(def.SetOutcomeLabel(outcome, label.c_str()), "Network.SetOutcomeLabel");
 }
 
@@ -98,8 +91,8 @@ void WrpSetOutcomeDocumentation(VEK_network* net, int handle, int outcome, const
     VEK_discDef& def = OutcomeDef(net, handle, outcome, "Network.SetOutcomeDocumentation");
     std::vector<std::string> titles, paths;
     for (const DocItemInfo& d : items) {
-        CheckText(d.title, "Network.SetOutcomeDocumentation");
-        CheckText(d.path, "Network.SetOutcomeDocumentation");
+        ValidateText(d.title, "Network.SetOutcomeDocumentation");
+        ValidateText(d.path, "Network.SetOutcomeDocumentation");
         titles.push_back(d.title);
         paths.push_back(d.path);
     }
@@ -145,7 +138,7 @@ void WrpSetMandatory(VEK_network* net, int handle, bool mandatory) {
 void WrpAddCostArc(VEK_network* net, int parent, int child) {
     ValidateNodeHandle(Deref(net), parent);
     ValidateNodeHandle(*net, child);
-    net->Logger().Clear();
+    ClearLog(net->Logger());
     int res = net->AddArc(parent, child, 1);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.AddCostArc", net->Logger());
 }
@@ -153,7 +146,7 @@ void WrpAddCostArc(VEK_network* net, int parent, int child) {
 void WrpDeleteCostArc(VEK_network* net, int parent, int child) {
     ValidateNodeHandle(Deref(net), parent);
     ValidateNodeHandle(*net, child);
-    net->Logger().Clear();
+    ClearLog(net->Logger());
     int res = net->RemoveArc(parent, child, 1);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.DeleteCostArc", net->Logger());
 }

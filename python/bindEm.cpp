@@ -44,7 +44,7 @@ void WrpLearn(PyEM& self, const PyDataset& data, PyNetwork& net, const std::vect
     }
     for (int h : fixedNodes) Wrp::ValidateNodeHandle(net, h);
     VEK_logger& logger = net.Logger();
-    logger.Clear();
+    Wrp::ClearLog(logger);
     double score = 0.0;
     int res = self.em.Learn(data.data, net, items, fixedNodes, &score);
     if (res != VEK_OKAY) Wrp::ThrowQuarnExceptionWithLog(res, "EM.Learn", logger);

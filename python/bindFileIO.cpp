@@ -12,29 +12,32 @@ namespace {
 // format: 0 picks the format by the file name's extension, 1 to 8 name it
 // (files of other tools often carry a neutral extension such as .xml).
 void WrpReadFile(VEK_network* net, const std::string& path, int format) {
+    ValidateText(path, "Network.ReadFile", "File name");
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    ClearLog(logger);
     int res = net->ReadFile(path.c_str(), format);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ReadFile", logger);
 }
 
 void WrpReadString(VEK_network* net, const std::string& text) {
+    ValidateText(text, "Network.ReadString", "Network text");
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    ClearLog(logger);
     int res = net->ReadString(text.c_str());
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ReadString", logger);
 }
 
 void WrpWriteFile(VEK_network* net, const std::string& path, int format) {
+    ValidateText(path, "Network.WriteFile", "File name");
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    ClearLog(logger);
     int res = net->WriteFile(path.c_str(), format);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.WriteFile", logger);
 }
 
 std::string WrpWriteString(VEK_network* net) {
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    ClearLog(logger);
     std::string out;
     int res = net->WriteString(out);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.WriteString", logger);

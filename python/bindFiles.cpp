@@ -18,14 +18,17 @@ std::string WrpGetDescription(const VEK_network* net) {
 }
 
 void WrpSetId(VEK_network* net, const std::string& id) {
+    ValidateText(id, "Network.SetId", "Identifier");
     ValidateResult(Deref(net).Header().SetId(id.c_str()), "Network.SetId");
 }
 
 void WrpSetName(VEK_network* net, const std::string& name) {
+    ValidateText(name, "Network.SetName", "Name");
     ValidateResult(Deref(net).Header().SetName(name.c_str()), "Network.SetName");
 }
 
 void WrpSetDescription(VEK_network* net, const std::string& description) {
+    ValidateText(description, "Network.SetDescription", "Description");
     ValidateResult(Deref(net).Header().SetComment(description.c_str()), "Network.SetDescription");
 }
 
@@ -37,9 +40,9 @@ std::string WrpGetLibraryBuild(const VEK_network* net) {
 void WrpRedirectLog(VEK_network* net, int fd) {
     VEK_logger& logger = Deref(net).Logger();
     if (fd == 1) {
-        logger.RedirectToFile(stdout, nullptr, false);
+        logger.Redirect(new LogTee(new VEK_loggerFileRedirect(stdout, nullptr, false)));
     } else if (fd == 2) {
-        logger.RedirectToFile(stderr, nullptr, false);
+        logger.Redirect(new LogTee(new VEK_loggerFileRedirect(stderr, nullptr, false)));
     } else {
         ThrowQuarnException(VEK_OUT_OF_RANGE, "Network.RedirectLog",
                             "Invalid file descriptor, only 1 (stdout) or 2 (stderr) are valid");
@@ -47,8 +50,15 @@ void WrpRedirectLog(VEK_network* net, int fd) {
 }
 
 void WrpRedirectLog(VEK_network* net, const std::string& filename) {
-    ValidateResult(Deref(net).Logger().RedirectToFile(filename.c_str()), "Network.RedirectLog");
+    ValidateText(filename, "Network.RedirectLog", "File name");
+    // Opened by the engine, then wrapped; a failed open leaves the old redirect.
+    VEK_logger opened;
+    ValidateResult(opened.RedirectToFile(filename.c_str()), "Network.RedirectLog");
+    Deref(net).Logger().Redirect(new LogTee(opened.ReleaseRedirect()));
 }
+
+// None: back to the logger that keeps its messages in memory.
+void WrpRedirectLogToMemory(VEK_network* net) { Deref(net).Logger().Redirect(nullptr); }
 
 // A full copy made by the copy constructor. The copy's logger keeps its own
 // list: a redirect copied from the original would write to a stream that the
@@ -92,6 +102,9 @@ void BindFilesAndIdentity(PyNetworkClass& cls) {
     cls.def(
         "redirect_log", [](PyNetwork& self, const std::string& filename) { WrpRedirectLog(&self, filename); },
         py::arg("filename"), "Redirects QUARN log output");
+    cls.def(
+        "redirect_log", [](PyNetwork& self, py::none) { WrpRedirectLogToMemory(&self); }, py::arg("target"),
+        "Redirects QUARN log output");
     cls.def(
         "__copy__", [](const PyNetwork& self) { return WrpCopy(&self); }, "Returns a full copy of the network");
     cls.def(

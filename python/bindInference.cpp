@@ -13,7 +13,7 @@ namespace {
 // engine runs one collect pass of its own.
 double WrpProbEvidence(VEK_network* net) {
     VEK_logger& logger = Deref(net).Logger();
-    logger.Clear();
+    ClearLog(logger);
     int res = net->UpdateBeliefs();
     if (res != 0) ThrowQuarnExceptionWithLog(res, "Network.UpdateBeliefs", logger);
     double p = 0.0;

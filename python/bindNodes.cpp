@@ -80,6 +80,7 @@ int WrpAddNode(VEK_network* net, int type, const std::string* id) {
 }
 
 void WrpSetNodeName(VEK_network* net, int handle, const std::string& name) {
+    ValidateText(name, "Network.SetNodeName", "Name");
     ValidateResult(GetNode(Deref(net), handle).Header().SetName(name.c_str()), "Network.SetNodeName");
 }
 
@@ -91,8 +92,7 @@ std::string WrpGetNodeId(VEK_network* net, int handle) {
 
 void WrpSetNodeId(VEK_network* net, int handle, const std::string& id) {
     VEK_node& node = GetNode(Deref(net), handle);
-    // The engine reads a C string: an embedded NUL would cut the id short.
-    if (id.find('\0') != std::string::npos) ValidateResult(VEK_ILLEGAL_IDENTIFIER, "Network.SetNodeId");
+    ValidateText(id, "Network.SetNodeId", "Identifier");
     ValidateResult(node.Header().SetId(id.c_str()), "Network.SetNodeId");
 }
 
@@ -117,6 +117,7 @@ void WrpSetNodeType(VEK_network* net, int handle, int type) {
 }
 
 void WrpSetNodeDescription(VEK_network* net, int handle, const std::string& description) {
+    ValidateText(description, "Network.SetNodeDescription", "Description");
     ValidateResult(GetNode(Deref(net), handle).Header().SetComment(description.c_str()),
                    "Network.SetNodeDescription");
 }

@@ -8,18 +8,6 @@
 namespace Wrp {
 namespace {
 
-// A new outcome id must be a valid identifier not yet used by the node: the
-// engine would replace it by a generated one, which from Python is an error.
-void ValidateNewOutcomeId(const VEK_network& net, int handle, const std::string& id, const char* function) {
-    ValidateId(id);
-    const VEK_idArray* ids = net.GetDef(handle)->GetOutcomeIds();
-    if (ids && ids->FindPosition(id.c_str()) >= 0) {
-        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
-                                       "Outcome identifier '" + id + "' is already used by node '" +
-                                           CopyConstCharPtr(net.GetNodeId(handle)) + "'");
-    }
-}
-
 // Outcome count of a node as a table dimension (1 for nodes without outcomes).
 long long DimensionOf(const VEK_network& net, int handle, int changed, int newCount) {
     if (handle == changed) return newCount;
@@ -58,14 +46,16 @@ int WrpGetOutcomeCount(VEK_network* net, int handle) { return GetOutcomeCount(De
 
 void WrpAddOutcome(VEK_network* net, int handle, const std::string& id) {
     VEK_nodeDef& def = GetDef(Deref(net), handle);
-    ValidateNewOutcomeId(*net, handle, id, "Network.AddOutcome");
+    // An invalid or used id is replaced by the engine with one made from the
+    // outcome prefix; only a NUL, which would cut the id short, is refused.
+    ValidateText(id, "Network.AddOutcome", "Outcome identifier");
     ValidateOutcomeCountChange(*net, handle, GetOutcomeCount(*net, handle) + 1LL, "Network.AddOutcome");
     ValidateResult(def.AddOutcome(id.c_str()), "Network.AddOutcome");
 }
 
 void WrpInsertOutcome(VEK_network* net, int handle, int position, const std::string& id) {
     VEK_nodeDef& def = GetDef(Deref(net), handle);
-    ValidateNewOutcomeId(*net, handle, id, "Network.InsertOutcome");
+    ValidateText(id, "Network.InsertOutcome", "Outcome identifier");
     ValidateOutcomeCountChange(*net, handle, GetOutcomeCount(*net, handle) + 1LL, "Network.InsertOutcome");
     ValidateResult(def.InsertOutcome(position, id.c_str()), "Network.InsertOutcome");
 }

@@ -42,7 +42,13 @@ int WrpGetNodeBorderWidth(VEK_network* net, int handle) { return Screen(net, han
 bool WrpIsNoisyDecompEnabled(VEK_network* net) { return Deref(net).IsNoisyDecompEnabled(); }
 void WrpEnableNoisyDecomp(VEK_network* net, bool on) { Deref(net).EnableNoisyDecomp(on); }
 int WrpGetNoisyDecompLimit(VEK_network* net) { return Deref(net).GetNoisyDecompLimit(); }
-void WrpSetNoisyDecompLimit(VEK_network* net, int limit) { Deref(net).SetNoisyDecompLimit(limit); }
+void WrpSetNoisyDecompLimit(VEK_network* net, int limit) {
+    ValidateObject(net);
+    if (limit < 0) {
+        ThrowQuarnException(VEK_OUT_OF_RANGE, "Network.SetNoisyDecompLimit", "The limit cannot be negative");
+    }
+    net->SetNoisyDecompLimit(limit);
+}
 
 bool WrpIsNodeChartEnabled(VEK_network* net, int handle) { return BarChart(net, handle).active; }
 void WrpSetNodeChartEnabled(VEK_network* net, int handle, bool on) { BarChart(net, handle).active = on; }
@@ -54,6 +60,9 @@ std::vector<int> WrpGetNodeChartSize(VEK_network* net, int handle) {
 
 void WrpSetNodeChartSize(VEK_network* net, int handle, int width, int height) {
     VEK_barChart& chart = BarChart(net, handle);
+    if (width < 0 || height < 0) {
+        ThrowQuarnException(VEK_OUT_OF_RANGE, "Network.SetNodeChartSize", "Chart width and height cannot be negative");
+    }
     chart.width = width;
     chart.height = height;
 }

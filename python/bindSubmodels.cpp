@@ -29,14 +29,6 @@ int ValidateSubmodelId(const VEK_network& net, const std::string& id) {
     return handle;
 }
 
-// Names and descriptions reach the engine as C strings; a NUL would silently
-// cut them short.
-void CheckText(const std::string& text, const char* function) {
-    if (text.find('\0') != std::string::npos) {
-        ThrowQuarnException(VEK_INVALID_VALUE, function, "Text holds a NUL character");
-    }
-}
-
 VEK_submodel& GetSubmodel(VEK_network& net, int handle) {
     ValidateSubmodelHandle(net, handle);
     return *net.Submodels().Get(handle);
@@ -87,7 +79,7 @@ std::string WrpGetSubmodelId(VEK_network* net, int handle) {
 
 void WrpSetSubmodelName(VEK_network* net, int handle, const std::string& name) {
     VEK_submodel& s = GetSubmodel(Deref(net), handle);
-    CheckText(name, "Network.SetSubmodelName");
+    ValidateText(name, "Network.SetSubmodelName");
     ValidateResult(s.header.SetName(name.c_str()), "Network.SetSubmodelName");
 }
 
@@ -97,7 +89,7 @@ std::string WrpGetSubmodelName(VEK_network* net, int handle) {
 
 void WrpSetSubmodelDescription(VEK_network* net, int handle, const std::string& description) {
     VEK_submodel& s = GetSubmodel(Deref(net), handle);
-    CheckText(description, "Network.SetSubmodelDescription");
+    ValidateText(description, "Network.SetSubmodelDescription");
     ValidateResult(s.header.SetComment(description.c_str()), "Network.SetSubmodelDescription");
 }
 
@@ -106,8 +98,8 @@ std::string WrpGetSubmodelDescription(VEK_network* net, int handle) {
 }
 
 void WrpSetSubmodelOfNode(VEK_network* net, int node, int submodel) {
+    // A handle that names no submodel is the engine's to refuse (-2).
     ValidateNodeHandle(Deref(net), node);
-    ValidateSubmodelHandle(*net, submodel);
     ValidateResult(net->SetNodeSubmodel(node, submodel), "Network.SetSubmodelOfNode");
 }
 

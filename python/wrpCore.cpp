@@ -60,7 +60,38 @@ void ThrowQuarnExceptionWithLog(int code, const char* function, const VEK_logger
         message += '\n';
         message += CopyConstCharPtr(logger.GetErrorMessage(i));
     }
+    // A redirected logger stores nothing; the tee kept this call's messages.
+    if (auto* tee = dynamic_cast<const LogTee*>(logger.GetRedirect())) {
+        for (const std::string& m : tee->Recent()) {
+            message += '\n';
+            message += m;
+        }
+    }
     ThrowQuarnExceptionWithMessage(code, function, message);
+}
+
+// ---- logging -----------------------------------------------------------------------
+
+LogTee::LogTee(VEK_loggerRedirect* sink) : sink_(sink) {}
+
+void LogTee::LogError(int code, const char* message) {
+    sink_->LogError(code, message);
+    // Only the messages of the call under way are wanted; a bound keeps a
+    // long run of calls that never clear the log from growing it.
+    if (recent_.size() < kMaxRecent) recent_.emplace_back(CopyConstCharPtr(message));
+}
+
+VEK_loggerRedirect* LogTee::Clone() const { return new LogTee(sink_->Clone()); }
+
+void ClearLog(VEK_logger& logger) {
+    logger.Clear();
+    if (auto* tee = dynamic_cast<LogTee*>(logger.GetRedirect())) tee->ClearRecent();
+}
+
+void ValidateText(const std::string& text, const char* function, const char* what) {
+    if (text.find('\0') != std::string::npos) {
+        ThrowQuarnExceptionWithMessage(VEK_INVALID_VALUE, function, std::string(what) + " holds a NUL character");
+    }
 }
 
 void ValidateResult(int code, const char* function) {

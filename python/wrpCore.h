@@ -8,6 +8,7 @@
 // "Network." + the engine operation's name.
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -50,38 +51,39 @@ constexpr const char* kLibraryVersion = "2.4.7";
 
 // ---- enumerations -----------------------------------------------------------
 // Unscoped enums inside structs: members compare equal to plain ints from
-// Python, and names such as NONE cannot clash between enumerations.
+// Python, and names such as NONE cannot clash between enumerations. Where a
+// member is an engine constant it is taken from the engine.
 
 struct NodeType {
     enum Value : int {
-        CPT = 18,
-        TRUTH_TABLE = 20,
-        DECISION = 17,
-        UTILITY = 8,
-        MAU = 520,
-        NOISY_MAX = 146,
-        EQUATION = 4,
-        DEMORGAN = 82,
+        CPT = VEK_CPT,
+        TRUTH_TABLE = VEK_TRUTHTABLE,
+        DECISION = VEK_LIST,
+        UTILITY = VEK_TABLE,
+        MAU = VEK_MAU,
+        NOISY_MAX = VEK_NOISY_MAX,
+        EQUATION = VEK_EQUATION,
+        DEMORGAN = VEK_DEMORGAN,
     };
 };
 
 struct BayesianAlgorithmType {
     enum Value : int {
-        LAURITZEN = 0,
-        HENRION = 1,
-        PEARL = 2,
-        L_SAMPLING = 3,
-        SELF_IMPORTANCE = 4,
-        HEURISTIC_IMPORTANCE = 5,
-        BACK_SAMPLING = 6,
-        AIS_SAMPLING = 7,
-        EPIS_SAMPLING = 8,
-        LBP = 9,
+        LAURITZEN = VEK_ALG_BN_LAURITZEN,
+        HENRION = VEK_ALG_BN_HENRION,
+        PEARL = VEK_ALG_BN_PEARL,
+        L_SAMPLING = VEK_ALG_BN_LSAMPLING,
+        SELF_IMPORTANCE = VEK_ALG_BN_SELFIMPORTANCE,
+        HEURISTIC_IMPORTANCE = VEK_ALG_BN_HEURISTICIMPORTANCE,
+        BACK_SAMPLING = VEK_ALG_BN_BACKSAMPLING,
+        AIS_SAMPLING = VEK_ALG_BN_AISSAMPLING,
+        EPIS_SAMPLING = VEK_ALG_BN_EPISSAMPLING,
+        LBP = VEK_ALG_BN_LBP,
     };
 };
 
 struct InfluenceDiagramAlgorithmType {
-    enum Value : int { POLICY_EVALUATION = 0, FIND_BEST_POLICY = 1 };
+    enum Value : int { POLICY_EVALUATION = VEK_ALG_ID_COOPER, FIND_BEST_POLICY = VEK_ALG_ID_SHACHTER };
 };
 
 struct DeMorganParentType {
@@ -89,11 +91,16 @@ struct DeMorganParentType {
 };
 
 struct NodeTemporalType {
-    enum Value : int { CONTEMPORAL = 0, ANCHOR = 1, TERMINAL = 2, PLATE = 3 };
+    enum Value : int {
+        CONTEMPORAL = VEK_TEMPORAL_CONTEMPORAL,
+        ANCHOR = VEK_TEMPORAL_ANCHOR,
+        TERMINAL = VEK_TEMPORAL_TERMINAL,
+        PLATE = VEK_TEMPORAL_PLATE,
+    };
 };
 
 struct NodeDiagType {
-    enum Value : int { FAULT = 0, OBSERVATION = 1, AUXILIARY = 2 };
+    enum Value : int { FAULT = VEK_DIAG_FAULT, OBSERVATION = VEK_DIAG_OBSERVATION, AUXILIARY = VEK_DIAG_AUXILIARY };
 };
 
 struct MultiFaultAlgorithmType {
@@ -168,15 +175,19 @@ struct CaseEvidence {
     bool operator==(const CaseEvidence&) const = default;
 };
 
+// Defaults are the engine's own.
+inline constexpr VEK_EPISParams kEPISDefaults{};
+inline constexpr VEK_AnnealedMAPParams kAnnealedMapDefaults{};
+
 struct EPISParams {
-    int propagation_length = 5;
-    int num_state_small = 5;
-    int num_state_medium = 8;
-    int num_state_big = 20;
-    double state_small_epsil = 0.006;
-    double state_medium_epsil = 0.0001;
-    double state_big_epsil = 5e-05;
-    double state_otherwise = 5e-05;
+    int propagation_length = kEPISDefaults.propagationLength;
+    int num_state_small = kEPISDefaults.numStateSmall;
+    int num_state_medium = kEPISDefaults.numStateMedium;
+    int num_state_big = kEPISDefaults.numStateBig;
+    double state_small_epsil = kEPISDefaults.stateSmallEpsil;
+    double state_medium_epsil = kEPISDefaults.stateMediumEpsil;
+    double state_big_epsil = kEPISDefaults.stateBigEpsil;
+    double state_otherwise = kEPISDefaults.stateOtherwise;
     bool operator==(const EPISParams&) const = default;
 };
 
@@ -191,14 +202,14 @@ struct LBPParams {
 };
 
 struct AnnealedMapTuning {
-    double speed = 1.1;
-    double t_min = 0.02;
-    double t_init = 0.1;
-    double k_reheat = 0.1;
-    int k_map = 1;
-    double k_r_factor = 0.98;
-    int stop_after = 3000;
-    int iterations_per_temperature = 100;
+    double speed = kAnnealedMapDefaults.speed;
+    double t_min = kAnnealedMapDefaults.tMin;
+    double t_init = kAnnealedMapDefaults.tInit;
+    double k_reheat = kAnnealedMapDefaults.kReheat;
+    int k_map = kAnnealedMapDefaults.kMAP;
+    double k_r_factor = kAnnealedMapDefaults.kRFactor;
+    int stop_after = kAnnealedMapDefaults.stopAfter;
+    int iterations_per_temperature = kAnnealedMapDefaults.iterationsPerTemperature;
     bool operator==(const AnnealedMapTuning&) const = default;
 };
 
@@ -211,6 +222,33 @@ struct AnnealedMapTuning {
 [[noreturn]] void ThrowQuarnExceptionWithLog(int code, const char* function, const VEK_logger& logger);
 void ValidateResult(int code, const char* function);
 void ValidateResultWithMessage(int code, const char* function, const std::string& message);
+
+// Strings reach the engine as C strings: a NUL inside would silently cut
+// them short, so it is refused with -4, naming what held it.
+void ValidateText(const std::string& text, const char* function, const char* what = "Text");
+
+// ---- logging ----------------------------------------------------------------------
+
+// The redirect that redirect_log installs: it forwards every message to the
+// chosen stream and keeps those of the call under way, so that exception
+// texts stay complete while the log goes elsewhere.
+class LogTee : public VEK_loggerRedirect {
+public:
+    explicit LogTee(VEK_loggerRedirect* sink);
+    void LogError(int code, const char* message) override;
+    VEK_loggerRedirect* Clone() const override;
+    const std::vector<std::string>& Recent() const { return recent_; }
+    void ClearRecent() { recent_.clear(); }
+
+private:
+    static constexpr size_t kMaxRecent = 256;
+    std::unique_ptr<VEK_loggerRedirect> sink_;
+    std::vector<std::string> recent_;
+};
+
+// Clears the network's logged messages before a call, including those a
+// redirect kept.
+void ClearLog(VEK_logger& logger);
 
 // Throws code -1 "QUARN Error Occured. Passed object is NULL" for null.
 void ValidateObject(const void* object);

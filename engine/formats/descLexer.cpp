@@ -242,30 +242,6 @@ int VEK_descLexer::ReadNumbers(std::vector<double>& out) {
     return 0;
 }
 
-bool VEK_readWholeFile(const char* path, std::string& text) {
-    FILE* f = VEK_fopen(path, "rb");
-    if (!f) return false;
-    text.clear();
-    bool ok = true;
-    long size = -1;
-    if (std::fseek(f, 0, SEEK_END) == 0) {
-        size = std::ftell(f);
-        std::rewind(f);
-    }
-    if (size > 0) {
-        // Straight into the string; anything the size did not foresee is
-        // appended below.
-        text.resize(static_cast<size_t>(size));
-        text.resize(std::fread(text.data(), 1, text.size(), f));
-    }
-    char buffer[65536];
-    size_t got;
-    while ((got = std::fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, got);
-    if (std::ferror(f)) ok = false;
-    std::fclose(f);
-    return ok;
-}
-
 namespace {
 
 locale_t CLocale() {

@@ -74,9 +74,6 @@ private:
     int errorColumn_ = 0;
 };
 
-// Reads a whole file into text; false when it cannot be opened or read.
-bool VEK_readWholeFile(const char* path, std::string& text);
-
 // A number in any C form: decimal, exponent, hexadecimal (integer or
 // floating), octal-looking integers read as decimal, 0b binary, a leading
 // '+', integer and float suffixes (u, l, f), inf and nan. False unless the

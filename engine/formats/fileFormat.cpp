@@ -15,6 +15,7 @@
 #include "network/node.h"
 #include "network/nodeDef.h"
 #include "network/stringArray.h"
+#include "network/textEncoding.h"
 
 namespace {
 
@@ -588,23 +589,47 @@ int VEK_fileFormat::ReadNetworkFromString(const char*) { return VEK_WRONG_NODE_T
 
 int VEK_fileFormat::WriteNetworkToString(std::string&) { return VEK_WRONG_NODE_TYPE; }
 
-int VEK_fileFormat::OpenInput(const char* path) {
+int VEK_fileFormat::ReadInputFile(const char* path, std::string& text, int openFailure) {
     fileName_ = path ? path : "";
-    FILE* f = path ? VEK_fopen(path, "rb") : nullptr;
-    if (!f) return LogFileReadingError(VEK_FILE_READ_ERROR, "Can't open file " + fileName_, 0, 0);
-    std::string text;
-    bool ok = true;
+    struct Closer {
+        void operator()(FILE* f) const { std::fclose(f); }
+    };
+    std::unique_ptr<FILE, Closer> file(path ? VEK_fopen(path, "rb") : nullptr);
+    if (!file) return LogFileReadingError(openFailure, "Can't open file " + fileName_, 0, 0);
+    text.clear();
     try {
+        // Straight into the string when the size is known; whatever the size
+        // did not foresee is appended below.
+        long size = -1;
+        if (std::fseek(file.get(), 0, SEEK_END) == 0) {
+            size = std::ftell(file.get());
+            std::rewind(file.get());
+        }
+        if (size > 0) {
+            text.resize(static_cast<size_t>(size));
+            text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+        }
         char chunk[65536];
         size_t n;
-        while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) text.append(chunk, n);
-        ok = !std::ferror(f);
+        while ((n = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) text.append(chunk, n);
     } catch (const std::bad_alloc&) {
-        std::fclose(f);
+        text = std::string();
         return LogFileReadingError(VEK_OUT_OF_MEMORY, "Out of memory reading " + fileName_, 0, 0);
     }
-    std::fclose(f);
-    if (!ok) return LogFileReadingError(VEK_FILE_READ_ERROR, "Can't read file " + fileName_, 0, 0);
+    if (std::ferror(file.get())) return LogFileReadingError(VEK_FILE_READ_ERROR, "Can't read file " + fileName_, 0, 0);
+    try {
+        VEK_ensureUtf8(text);
+    } catch (const std::bad_alloc&) {
+        text = std::string();
+        return LogFileReadingError(VEK_OUT_OF_MEMORY, "Out of memory reading " + fileName_, 0, 0);
+    }
+    return VEK_OKAY;
+}
+
+int VEK_fileFormat::OpenInput(const char* path) {
+    std::string text;
+    int res = ReadInputFile(path, text);
+    if (res != VEK_OKAY) return res;
     tokens_.SetText(text);
     last_ = VEK_token();
     return VEK_OKAY;
@@ -982,7 +1007,7 @@ int VEK_fileFormat::CheckTablesOnly(const char* refusal) {
     for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
         const VEK_node* node = net.GetNode(h);
         const int type = node->Definition()->GetType();
-        bool ok = node->GetTemporalType() == 0;
+        bool ok = node->GetTemporalType() == VEK_TEMPORAL_CONTEMPORAL;
         if (type == VEK_EQUATION || type == VEK_MAU) ok = false;
         if (type != VEK_TABLE && type != VEK_LIST && !node->Definition()->GetMatrix()) ok = false;
         if (!ok) return Logger().LogError(VEK_OUT_OF_RANGE, refusal);
@@ -1037,6 +1062,9 @@ int VEK_network::TakeOverReadNetwork(VEK_network& fresh) {
     noisyDecompLimit_ = fresh.noisyDecompLimit_;
     randSeed_ = fresh.randSeed_;
     fresh.nodeCount_ = 0;
+    idIndex_.swap(fresh.idIndex_);
+    valueFlagsSeen_ = fresh.valueFlagsSeen_;
+    fresh.idIndex_.clear();
     std::swap(header_, fresh.header_);
     std::swap(submodels_, fresh.submodels_);
     std::swap(cases_, fresh.cases_);

@@ -253,6 +253,11 @@ public:
     // ---- input ----
     // Reads the whole file; -100 (logged) when it cannot be read.
     int OpenInput(const char* path);
+    // The one whole-file read of the readers: the file's bytes into text,
+    // and a logged status on failure (openFailure when the file cannot be
+    // opened, -100 when it cannot be read, -42 when memory runs out). The
+    // file is closed on every path. Also sets the file name for messages.
+    int ReadInputFile(const char* path, std::string& text, int openFailure = VEK_FILE_READ_ERROR);
     void SetInputText(std::string_view text);
     VEK_tokenizer& Tokenizer() { return tokens_; }
     // The file name used in messages (set by OpenInput; may be empty).

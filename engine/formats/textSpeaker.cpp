@@ -134,22 +134,9 @@ int VEK_textSpeaker::Read(const std::string& defaultName) {
 }
 
 int VEK_textSpeaker::ReadNetwork(const char* path) {
-    SetFileName(path);
-    FILE* f = path ? VEK_fopen(path, "rb") : nullptr;
-    if (!f) return LogFileReadingError(VEK_FILE_IO_FAILED, std::string("Can't open file ") + (path ? path : ""), 0, 0);
     std::string text;
-    bool ok = true;
-    try {
-        char chunk[1 << 15];
-        size_t n;
-        while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) text.append(chunk, n);
-        ok = !std::ferror(f);
-    } catch (const std::bad_alloc&) {
-        std::fclose(f);
-        return LogFileReadingError(VEK_OUT_OF_MEMORY, "Out of memory while reading the file", 0, 0);
-    }
-    std::fclose(f);
-    if (!ok) return LogFileReadingError(VEK_FILE_IO_FAILED, std::string("Can't read file ") + path, 0, 0);
+    int res = ReadInputFile(path, text, VEK_FILE_IO_FAILED);
+    if (res != VEK_OKAY) return res;
     try {
         SetInputText(text);
     } catch (const std::bad_alloc&) {

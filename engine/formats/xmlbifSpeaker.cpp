@@ -233,15 +233,9 @@ int VEK_xmlbifSpeaker::Read(std::string text) {
 }
 
 int VEK_xmlbifSpeaker::ReadNetwork(const char* path) {
-    SetFileName(path);
     std::string text;
-    try {
-        if (!path || !VEK_readWholeFile(path, text)) {
-            return LogFileReadingError(VEK_FILE_READ_ERROR, std::string("Can't open file ") + (path ? path : ""), 0, 0);
-        }
-    } catch (const std::bad_alloc&) {
-        return LogFileReadingError(VEK_OUT_OF_MEMORY, "Out of memory while reading the file", 0, 0);
-    }
+    int res = ReadInputFile(path, text);
+    if (res != VEK_OKAY) return res;
     return Read(std::move(text));
 }
 

@@ -145,6 +145,7 @@ int FunctionDetermine(VEK_network& net, int h) {
 static void RecomputePropagatedEvidence(VEK_network& net, bool evidenceOnly) {
     VEK_inferenceCache& cache = net.InferenceCache();
     if (cache.determining || net.IsReading()) return;
+    if (!(net.ValueFlagsSeen() & (VEK_VALUE_EVIDENCE | VEK_VALUE_PROPAGATED))) return;
     bool anyPropagated = false;
     bool anyEvidence = false;
     for (int h = 0; h < net.GetSlotCount(); ++h) {

@@ -22,8 +22,6 @@ unsigned VEK_initRelevanceFlags() {
 
 namespace {
 
-constexpr int kTemporalPlate = 3;
-
 const char* SamplingName(int id) {
     switch (id) {
         case VEK_ALG_BN_HENRION: return "Henrion's algorithm";
@@ -80,7 +78,7 @@ int VEK_network::DoUpdateBeliefs() {
     bool influence = false;
     bool equations = false;
     for (int h = 0; h < GetSlotCount(); ++h) {
-        if (nodes_[h] && nodes_[h]->GetTemporalType() == kTemporalPlate) {
+        if (nodes_[h] && nodes_[h]->GetTemporalType() == VEK_TEMPORAL_PLATE) {
             return logger_.LogError(VEK_WRONG_NODE_TYPE, "Dynamic network update is not available");
         }
     }
@@ -103,7 +101,7 @@ int VEK_network::DoUpdateBeliefs() {
 
 int VEK_network::CallBNAlgorithm() {
     RemoveJpts();
-    if (bnAlgorithm_ < 0 || bnAlgorithm_ > 12) return VEK_OUT_OF_RANGE;
+    if (bnAlgorithm_ < 0 || bnAlgorithm_ >= VEK_ALG_BN_COUNT) return VEK_OUT_OF_RANGE;
     InferenceCache().BumpBeliefsVersion();
     if (nodeCount_ == 0) return VEK_OKAY;
     switch (bnAlgorithm_) {
@@ -150,9 +148,19 @@ int VEK_network::InvalidateAllBeliefs() {
     // walking all nodes each time made loading quadratic. EndRead makes the
     // one walk that counts.
     if (IsReading()) return VEK_OKAY;
+    // Only computed values change; with none valid there is nothing to walk.
+    if (!(valueFlagsSeen_ & VEK_VALUE_VALID)) return VEK_OKAY;
+    unsigned seen = 0;
     for (auto& n : nodes_) {
-        if (n && n->Value()) n->Value()->Invalidate();
+        if (!n || !n->Value()) continue;
+        VEK_nodeVal* v = n->Value();
+        v->Invalidate();
+        // Values fixed by evidence stay valid and are never walked for.
+        int f = v->GetFlags();
+        if (f & (VEK_VALUE_EVIDENCE | VEK_VALUE_PROPAGATED)) f &= ~VEK_VALUE_VALID;
+        seen |= static_cast<unsigned>(f);
     }
+    valueFlagsSeen_ = seen;
     return VEK_OKAY;
 }
 

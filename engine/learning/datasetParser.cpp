@@ -8,6 +8,7 @@
 
 #include "network/decimalText.h"
 #include "network/status.h"
+#include "network/textEncoding.h"
 
 namespace {
 
@@ -87,6 +88,8 @@ bool VEK_datasetParser::ReadLine() {
     }
     if (!any) return false;
     if (!line_.empty() && line_.back() == '\r') line_.pop_back();
+    // A line that is not UTF-8 is read as Latin-1, as the network readers do.
+    VEK_ensureUtf8(line_);
     ++lineNo_;
     return true;
 }

@@ -121,6 +121,8 @@ int VEK_beliefVector::ControlValue(int outcome) {
     if (HasFlag(VEK_VALUE_EVIDENCE | VEK_VALUE_VIRTUAL)) ClearEvidence();
     int res = SetEvidence(outcome);
     if (res < 0) {
+        // Refused after clearing: what was cleared comes back, so a refused
+        // call changes nothing.
         RestoreSaved(previous);
         return res;
     }

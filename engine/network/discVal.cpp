@@ -5,9 +5,6 @@
 #include "network/status.h"
 #include "network/valXformContext.h"
 
-// Temporal type of plate nodes in dynamic networks.
-static constexpr int kTemporalPlate = 3;
-
 VEK_discVal::VEK_discVal(VEK_network& net, int handle, const VEK_valXformContext& ctx) : VEK_nodeVal(net, handle) {
     if (ctx.evidence < 0) return;
     evidence_ = ctx.evidence;
@@ -141,6 +138,9 @@ int VEK_discVal::DoSetEvidence(int outcome, bool asNumber, double number) {
     SetFlags(VEK_VALUE_EVIDENCE);
     ClearFlags(VEK_VALUE_PROPAGATED);
 
+    // The relevance check comes after the old evidence was cleared, in that
+    // fixed order; a refusal restores what was cleared (evidence, controlled
+    // value or virtual evidence), so a refused call changes nothing.
     int res = Network().RelevanceEvidenceSet(Handle());
     if (res < 0) {
         ClearEvidence();
@@ -190,7 +190,7 @@ int VEK_discVal::DoSetPropagatedEvidence(int outcome, bool asNumber, double numb
     // A plate node stands for every slice; one outcome does not make its
     // value valid.
     VEK_node* node = Network().GetNode(Handle());
-    if (node && node->GetTemporalType() == kTemporalPlate) {
+    if (node && node->GetTemporalType() == VEK_TEMPORAL_PLATE) {
         ClearFlags(VEK_VALUE_VALID);
         SetStamp(0);
     }

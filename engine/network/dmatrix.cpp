@@ -1,5 +1,6 @@
 #include "network/dmatrix.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstddef>
@@ -632,6 +633,17 @@ int VEK_Dmatrix::IncreaseDimensionSize(int dim) {
     if (dims[dim] == INT_MAX) throw std::overflow_error("VEK_smulThrowOnOverflow");
     ++dims[dim];
     const int total = ComputeProducts(dims.Items(), dims.GetSize(), prods);
+    if (dim == 0) {
+        // The slowest dimension grows by a block at the end, in place; the
+        // room grows geometrically, so adding states one by one is linear.
+        if (total > m_items.GetCapacity()) {
+            const long long room = std::max<long long>(total, 2LL * m_items.GetCapacity());
+            m_items.Reserve(static_cast<int>(std::min<long long>(room, INT_MAX)));
+        }
+        m_items.SetSize(total);  // the new states start at 0
+        m_dims[0] = dims[0];
+        return VEK_OKAY;
+    }
     VEK_doubleArray items(total);  // the new states start at 0
     const ptrdiff_t oldBlock = static_cast<ptrdiff_t>(m_dims[dim]) * m_prods[dim];
     const ptrdiff_t newBlock = oldBlock + m_prods[dim];

@@ -3,17 +3,35 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "network/stringArray.h"
 
 class VEK_idArray : public VEK_stringArray {
 public:
     VEK_idArray() = default;
+    VEK_idArray(const VEK_idArray& other) : VEK_stringArray(other), m_allowEmpty(other.m_allowEmpty) {}
+    VEK_idArray(VEK_idArray&& other) noexcept
+        : VEK_stringArray(std::move(other)), m_allowEmpty(other.m_allowEmpty) {
+        other.ItemsReplaced();
+    }
+    VEK_idArray& operator=(const VEK_idArray& other) {
+        VEK_stringArray::operator=(other);
+        m_allowEmpty = other.m_allowEmpty;
+        return *this;
+    }
+    VEK_idArray& operator=(VEK_idArray&& other) noexcept {
+        VEK_stringArray::operator=(std::move(other));
+        m_allowEmpty = other.m_allowEmpty;
+        return *this;
+    }
 
     // Refused (-2, nothing changed) when the id is not valid at that place.
     int SetString(int index, const char* id) override;
     int Add(const char* id) override;
     int Insert(int index, const char* id) override;
+    int Delete(int index) override;
 
     bool GetEmptyIdsAllowed() const { return m_allowEmpty; }
     void SetEmptyIdsAllowed(bool allow) { m_allowEmpty = allow; }
@@ -35,6 +53,19 @@ public:
     // Replaces every invalid or duplicate entry by a created id.
     int EnsureValidIds();
 
+protected:
+    void ItemsReplaced() override;
+
 private:
+    // Occurrences of each id, so that the uniqueness test of a large array
+    // (a node with many outcomes) does not scan it. Built on first need
+    // above a small size; the views point into the owned strings, which
+    // stay where they are while the array changes.
+    bool Indexed() const;
+    void IndexAdd(const char* id) const;
+    void IndexRemove(const char* id) const;
+    static constexpr int kIndexFrom = 32;
+    mutable std::unordered_map<std::string_view, int> m_index;
+    mutable bool m_indexValid = false;
     bool m_allowEmpty = false;
 };

@@ -3,6 +3,7 @@
 #include <cstdarg>
 
 #include "network/status.h"
+#include "network/textEncoding.h"
 
 namespace {
 constexpr size_t kMaxLoggedText = 2042;
@@ -52,7 +53,8 @@ int VEK_logger::LogError(int code, const char* message, const char* prefix) {
     std::string text;
     if (prefix) text = prefix;
     text += message ? message : VEK_statusText(code);
-    if (text.size() > kMaxLoggedText) text.resize(kMaxLoggedText);
+    // Cut on a character boundary: the text must stay valid UTF-8.
+    if (text.size() > kMaxLoggedText) text.resize(VEK_utf8Prefix(text, kMaxLoggedText));
     if (redirect_) {
         redirect_->LogError(code, text.c_str());
     } else {

@@ -65,6 +65,9 @@ public:
     void RedirectToLogger(VEK_logger* target);
     void Redirect(VEK_loggerRedirect* redirect);  // takes ownership; null removes
     bool IsRedirected() const { return redirect_ != nullptr; }
+    VEK_loggerRedirect* GetRedirect() const { return redirect_.get(); }
+    // Hands the redirect to the caller; the logger stores messages again.
+    VEK_loggerRedirect* ReleaseRedirect() { return redirect_.release(); }
 
 private:
     std::vector<int> codes_;

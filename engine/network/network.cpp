@@ -2,6 +2,7 @@
 #include "network/network.h"
 
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -36,6 +37,8 @@ void VEK_network::CopyFrom(const VEK_network& other) {
         if (other.nodes_[h]) nodes_[h] = std::make_unique<VEK_node>(*other.nodes_[h], *this);
     }
     nodeCount_ = other.nodeCount_;
+    valueFlagsSeen_ = other.valueFlagsSeen_;
+    idIndex_ = other.idIndex_;
     options_ = other.options_;
     orderValid_ = false;
     targetCount_ = other.targetCount_;
@@ -74,6 +77,7 @@ void VEK_network::Clear() {
     DeleteAllNodes();
     nodes_.clear();
     nodeCount_ = 0;
+    idIndex_.clear();
     orderValid_ = false;
     targetCount_ = 0;
     bnAlgorithm_ = VEK_ALG_BN_LAURITZEN;
@@ -136,11 +140,23 @@ int VEK_network::AddNode(int type, const char* id) {
     orderValid_ = false;
     nodes_[handle] = std::move(node);
     ++nodeCount_;
+    IndexNodeId(handle);
     return handle;
 }
 
 int VEK_network::DeleteNode(int handle) {
     if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
+    // Decision and utility values indexed by the node would otherwise keep
+    // a dead handle until the next solve; they lose what they computed.
+    for (auto& n : nodes_) {
+        if (n && n.get() != nodes_[handle].get() && n->Value()->GetIndexingParents().IsInList(handle)) {
+            n->Value()->InitIndexingParents();
+        }
+    }
+    return RemoveNodeSlot(handle);
+}
+
+int VEK_network::RemoveNodeSlot(int handle) {
     VEK_updateImmediateContext scope(*this);
     orderValid_ = false;
     VEK_node* node = nodes_[handle].get();
@@ -153,6 +169,7 @@ int VEK_network::DeleteNode(int handle) {
         RemoveObservCostArc(node->CostParents()[node->CostParents().GetSize() - 1], handle);
     }
     if (node->IsTarget()) --targetCount_;
+    UnindexNodeId(handle);
     nodes_[handle].reset();
     --nodeCount_;
     cases_.OnNodeDeleted(handle);
@@ -161,18 +178,44 @@ int VEK_network::DeleteNode(int handle) {
 }
 
 void VEK_network::DeleteAllNodes() {
+    // Every node goes: indexing lists are dropped once, not once per node.
+    for (auto& n : nodes_) {
+        if (n) n->Value()->InitIndexingParents();
+    }
     for (int h = 0; h < GetSlotCount(); ++h) {
-        if (nodes_[h]) DeleteNode(h);
+        if (nodes_[h]) RemoveNodeSlot(h);
     }
     targetCount_ = 0;
 }
 
 int VEK_network::FindNode(const char* id) const {
     if (!id) return VEK_OUT_OF_RANGE;
-    for (int h = 0; h < GetSlotCount(); ++h) {
-        if (nodes_[h] && std::strcmp(nodes_[h]->GetId(), id) == 0) return h;
+    // With duplicate ids allowed, the lowest handle wins, as a scan would find.
+    auto [first, last] = idIndex_.equal_range(id);
+    int found = VEK_OUT_OF_RANGE;
+    for (auto it = first; it != last; ++it) {
+        if (found < 0 || it->second < found) found = it->second;
     }
-    return VEK_OUT_OF_RANGE;
+    return found;
+}
+
+void VEK_network::IndexNodeId(int handle) { idIndex_.emplace(nodes_[handle]->GetId(), handle); }
+
+void VEK_network::UnindexNodeId(int handle) {
+    auto [first, last] = idIndex_.equal_range(nodes_[handle]->GetId());
+    for (auto it = first; it != last; ++it) {
+        if (it->second == handle) {
+            idIndex_.erase(it);
+            return;
+        }
+    }
+}
+
+void VEK_network::RebuildIdIndex() {
+    idIndex_.clear();
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        if (nodes_[h]) IndexNodeId(h);
+    }
 }
 
 int VEK_network::GetFirstNode() const {
@@ -215,8 +258,9 @@ int VEK_network::GetAllNodeIds(VEK_stringArray& out) const {
 
 bool VEK_network::IsThisIdentifierInUse(const char* id, int exceptHandle) const {
     if (!id) return false;
-    for (int h = 0; h < GetSlotCount(); ++h) {
-        if (h != exceptHandle && nodes_[h] && std::strcmp(nodes_[h]->GetId(), id) == 0) return true;
+    auto [first, last] = idIndex_.equal_range(id);
+    for (auto it = first; it != last; ++it) {
+        if (it->second != exceptHandle) return true;
     }
     return submodels_.IsIdInUse(id);
 }
@@ -248,7 +292,9 @@ int VEK_network::ChangeNodeId(int handle, const char* id) {
         GetDef(node->Children()[i])->BeforeParentIdChange(handle, oldId.c_str(), id);
     }
     node->Definition()->BeforeIdChange(oldId.c_str(), id);
+    UnindexNodeId(handle);
     node->Header().ForceId(id);
+    IndexNodeId(handle);
     return VEK_OKAY;
 }
 
@@ -279,13 +325,17 @@ int VEK_network::TestAddArc(int parent, int child) {
     if (!IsValidNode(parent) || !IsValidNode(child) || parent == child) return VEK_OUT_OF_RANGE;
     if (Related(parent, child)) return VEK_OUT_OF_RANGE;
     if (!(options_ & VEK_OPT_NO_CYCLE_TEST) && !RemainsAcyclic(parent, child)) return VEK_CYCLE;
+    return ArcTypesAllowed(parent, child);
+}
+
+int VEK_network::ArcTypesAllowed(int parent, int child) const {
     if (!VEK_nodeDef::IsArcAllowedForTypes(GetDef(parent)->GetType(), GetDef(child)->GetType())) {
         return VEK_WRONG_NODE_TYPE;
     }
     int pt = nodes_[parent]->GetTemporalType();
     int ct = nodes_[child]->GetTemporalType();
-    if (pt == 2 && ct != 2) return VEK_WRONG_NODE_TYPE;
-    if (pt == 3 && ct != 3 && ct != 2) return VEK_WRONG_NODE_TYPE;
+    if (pt == VEK_TEMPORAL_TERMINAL && ct != VEK_TEMPORAL_TERMINAL) return VEK_WRONG_NODE_TYPE;
+    if (pt == VEK_TEMPORAL_PLATE && ct != VEK_TEMPORAL_PLATE && ct != VEK_TEMPORAL_TERMINAL) return VEK_WRONG_NODE_TYPE;
     return VEK_OKAY;
 }
 
@@ -351,20 +401,38 @@ void VEK_network::RemoveAllArcs() {
 int VEK_network::ReverseArc(int parent, int child) {
     if (!IsValidNode(parent) || !IsValidNode(child)) return VEK_OUT_OF_RANGE;
     if (nodes_[parent]->Children().FindPosition(child) < 0) return VEK_OUT_OF_RANGE;
+    // What can be known before anything changes is refused first: node
+    // types that cannot take the reversed arc, and another path from parent
+    // to child, which the reversed arc would close into a cycle.
+    int res = ArcTypesAllowed(child, parent);
+    if (res < 0) return res;
+    if (!(options_ & VEK_OPT_NO_CYCLE_TEST)) {
+        for (int c : nodes_[parent]->Children()) {
+            if (c != child && Reaches(c, child)) return VEK_CYCLE;
+        }
+    }
     VEK_updateImmediateContext scope(*this);
-    int res = RemoveArc(parent, child);
+    // Both tables change shape on the way; their contents are kept to be put
+    // back should a definition refuse the new arc.
+    std::unique_ptr<VEK_nodeDef> savedChild(GetDef(child)->Clone(*this));
+    std::unique_ptr<VEK_nodeDef> savedParent(GetDef(parent)->Clone(*this));
+    res = RemoveArc(parent, child);
     if (res < 0) return res;
     res = AddArc(child, parent);
-    if (res < 0) {
-        // Reversal would close a cycle or is not allowed: put the arc back.
-        if (nodes_[parent]->Parents().FindPosition(child) >= 0) {
-            // AddArc refused in the definition but kept the list entries.
-            RemoveArc(child, parent);
-        }
-        AddArc(parent, child);
-        return res;
+    if (res >= 0) return VEK_OKAY;
+    int restored = VEK_OKAY;
+    if (nodes_[parent]->Parents().FindPosition(child) >= 0) {
+        // AddArc refused in the definition but kept the list entries.
+        restored = RemoveArc(child, parent);
     }
-    return VEK_OKAY;
+    if (restored >= 0) restored = AddArc(parent, child);
+    if (restored >= 0) restored = GetDef(child)->CopyParameters(*savedChild);
+    if (restored >= 0) restored = GetDef(parent)->CopyParameters(*savedParent);
+    if (restored < 0) {
+        logger_.LogError(restored, "Reversing an arc failed and the original arc could not be restored");
+        return restored;
+    }
+    return res;
 }
 
 bool VEK_network::Related(int a, int b) const {
@@ -411,12 +479,28 @@ bool VEK_network::IsAcyclic() {
 bool VEK_network::RemainsAcyclic(int parent, int child) {
     if (parent == child) return false;
     if (!IsValidNode(parent) || !IsValidNode(child)) return false;
-    nodes_[parent]->Children().Add(child);
-    nodes_[child]->Parents().Add(parent);
-    bool ok = IsAcyclic();
-    nodes_[parent]->Children().Delete(nodes_[parent]->Children().GetSize() - 1);
-    nodes_[child]->Parents().Delete(nodes_[child]->Parents().GetSize() - 1);
-    return ok;
+    // The graph is acyclic already, so a new arc closes a cycle exactly when
+    // the parent descends from the child: only the child's descendants are
+    // walked, which keeps building a large network linear.
+    return !Reaches(child, parent);
+}
+
+bool VEK_network::Reaches(int source, int target) {
+    if (reachStamp_.size() < nodes_.size()) reachStamp_.resize(nodes_.size(), 0);
+    if (++reachGeneration_ == 0) {
+        std::fill(reachStamp_.begin(), reachStamp_.end(), 0u);
+        reachGeneration_ = 1;
+    }
+    std::vector<int> stack{source};
+    while (!stack.empty()) {
+        int h = stack.back();
+        stack.pop_back();
+        if (h == target) return true;
+        if (reachStamp_[h] == reachGeneration_) continue;
+        reachStamp_[h] = reachGeneration_;
+        for (int c : nodes_[h]->Children()) stack.push_back(c);
+    }
+    return false;
 }
 
 void VEK_network::ClearAllMarks() {

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "inference/algorithmParams.h"
@@ -90,6 +91,8 @@ constexpr int VEK_ALG_BN_LBP = 9;
 constexpr int VEK_ALG_BN_LAURITZEN_SPLIT = 10;
 constexpr int VEK_ALG_BN_LAURITZEN_LINEAR_DECOMP = 11;
 constexpr int VEK_ALG_BN_LAURITZEN_RECURSIVE_DECOMP = 12;
+// Bayesian algorithm ids are 0 .. VEK_ALG_BN_COUNT - 1.
+constexpr int VEK_ALG_BN_COUNT = 13;
 constexpr int VEK_ALG_ID_COOPER = 0;
 constexpr int VEK_ALG_ID_SHACHTER = 1;
 
@@ -257,9 +260,16 @@ public:
     int RelevancePropagatedEvidenceCleared(int handle);
     int RelevanceDefinitionChanged(int handle, unsigned what);
 
+    // Value flags (VEK_VALUE_*) that some node's value may hold: set as
+    // values take them, narrowed by the walks over all values. A network-wide
+    // walk that can only change values holding one of them is skipped when
+    // none can, which keeps building a large network linear.
+    void NoteValueFlags(int flags) { valueFlagsSeen_ |= static_cast<unsigned>(flags); }
+    unsigned ValueFlagsSeen() const { return valueFlagsSeen_; }
+
     // ---- settings ----------------------------------------------------------
     int GetDefaultBNAlgorithm() const { return bnAlgorithm_; }
-    void SetDefaultBNAlgorithm(int id) { if (id >= 0 && id <= 12) bnAlgorithm_ = id; }
+    void SetDefaultBNAlgorithm(int id) { if (id >= 0 && id < VEK_ALG_BN_COUNT) bnAlgorithm_ = id; }
     int GetDefaultIDAlgorithm() const { return idAlgorithm_; }
     void SetDefaultIDAlgorithm(int id) { if (id == 0 || id == 1) idAlgorithm_ = id; }
     int GetNumberOfSamples() const { return numSamples_; }
@@ -304,9 +314,25 @@ private:
     int ReadThroughSpeaker(const char* path, const char* text, int format, void* extension);
     void OrderVisit(int handle, VEK_intArray& out);
     bool CycleVisit(int handle);
+    // Whether target can be reached from source along arcs.
+    bool Reaches(int source, int target);
+    // Deletes a node without looking at other values' indexing lists.
+    int RemoveNodeSlot(int handle);
+    // Node types and temporal types that allow an arc from parent to child.
+    int ArcTypesAllowed(int parent, int child) const;
+    void IndexNodeId(int handle);
+    void UnindexNodeId(int handle);
+    void RebuildIdIndex();
 
     std::vector<std::unique_ptr<VEK_node>> nodes_;
     int nodeCount_ = 0;
+    unsigned valueFlagsSeen_ = ~0u;
+    // Node id to handle, kept with every add, delete, id change, read and
+    // copy. A multimap because duplicate ids can be allowed by an option.
+    std::unordered_multimap<std::string, int> idIndex_;
+    // Visit stamps of Reaches: a walk touches only the nodes it visits.
+    std::vector<unsigned> reachStamp_;
+    unsigned reachGeneration_ = 0;
     unsigned options_ = 0;
     VEK_intArray order_;
     bool orderValid_ = false;

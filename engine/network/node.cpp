@@ -49,6 +49,8 @@ void VEK_node::Rebind(VEK_network& net) {
 int VEK_node::ChangeType(int type) {
     if (!VEK_nodeDef::IsValidType(type)) return VEK_WRONG_NODE_TYPE;
     if (type == def_->GetType()) return VEK_OKAY;
+    // Refused before the arcs below go, so a refusal changes nothing.
+    if (!VEK_nodeDef::CanCreate(type)) return VEK_WRONG_NODE_TYPE;
     VEK_network& net = *net_;
     VEK_updateImmediateContext scope(net);
 

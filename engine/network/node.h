@@ -26,6 +26,12 @@ constexpr int VEK_DIAG_FAULT = 0;
 constexpr int VEK_DIAG_OBSERVATION = 1;
 constexpr int VEK_DIAG_AUXILIARY = 2;
 
+// Temporal types of nodes in dynamic networks.
+constexpr int VEK_TEMPORAL_CONTEMPORAL = 0;
+constexpr int VEK_TEMPORAL_ANCHOR = 1;
+constexpr int VEK_TEMPORAL_TERMINAL = 2;
+constexpr int VEK_TEMPORAL_PLATE = 3;
+
 // Traversal marks used by graph walks.
 constexpr unsigned VEK_MARK_VISITED = 1;
 constexpr unsigned VEK_MARK_ON_PATH = 2;

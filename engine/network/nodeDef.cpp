@@ -186,6 +186,21 @@ bool VEK_nodeDef::TypeIsOneOf(const int* ids, int count) const {
 // Canonical definitions come from their own factory. Equations (EQUATION)
 // yield no definition until the equation classes exist: their construction
 // goes into the two functions below.
+bool VEK_nodeDef::CanCreate(int type) {
+    switch (type) {
+        case VEK_CPT:
+        case VEK_TRUTHTABLE:
+        case VEK_LIST:
+        case VEK_TABLE:
+        case VEK_MAU:
+        case VEK_CAST:
+        case VEK_DEMORGAN:
+        case VEK_NOISY_MAX:
+        case VEK_NOISY_ADDER: return true;
+        default: return false;
+    }
+}
+
 VEK_nodeDef* VEK_nodeDef::Create(int type, VEK_network& net, int handle) {
     switch (type) {
         case VEK_CPT: return new VEK_cpt(net, handle);

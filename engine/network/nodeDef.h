@@ -99,6 +99,9 @@ public:
     static bool IsValidType(int type);
     static bool IsArcAllowedForTypes(int parentType, int childType);
     static const char* TypeName(int type);
+    // Whether Create can build a definition of the type (a valid type may
+    // not have one yet).
+    static bool CanCreate(int type);
     // A new definition of the type for a node; null for an unknown type.
     static VEK_nodeDef* Create(int type, VEK_network& net, int handle);
     // A new definition of the type built from a conversion context (the

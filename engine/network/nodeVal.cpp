@@ -5,6 +5,11 @@
 #include "network/status.h"
 #include "network/valXformContext.h"
 
+void VEK_nodeVal::SetFlags(int f) {
+    flags_ |= f;
+    net_->NoteValueFlags(f);
+}
+
 int VEK_nodeVal::AddIndexingParent(int handle) {
     if (!Network().IsValidNode(handle)) return VEK_OUT_OF_RANGE;
     if (indexingParents_.IsInList(handle)) return VEK_OKAY;

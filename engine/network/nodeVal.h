@@ -83,7 +83,10 @@ public:
     // Evidence of any kind that fixes the node's outcome.
     bool HasHardEvidence() const { return HasFlag(VEK_VALUE_EVIDENCE | VEK_VALUE_PROPAGATED); }
     // Marks the value computed (set by the update cycle after writing it).
-    void SetValueValid() { flags_ |= VEK_VALUE_VALID; stamp_ = 0; }
+    void SetValueValid() {
+        SetFlags(VEK_VALUE_VALID);
+        stamp_ = 0;
+    }
     // Drops a computed value unless evidence fixes it.
     void Invalidate();
 
@@ -99,7 +102,8 @@ public:
     void Rebind(VEK_network& net, int handle) { net_ = &net; handle_ = handle; }
 
 protected:
-    void SetFlags(int f) { flags_ |= f; }
+    // Also tells the network which flags its values may hold.
+    void SetFlags(int f);
     void ClearFlags(int f) { flags_ &= ~f; }
     // Called by Invalidate; a value resets what it computed.
     virtual void ResetResult() {}

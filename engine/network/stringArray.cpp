@@ -24,6 +24,7 @@ VEK_stringArray& VEK_stringArray::operator=(const VEK_stringArray& other) {
         copy.reserve(other.m_items.size());
         for (const Owned& s : other.m_items) copy.push_back(Duplicate(s.get()));
         m_items.swap(copy);
+        ItemsReplaced();
     }
     return *this;
 }
@@ -49,6 +50,7 @@ int VEK_stringArray::Insert(int index, const char* s) {
 int VEK_stringArray::Delete(int index) {
     if (!IsValidIndex(index)) return VEK_OUT_OF_RANGE;
     m_items.erase(m_items.begin() + index);
+    ItemsReplaced();
     return VEK_OKAY;
 }
 

@@ -15,7 +15,12 @@ public:
     VEK_stringArray(const VEK_stringArray& other);
     VEK_stringArray(VEK_stringArray&& other) noexcept = default;
     VEK_stringArray& operator=(const VEK_stringArray& other);
-    VEK_stringArray& operator=(VEK_stringArray&& other) noexcept = default;
+    VEK_stringArray& operator=(VEK_stringArray&& other) noexcept {
+        m_items = std::move(other.m_items);
+        ItemsReplaced();
+        other.ItemsReplaced();
+        return *this;
+    }
 
     // The three overridable slots, in this order. A null string is stored as
     // an empty one.
@@ -32,12 +37,15 @@ public:
     const char* Subscript(int index) const { return m_items[index].get(); }
     const char* operator[](int index) const { return m_items[index].get(); }
 
-    int Delete(int index);
+    virtual int Delete(int index);
     int DeleteByContent(const char* s);
     // Index of the first equal string, -1 when none (null compares as empty).
     int FindPosition(const char* s) const;
     bool IsInList(const char* s) const { return FindPosition(s) >= 0; }
-    void Clear() { m_items.clear(); }
+    void Clear() {
+        m_items.clear();
+        ItemsReplaced();
+    }
 
     // Element i becomes the old element perm[i]; -2 unless perm is a
     // permutation of the indices.
@@ -47,6 +55,10 @@ public:
     bool operator==(const VEK_stringArray& other) const;
 
 protected:
+    // Told when items were removed or replaced other than through the
+    // overridable slots (a derived array may keep an index of them).
+    virtual void ItemsReplaced() {}
+
     using Owned = std::unique_ptr<char[]>;
     static Owned Duplicate(const char* s);
 

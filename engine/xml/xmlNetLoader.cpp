@@ -488,11 +488,11 @@ void XmlNetLoader::StartNode(IXmlReader* r, Kind kind) {
     r->GetAttribute("dynamic", word);
     if (!word.empty()) {
         if (word == "anchor") {
-            node->SetTemporalType(1);
+            node->SetTemporalType(VEK_TEMPORAL_ANCHOR);
         } else if (word == "terminal") {
-            node->SetTemporalType(2);
+            node->SetTemporalType(VEK_TEMPORAL_TERMINAL);
         } else if (word == "plate") {
-            node->SetTemporalType(3);
+            node->SetTemporalType(VEK_TEMPORAL_PLATE);
         } else {
             return Fail(r, "Unknown dynamic node type", word);
         }

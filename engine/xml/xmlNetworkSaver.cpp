@@ -159,9 +159,9 @@ void XmlNetworkSaver::StartNode(const char* element, VEK_nodeDef* def, bool stat
     if (diag == VEK_DIAG_FAULT) w_.PushAttribute("diagtype", "target");
     if (diag == VEK_DIAG_OBSERVATION) w_.PushAttribute("diagtype", "observation");
     switch (node->GetTemporalType()) {
-        case 1: w_.PushAttribute("dynamic", "anchor"); break;
-        case 2: w_.PushAttribute("dynamic", "terminal"); break;
-        case 3: w_.PushAttribute("dynamic", "plate"); break;
+        case VEK_TEMPORAL_ANCHOR: w_.PushAttribute("dynamic", "anchor"); break;
+        case VEK_TEMPORAL_TERMINAL: w_.PushAttribute("dynamic", "terminal"); break;
+        case VEK_TEMPORAL_PLATE: w_.PushAttribute("dynamic", "plate"); break;
         default: break;
     }
     if (diag == VEK_DIAG_OBSERVATION && node->IsRanked()) w_.PushAttribute("ranked", true);
@@ -181,9 +181,16 @@ void XmlNetworkSaver::StartNode(const char* element, VEK_nodeDef* def, bool stat
 void XmlNetworkSaver::WriteStates(const VEK_discDef& def) {
     const VEK_idArray& ids = *def.GetOutcomeIds();
     const int defaultOutcome = def.GetDefaultOutcome();
+    // States of diagnostic targets always carry a label: the outcome's own,
+    // or its id when it has none.
+    const bool target = net_.GetNode(node_)->GetDiagType() == VEK_DIAG_FAULT;
     for (int k = 0; k < ids.GetSize(); ++k) {
         w_.PushAttribute("id", ids[k]);
-        if (*def.GetOutcomeLabel(k)) w_.PushAttribute("label", def.GetOutcomeLabel(k));
+        if (*def.GetOutcomeLabel(k)) {
+            w_.PushAttribute("label", def.GetOutcomeLabel(k));
+        } else if (target) {
+            w_.PushAttribute("label", ids[k]);
+        }
         if (k == defaultOutcome) w_.PushAttribute("default", true);
         if (def.IsFaultOutcome(k)) w_.PushAttribute("fault", true);
         w_.WriteElement("state", nullptr);

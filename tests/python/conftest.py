@@ -137,19 +137,6 @@ def small(net):
     return net, handles
 
 
-@pytest.fixture(scope="session")
-def inference_available():
-    """Whether belief updating works in this build; tests of computed
-    beliefs are skipped when it does not."""
-    probe = pyquarn.Network()
-    probe.add_node(NodeType.CPT, "X")
-    try:
-        probe.update_beliefs()
-    except QUARNException:
-        return False
-    return True
-
-
 def bad_node_cases(table):
     """Parameters for the bad-node rule over a table of (method, extra
     arguments, forms), forms holding "h" for the handle form and "i" for the

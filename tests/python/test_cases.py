@@ -220,27 +220,6 @@ def test_deleted_nodes_leave_every_case(net):
     assert not net.is_evidence("Fresh") and net.get_evidence("A") == 0
 
 
-def test_temporal_items(net):
-    if not hasattr(net, "set_node_temporal_type") or not hasattr(net, "set_slice_count"):
-        pytest.skip("the module has no temporal methods")
-    net.add_case("c")
-    net.set_slice_count(3)
-    net.set_node_temporal_type("B", pyquarn.NodeTemporalType.PLATE)
-    items = [Info(T.DISCRETE, outcome=2, slice=1), Info(T.VIRTUAL, virtual_evidence=[0.1, 0.0, 0.9], slice=0)]
-    net.set_case_evidence("c", "B", Info(T.DISCRETE, outcome=0))
-    net.set_case_temporal_evidence("c", "B", items)
-    assert [as_tuple(i) for i in net.get_case_temporal_evidence(0, 1)] == [as_tuple(i) for i in items]
-    assert net.get_case_evidence("c", "B").outcome == 0
-    assert net.get_case_evidence_count("c") == 3
-    net.set_case_temporal_evidence(0, "B", [Info(T.DISCRETE, outcome=1, slice=2)])
-    assert [i.slice for i in net.get_case_temporal_evidence("c", "B")] == [2]
-    for bad, code in [([Info(T.DISCRETE, outcome=1, slice=3)], -2), ([Info(T.DISCRETE, outcome=1, slice=-1)], -4),
-                      ([Info(T.DISCRETE, outcome=1, slice=0), Info(T.DISCRETE, outcome=0, slice=0)], -2),
-                      ([Info(T.DISCRETE, outcome=3, slice=0)], -2)]:
-        assert_refused(net, code, net.set_case_temporal_evidence, "c", "B", bad)
-    assert_refused(net, -51, net.set_case_temporal_evidence, "c", "A", [Info(T.DISCRETE, outcome=1, slice=0)])
-
-
 def test_temporal_items_on_a_static_node(net):
     net.add_case("c")
     assert net.get_case_temporal_evidence("c", "A") == []

@@ -99,7 +99,7 @@ def test_failed_read_leaves_dataset_unchanged(sample, tmp_path):
     bad.write_bytes(b"x,y\n\"ab\"c,1\n")
     with quarn_error(-103, contains="Unexpected character in the quoted string"):
         sample.read_file(str(bad))
-    with quarn_error(-2, contains="NUL"):
+    with quarn_error(-4, contains="NUL"):
         sample.read_file(str(bad) + "\0x")
     with pytest.raises(TypeError):
         sample.read_file(str(bad), missing_int="x")
@@ -187,7 +187,7 @@ def test_bad_cell_arguments_leave_dataset_unchanged(sample):
         sample.add_int_variable("id")
     with quarn_error(-2, contains="DataSet.AddFloatVariable. The variable id is empty"):
         sample.add_float_variable("")
-    with quarn_error(-2, contains="NUL"):
+    with quarn_error(-4, contains="NUL"):
         sample.add_int_variable("a\0b")
     with quarn_error(-32, contains="DataSet.SetVariableId"):
         sample.set_variable_id("id", "colour")

@@ -312,9 +312,7 @@ def test_a_failed_update_is_reported_with_its_log(net):
     assert describe(net) == before
 
 
-def test_probability_of_impossible_evidence_is_refused(net, inference_available):
-    if not inference_available:
-        pytest.skip("belief updating is not available in this build")
+def test_probability_of_impossible_evidence_is_refused(net):
     build_impossible(net)
     before = describe(net)
     with pytest.raises(QUARNException) as info:
@@ -323,16 +321,12 @@ def test_probability_of_impossible_evidence_is_refused(net, inference_available)
     assert describe(net) == before
 
 
-def test_update_of_an_empty_network(net, inference_available):
-    if not inference_available:
-        pytest.skip("belief updating is not available in this build")
+def test_update_of_an_empty_network(net):
     net.update_beliefs()
     assert net.prob_evidence() == 1.0
 
 
-def test_beliefs_after_updating(small, inference_available):
-    if not inference_available:
-        pytest.skip("belief updating is not available in this build")
+def test_beliefs_after_updating(small):
     net, h = small
     net.delete_node("U")      # keeps it a Bayesian network
     net.set_virtual_evidence("D", [0.5, 0.5])
@@ -345,9 +339,7 @@ def test_beliefs_after_updating(small, inference_available):
     assert all(net.is_value_valid(x) for x in ("A", "B", "C", "D"))
 
 
-def test_probability_of_evidence(small, inference_available):
-    if not inference_available:
-        pytest.skip("belief updating is not available in this build")
+def test_probability_of_evidence(small):
     net, h = small
     net.delete_node("U")
     net.clear_evidence("D")

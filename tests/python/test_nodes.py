@@ -183,13 +183,13 @@ def test_rename_a_node(small):
     assert net.get_node_id(h["A"]) == "Alpha"
 
 
-@pytest.mark.parametrize("new_id, code", [("2fast", -30), ("a-b", -30), ("", -30), ("a\x00b", -30), ("B", -32),
+@pytest.mark.parametrize("new_id, code", [("2fast", -30), ("a-b", -30), ("", -30), ("a\x00b", -4), ("B", -32),
                                           ("Sub_y", -32)])
 def test_rename_refused(small, new_id, code):
     net, h = small
     net.add_submodel(net.get_main_submodel(), "Sub_y")
     before = describe(net)
-    with quarn_error(code, "QUARN Error %d in function Network.SetNodeId" % code):
+    with quarn_error(code, contains="QUARN Error %d in function Network.SetNodeId" % code):
         net.set_node_id(h["A"], new_id)
     assert describe(net) == before
 

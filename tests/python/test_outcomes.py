@@ -149,27 +149,26 @@ def test_insert_outcome_at_a_bad_position(small, position):
     assert describe(net) == before
 
 
-@pytest.mark.parametrize("method, args", [("add_outcome", ()), ("insert_outcome", (1,))])
-@pytest.mark.parametrize("bad_id", ["9lives", "a-b", "", "two words"])
-def test_new_outcome_ids_must_be_valid(small, method, args, bad_id):
+def test_outcome_ids_that_cannot_be_used_are_replaced(small):
+    # An invalid or used id makes the engine create one from the prefix
+    # "State", numbered from the outcome count up to the first free one.
     net, _ = small
-    before = describe(net)
-    text = ("Identifier '%s' is invalid - it should start with a letter and contain only letters, digits and "
-            "underscores" % bad_id)
-    with quarn_error(-4, text):
-        getattr(net, method)("B", *args, bad_id)
-    assert describe(net) == before
+    want = net.get_outcome_ids("B")
 
-
-@pytest.mark.parametrize("method, args, label", [("add_outcome", (), "AddOutcome"),
-                                                  ("insert_outcome", (0,), "InsertOutcome")])
-def test_new_outcome_ids_must_be_unused(small, method, args, label):
-    net, _ = small
-    before = describe(net)
-    text = "QUARN Error -2 in function Network.%s. Outcome identifier 'b1' is already used by node 'B'" % label
-    with quarn_error(-2, text):
-        getattr(net, method)("B", *args, "b1")
-    assert describe(net) == before
+    def created():
+        n = len(want)
+        while "State%d" % n in want:
+            n += 1
+        return "State%d" % n
+    for position, new_id in [(None, "1bad"), (0, "b0"), (None, "b1"), (2, "State3"), (1, "ok_id"), (None, "a-b")]:
+        given = new_id if new_id not in want and new_id[0].isalpha() and "-" not in new_id else created()
+        if position is None:
+            net.add_outcome("B", new_id)
+            want.append(given)
+        else:
+            net.insert_outcome("B", position, new_id)
+            want.insert(position, given)
+        assert net.get_outcome_ids("B") == want
 
 
 def test_rename_outcomes(small):

@@ -169,16 +169,22 @@ def _submodel_calls(n):
         (n.set_submodel_position, ([1, 2, 3, 4],)),
         (lambda s, *a: n.set_submodel_of_submodel(s, MAIN), ()),
         (lambda s, *a: n.set_submodel_of_submodel(MAIN | 1, s), ()),
-        (lambda s, *a: n.set_submodel_of_node(0, s), ()),
     ]
 
 
 @pytest.mark.parametrize("bad", [0, 1, MAIN | 5, -1, MAIN | 0x10000])
-@pytest.mark.parametrize("index", range(14))
+@pytest.mark.parametrize("index", range(13))
 def test_bad_submodel_handles(net, bad, index):
     net.add_submodel(MAIN, "S")
     call, extra = _submodel_calls(net)[index]
     assert_refused(net, -3, call, bad, *extra, text=f"QUARN Error Occured. Invalid submodel handle: {bad}")
+
+
+@pytest.mark.parametrize("bad", [0, 1, MAIN | 5, -1, MAIN | 0x10000])
+def test_a_node_goes_only_into_a_submodel_that_exists(net, bad):
+    # The submodel handle is the engine's to check.
+    net.add_submodel(MAIN, "S")
+    assert_refused(net, -2, net.set_submodel_of_node, 0, bad, text="QUARN Error -2 in function Network.SetSubmodelOfNode")
 
 
 @pytest.mark.parametrize("method, extra", [

@@ -3,6 +3,9 @@
 
 #include <cstdio>
 #include <fstream>
+#include <map>
+#include <random>
+#include <set>
 #include <string>
 
 #include "network/identifier.h"
@@ -315,4 +318,137 @@ TEST(NetworkCases, FollowDeletedNodes) {
     net.DeleteNode(b);
     EXPECT_TRUE(net.Cases().Get(c)->targets.empty());
     EXPECT_EQ(net.GetTargetCount(), 0);
+}
+
+namespace {
+
+// Reference model of the graph: ids by handle and arcs as a set, with
+// reachability by a plain search; the network must agree with it after
+// every operation.
+struct ModelGraph {
+    std::map<int, std::string> ids;
+    std::set<std::pair<int, int>> arcs;
+
+    bool Reaches(int from, int to) const {
+        std::vector<int> stack{from};
+        std::set<int> seen;
+        while (!stack.empty()) {
+            int h = stack.back();
+            stack.pop_back();
+            if (h == to) return true;
+            if (!seen.insert(h).second) continue;
+            for (auto [p, c] : arcs) {
+                if (p == h) stack.push_back(c);
+            }
+        }
+        return false;
+    }
+    int Find(const std::string& id) const {
+        for (auto& [h, s] : ids) {
+            if (s == id) return h;
+        }
+        return VEK_OUT_OF_RANGE;
+    }
+};
+
+void ExpectSameGraph(const VEK_network& net, const ModelGraph& model) {
+    ASSERT_EQ(net.GetNumberOfNodes(), static_cast<int>(model.ids.size()));
+    for (auto& [h, id] : model.ids) {
+        EXPECT_EQ(net.FindNode(id.c_str()), h) << id;
+        EXPECT_EQ(net.IsThisIdentifierInUse(id.c_str(), -1), true);
+        for (int p : net.GetNode(h)->Parents()) EXPECT_TRUE(model.arcs.count({p, h}));
+    }
+}
+
+}  // namespace
+
+TEST(NetworkRandom, IdIndexAndCycleTestFollowEveryChange) {
+    std::mt19937 rng(7);
+    VEK_network net;
+    ModelGraph model;
+    int nextId = 0;
+    for (int step = 0; step < 3000; ++step) {
+        const int op = static_cast<int>(rng() % 10);
+        std::vector<int> handles;
+        for (auto& [h, s] : model.ids) handles.push_back(h);
+        auto pick = [&] { return handles[rng() % handles.size()]; };
+        if (op < 3 || handles.size() < 2) {
+            std::string id = "v" + std::to_string(nextId++ % 97);
+            int h = net.AddNode(VEK_CPT, id.c_str());
+            if (model.Find(id) >= 0) {
+                EXPECT_EQ(h, VEK_OUT_OF_RANGE);
+            } else {
+                ASSERT_GE(h, 0);
+                model.ids[h] = id;
+            }
+        } else if (op < 7) {
+            int p = pick(), c = pick();
+            int expected = p == c || model.arcs.count({p, c}) || model.arcs.count({c, p}) ? VEK_OUT_OF_RANGE
+                           : model.Reaches(c, p)                                     ? VEK_CYCLE
+                                                                                      : VEK_OKAY;
+            ASSERT_EQ(net.AddArc(p, c), expected);
+            if (expected == VEK_OKAY) model.arcs.insert({p, c});
+        } else if (op == 7) {
+            int h = pick();
+            ASSERT_EQ(net.DeleteNode(h), VEK_OKAY);
+            model.ids.erase(h);
+            std::erase_if(model.arcs, [h](auto a) { return a.first == h || a.second == h; });
+        } else if (op == 8) {
+            int h = pick();
+            std::string id = "w" + std::to_string(rng() % 50);
+            int res = net.GetNode(h)->Header().SetId(id.c_str());
+            int owner = model.Find(id);
+            EXPECT_EQ(res, owner >= 0 && owner != h ? VEK_DUPLICATED_IDENTIFIER : VEK_OKAY);
+            if (res == VEK_OKAY) model.ids[h] = id;
+        } else if (rng() % 2) {
+            VEK_network copy(net);
+            net = copy;
+        } else {
+            std::string text;
+            ASSERT_EQ(net.WriteString(text), VEK_OKAY);
+            ASSERT_EQ(net.ReadString(text.c_str()), VEK_OKAY);
+            // Reading renumbers the handles; the model follows by id, walking
+            // the slots rather than asking the index under test.
+            std::map<int, int> moved;
+            ModelGraph renumbered;
+            for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+                moved[model.Find(net.GetNodeId(h))] = h;
+                renumbered.ids[h] = net.GetNodeId(h);
+            }
+            for (auto [p, c] : model.arcs) renumbered.arcs.insert({moved.at(p), moved.at(c)});
+            model = renumbered;
+        }
+        if (step % 50 == 0) ExpectSameGraph(net, model);
+        if (HasFailure()) return;
+    }
+    ExpectSameGraph(net, model);
+    EXPECT_EQ(net.FindNode("v1000"), VEK_OUT_OF_RANGE);
+}
+
+TEST(NetworkArcs, RefusedReversalChangesNothing) {
+    VEK_network net;
+    int a = Add(net, "a"), b = Add(net, "b"), c = Add(net, "c");
+    net.AddArc(a, b);
+    net.AddArc(b, c);
+    net.AddArc(a, c);
+    const std::vector<double> table = net.GetDef(c)->GetMatrix()->GetItems().ToVector();
+    // a -> b -> c: reversing a -> c would close a cycle.
+    EXPECT_EQ(net.ReverseArc(a, c), VEK_CYCLE);
+    EXPECT_EQ(ToVec(net.GetNode(c)->Parents()), (std::vector<int>{b, a}));
+    EXPECT_EQ(net.GetDef(c)->GetMatrix()->GetItems().ToVector(), table);
+    int u = Add(net, "u", VEK_TABLE);
+    net.AddArc(c, u);
+    EXPECT_EQ(net.ReverseArc(c, u), VEK_WRONG_NODE_TYPE);
+    EXPECT_EQ(ToVec(net.GetNode(u)->Parents()), std::vector<int>{c});
+}
+
+TEST(NetworkNodes, DeletedNodeLeavesIndexingParents) {
+    VEK_network net;
+    int d = Add(net, "d", VEK_LIST), x = Add(net, "x"), u = Add(net, "u", VEK_TABLE);
+    net.AddArc(d, u);
+    net.AddArc(x, u);
+    ASSERT_EQ(net.UpdateBeliefs(), VEK_OKAY);
+    ASSERT_TRUE(net.GetVal(u)->GetIndexingParents().IsInList(d));
+    ASSERT_EQ(net.DeleteNode(d), VEK_OKAY);
+    for (int h : {x, u}) EXPECT_FALSE(net.GetVal(h)->GetIndexingParents().IsInList(d)) << h;
 }

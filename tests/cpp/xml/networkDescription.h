@@ -411,6 +411,14 @@ inline void RandomNetwork(VEK_network& net, unsigned seed) {
         // Node attributes and presentation.
         if (g.Chance(0.2)) net.SetTarget(h, true);
         node->SetDiagType(g.Int(0, 2));
+        // The XML format gives the states of diagnostic targets labels;
+        // such a model holds them already.
+        auto* labelled = dynamic_cast<VEK_discDef*>(node->Definition());
+        if (labelled && node->GetDiagType() == VEK_DIAG_FAULT) {
+            for (int k = 0; k < labelled->GetNumberOfOutcomes(); ++k) {
+                if (!*labelled->GetOutcomeLabel(k)) labelled->SetOutcomeLabel(k, (*labelled->GetOutcomeIds())[k]);
+            }
+        }
         if (node->GetDiagType() == VEK_DIAG_OBSERVATION) {
             node->SetRanked(g.Chance(0.5));
             node->SetMandatory(g.Chance(0.5));
