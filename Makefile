@@ -16,7 +16,7 @@ $(RELEASE)/build.ninja:
 	cmake -S . -B $(RELEASE) $(CMAKE_COMMON) -DCMAKE_BUILD_TYPE=Release
 
 $(ASAN)/build.ninja:
-	cmake -S . -B $(ASAN) $(CMAKE_COMMON) -DCMAKE_BUILD_TYPE=Debug -DQUARN_SANITIZE=ON -DQUARN_PYTHON=OFF \
+	cmake -S . -B $(ASAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUARN_SANITIZE=ON -DQUARN_PYTHON=OFF \
 	  -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
 
 build: setup $(RELEASE)/build.ninja
