@@ -238,18 +238,20 @@ def test_refused_intervals(small, edges, adjust, code):
     assert describe(net) == before
 
 
-def test_interval_count_change_that_would_overflow_a_child_table(net):
+@pytest.mark.parametrize("grown", ["C", "P"])
+def test_interval_count_change_that_would_overflow_a_table(net, grown):
+    # C under P and Q: 1300 outcomes each for two of the three already, the
+    # third past the int range, whether the grown table is its own or a child's.
     edges = [float(i) for i in range(1301)]
-    p = net.add_node(NodeType.CPT, "P")
-    q = net.add_node(NodeType.CPT, "Q")
-    c = net.add_node(NodeType.CPT, "C")
-    net.set_intervals(q, edges)
-    net.set_intervals(c, edges)
-    net.add_arc(p, c)
-    net.add_arc(q, c)
+    for node_id in ("P", "Q", "C"):
+        net.add_node(NodeType.CPT, node_id)
+        if node_id != grown:
+            net.set_intervals(node_id, edges)
+    net.add_arc("P", "C")
+    net.add_arc("Q", "C")
     before = describe(net)
     with quarn_error(-42, "QUARN Error -42 in function Network.SetIntervals. Table too large"):
-        net.set_intervals(p, edges)
+        net.set_intervals(grown, edges)
     assert describe(net) == before
 
 
