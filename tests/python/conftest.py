@@ -161,23 +161,29 @@ def wrong_type_cases(table):
             yield pytest.param(method, bad, extra, id="%s-%s" % (method, type(bad).__name__))
 
 
-def check_bad_node(small, method, node, extra, text):
-    """Calls method with a node that does not exist and checks code -3, the
-    text and that the network is unchanged."""
-    net, h = small
-    if node == "deleted":
-        net.delete_node(h["D"])
-        node = h["D"]
-        text = OCCURED + "Invalid node handle: %d" % node
-    before = describe(net)
-    with quarn_error(-3, text):
-        getattr(net, method)(node, *extra)
-    assert describe(net) == before
+def node_argument_tests(table):
+    """The two tests every table of node methods gets: a node that does not
+    exist is refused with code -3 and its text, a node of the wrong Python
+    type with TypeError; the network is unchanged either way."""
 
+    @pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(table)))
+    def test_unknown_node_is_refused(small, method, node, extra, text):
+        net, h = small
+        if node == "deleted":
+            net.delete_node(h["D"])
+            node = h["D"]
+            text = OCCURED + "Invalid node handle: %d" % node
+        before = describe(net)
+        with quarn_error(-3, text):
+            getattr(net, method)(node, *extra)
+        assert describe(net) == before
 
-def check_wrong_type(small, method, node, extra):
-    net, _ = small
-    before = describe(net)
-    with pytest.raises(TypeError):
-        getattr(net, method)(node, *extra)
-    assert describe(net) == before
+    @pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(table)))
+    def test_node_of_wrong_type_is_refused(small, method, node, extra):
+        net, _ = small
+        before = describe(net)
+        with pytest.raises(TypeError):
+            getattr(net, method)(node, *extra)
+        assert describe(net) == before
+
+    return test_unknown_node_is_refused, test_node_of_wrong_type_is_refused

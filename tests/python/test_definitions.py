@@ -3,8 +3,7 @@ import pytest
 
 from pyquarn import NodeType
 
-from conftest import (bad_node_cases, check_bad_node, check_wrong_type, describe, quarn_error,
-                      wrong_type_cases)
+from conftest import describe, node_argument_tests, quarn_error
 
 DEFINITION_METHODS = [
     ("set_node_definition", ([0.5, 0.5],), "hi"),
@@ -16,14 +15,7 @@ DEFINITION_METHODS = [
 ]
 
 
-@pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(DEFINITION_METHODS)))
-def test_unknown_node_is_refused(small, method, node, extra, text):
-    check_bad_node(small, method, node, extra, text)
-
-
-@pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(DEFINITION_METHODS)))
-def test_node_of_wrong_type_is_refused(small, method, node, extra):
-    check_wrong_type(small, method, node, extra)
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests(DEFINITION_METHODS)
 
 
 def test_definitions_by_handle_and_by_id(small):

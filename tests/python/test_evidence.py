@@ -6,8 +6,7 @@ import pytest
 
 from pyquarn import QUARNException
 
-from conftest import (OCCURED, bad_node_cases, build_impossible, check_bad_node, check_wrong_type, describe,
-                      quarn_error, wrong_type_cases)
+from conftest import OCCURED, build_impossible, describe, node_argument_tests, quarn_error
 
 EVIDENCE_METHODS = [
     ("set_evidence", (0,), "hi"),
@@ -36,14 +35,7 @@ EVIDENCE_METHODS = [
 ]
 
 
-@pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(EVIDENCE_METHODS)))
-def test_unknown_node_is_refused(small, method, node, extra, text):
-    check_bad_node(small, method, node, extra, text)
-
-
-@pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(EVIDENCE_METHODS)))
-def test_node_of_wrong_type_is_refused(small, method, node, extra):
-    check_wrong_type(small, method, node, extra)
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests(EVIDENCE_METHODS)
 
 
 @pytest.mark.parametrize("method", ["set_evidence", "set_controlled_value"])

@@ -3,8 +3,7 @@ import pytest
 
 from pyquarn import NodeType
 
-from conftest import (OCCURED, bad_node_cases, check_bad_node, check_wrong_type, describe, quarn_error,
-                      wrong_type_cases)
+from conftest import OCCURED, describe, node_argument_tests, quarn_error
 
 NODE_METHODS = [
     ("get_next_node", (), "hi"),
@@ -25,14 +24,7 @@ NODE_METHODS = [
 ]
 
 
-@pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(NODE_METHODS)))
-def test_unknown_node_is_refused(small, method, node, extra, text):
-    check_bad_node(small, method, node, extra, text)
-
-
-@pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(NODE_METHODS)))
-def test_node_of_wrong_type_is_refused(small, method, node, extra):
-    check_wrong_type(small, method, node, extra)
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests(NODE_METHODS)
 
 
 @pytest.mark.parametrize("method", ["add_arc", "delete_arc"])

@@ -6,8 +6,7 @@ import pytest
 
 from pyquarn import NodeType
 
-from conftest import (OCCURED, bad_node_cases, check_bad_node, check_wrong_type, describe, quarn_error,
-                      wrong_type_cases)
+from conftest import OCCURED, describe, node_argument_tests, quarn_error
 
 OUTCOME_NODE_METHODS = [
     ("get_outcome_ids", (), "i"),
@@ -31,14 +30,7 @@ OUTCOME_NODE_METHODS = [
 ]
 
 
-@pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(OUTCOME_NODE_METHODS)))
-def test_unknown_node_is_refused(small, method, node, extra, text):
-    check_bad_node(small, method, node, extra, text)
-
-
-@pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(OUTCOME_NODE_METHODS)))
-def test_node_of_wrong_type_is_refused(small, method, node, extra):
-    check_wrong_type(small, method, node, extra)
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests(OUTCOME_NODE_METHODS)
 
 
 # Methods naming an outcome of node B (b0, b1, b2): (method, node forms, extra).
@@ -246,18 +238,20 @@ def test_refused_intervals(small, edges, adjust, code):
     assert describe(net) == before
 
 
-def test_interval_count_change_that_would_overflow_a_child_table(net):
+@pytest.mark.parametrize("grown", ["C", "P"])
+def test_interval_count_change_that_would_overflow_a_table(net, grown):
+    # C under P and Q: 1300 outcomes each for two of the three already, the
+    # third past the int range, whether the grown table is its own or a child's.
     edges = [float(i) for i in range(1301)]
-    p = net.add_node(NodeType.CPT, "P")
-    q = net.add_node(NodeType.CPT, "Q")
-    c = net.add_node(NodeType.CPT, "C")
-    net.set_intervals(q, edges)
-    net.set_intervals(c, edges)
-    net.add_arc(p, c)
-    net.add_arc(q, c)
+    for node_id in ("P", "Q", "C"):
+        net.add_node(NodeType.CPT, node_id)
+        if node_id != grown:
+            net.set_intervals(node_id, edges)
+    net.add_arc("P", "C")
+    net.add_arc("Q", "C")
     before = describe(net)
     with quarn_error(-42, "QUARN Error -42 in function Network.SetIntervals. Table too large"):
-        net.set_intervals(p, edges)
+        net.set_intervals(grown, edges)
     assert describe(net) == before
 
 

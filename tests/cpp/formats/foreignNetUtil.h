@@ -21,6 +21,8 @@
 #include "network/network.h"
 #include "network/truthTable.h"
 
+#include <unistd.h>
+
 namespace foreign {
 
 inline std::string SharedDir() {
@@ -321,6 +323,84 @@ inline void ExpectSentinel(const VEK_network& net) {
     EXPECT_STREQ(net.Header().GetId(), "sentinel");
 }
 
+// The line and column of "Error at L, C" in a message; false when absent.
+inline bool ErrorPosition(const std::string& message, int& line, int& column) {
+    return std::sscanf(message.c_str(), "Error at %d, %d", &line, &column) == 2;
+}
+
+// Reads text into net; the status.
+using Reader = std::function<int(VEK_network&, const std::string&)>;
+
+// A reader through the file dispatch, with extension and format.
+inline Reader FileReader(const char* extension, int format = -1) {
+    return [extension, format](VEK_network& net, const std::string& text) {
+        TempFile file(extension);
+        file.Write(text);
+        return format < 0 ? net.ReadFile(file.c_str()) : net.ReadFile(file.c_str(), format);
+    };
+}
+
+// An input that must be refused with a message "Error at line, column"
+// (column 0: any) holding part.
+struct Fault {
+    std::string text;
+    int line, column;
+    const char* part;
+};
+
+// Each fault fails with the read error, logs it at its position and leaves
+// the network as it was.
+inline void ExpectFaults(const Reader& read, const std::vector<Fault>& faults) {
+    for (const Fault& f : faults) {
+        SCOPED_TRACE(f.text.substr(0, 300));
+        VEK_network net;
+        MakeSentinel(net);
+        EXPECT_EQ(read(net, f.text), VEK_FILE_READ_ERROR);
+        EXPECT_EQ(net.Logger().GetLastError(), VEK_FILE_READ_ERROR);
+        const std::string message = LastMessage(net);
+        int l = -1, c = -1;
+        EXPECT_TRUE(ErrorPosition(message, l, c)) << message;
+        EXPECT_EQ(l, f.line) << message;
+        if (f.column > 0) {
+            EXPECT_EQ(c, f.column) << message;
+        }
+        EXPECT_NE(message.find(f.part), std::string::npos) << message;
+        ExpectSentinel(net);
+    }
+}
+
+// An input that either reads or fails with a positioned message, leaving the
+// network alone; the sanitizer build checks that nothing leaks or overflows.
+inline void ExpectReadOrCleanFailure(const Reader& read, const std::string& input) {
+    VEK_network net;
+    MakeSentinel(net);
+    if (read(net, input) == 0) return;
+    int l, c;
+    EXPECT_TRUE(ErrorPosition(LastMessage(net), l, c)) << LastMessage(net);
+    ExpectSentinel(net);
+}
+
+// Random prefixes of text and copies with bytes overwritten at random.
+inline void ExpectCutAndGarbledFailCleanly(const Reader& read, const std::string& text, unsigned seed, int cuts,
+                                           int garbles) {
+    ASSERT_GT(text.size(), 1000u);
+    std::mt19937 rng(seed);
+    for (int i = 0; i < cuts; ++i) ExpectReadOrCleanFailure(read, text.substr(0, rng() % text.size()));
+    for (int i = 0; i < garbles; ++i) {
+        std::string g = text;
+        for (int k = 0; k < 8; ++k) g[rng() % g.size()] = static_cast<char>(rng() % 256);
+        ExpectReadOrCleanFailure(read, g);
+    }
+}
+
+// The whole content of a file.
+inline std::string FileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
 // Replaces every "\n" by "\r\n" and puts a byte order mark in front.
 inline std::string WithCrlfAndBom(const std::string& text) {
     std::string out = "\xEF\xBB\xBF";
@@ -331,9 +411,5 @@ inline std::string WithCrlfAndBom(const std::string& text) {
     return out;
 }
 
-// The line and column of "Error at L, C" in a message; false when absent.
-inline bool ErrorPosition(const std::string& message, int& line, int& column) {
-    return std::sscanf(message.c_str(), "Error at %d, %d", &line, &column) == 2;
-}
 
 }  // namespace foreign

@@ -91,4 +91,18 @@ inline void ExpectSameAs(const VEK_network& ref, const VEK_network& got, double 
     EXPECT_EQ(tableMismatches, 0);
 }
 
+// The smaller networks written in format and read back equal the XML network
+// file they came from, exactly.
+inline void ExpectSmallNetworksRoundTrip(int format, const char* extension) {
+    for (const std::string& name : Names()) {
+        if (IsBig(name)) continue;
+        SCOPED_TRACE(name);
+        const VEK_network* ref = Reference(name);
+        ASSERT_TRUE(ref);
+        VEK_network copy(*ref), back;
+        foreign::RoundTrip(copy, format, extension, back);
+        ExpectSameAs(*ref, back, 0.0);
+    }
+}
+
 }  // namespace shared

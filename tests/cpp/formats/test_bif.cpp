@@ -63,25 +63,6 @@ const VEK_discDef* Disc(const VEK_network& net, const char* id) {
     return static_cast<const VEK_discDef*>(net.GetDef(net.FindNode(id)));
 }
 
-// A read that must fail: the status, the message's position and that the
-// network is left as it was.
-void ExpectFault(const std::string& text, int line, int column, const char* part) {
-    SCOPED_TRACE(text);
-    VEK_network net;
-    foreign::MakeSentinel(net);
-    int res = ReadBif(net, text);
-    EXPECT_EQ(res, VEK_FILE_READ_ERROR);
-    std::string message = LastMessage(net);
-    int l = -1, c = -1;
-    EXPECT_TRUE(foreign::ErrorPosition(message, l, c)) << message;
-    EXPECT_EQ(l, line) << message;
-    if (column > 0) {
-        EXPECT_EQ(c, column) << message;
-    }
-    EXPECT_NE(message.find(part), std::string::npos) << message;
-    foreign::ExpectSentinel(net);
-}
-
 }  // namespace
 
 // ------------------------------------------------------------ shared networks
@@ -106,18 +87,8 @@ TEST(BifSharedNetworks, TextAndXmlFilesMatchTheXmlNetworkFiles) {
     }
 }
 
-// The smaller networks written as XMLBIF and read back equal the XML network
-// file they came from, exactly.
 TEST(BifSharedNetworks, WrittenXmlbifReadsBackAsTheXmlNetwork) {
-    for (const std::string& name : shared::Names()) {
-        if (shared::IsBig(name)) continue;
-        SCOPED_TRACE(name);
-        const VEK_network* ref = shared::Reference(name);
-        ASSERT_TRUE(ref);
-        VEK_network copy(*ref), back;
-        foreign::RoundTrip(copy, VEK_FORMAT_XMLBIF, ".xml", back);
-        shared::ExpectSameAs(*ref, back, 0.0);
-    }
+    shared::ExpectSmallNetworksRoundTrip(VEK_FORMAT_XMLBIF, ".xml");
 }
 
 // ------------------------------------------------------------ text BIF grammar
@@ -214,43 +185,45 @@ probability ( 2nd | my-node ) {
 TEST(BifText, FaultsAreRefusedWithTheirPosition) {
     const std::string head = "network n { }\nvariable a { type discrete [ 2 ] { x, y }; }\n"
                              "variable b { type discrete [ 2 ] { t, f }; }\n";
-    ExpectFault(head + "probability ( b | c ) { table 0.5 0.5 0.5 0.5; }\n", 4, 19, "Node parent not found: 'c'");
-    ExpectFault(head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) {\n  (x) 0.5, 0.5;\n  (y) 0.5;\n}\n",
-                7, 3, "Row has 1 values, expected 2");
-    ExpectFault(head + "probability ( a ) { table 0.5 0.5 0.5; }\nprobability ( b ) { table 1 0; }\n", 4, 21,
-                "has 3 values, expected 2");
-    ExpectFault(head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) {\n  (x) 0.5, 0.5;\n  (w) 0.5, 0.5;\n}\n",
-                7, 3, "Invalid outcome identifier: 'w'");
-    ExpectFault(head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) {\n  (x) 0.5, 0.5;\n}\n", 5, 1,
-                "Missing parent configurations");
-    ExpectFault(head + "probability ( a | b ) { table 0.5 0.5 0.5 0.5; }\nprobability ( b | a ) { table 0.5 0.5 0.5 0.5; }\n",
-                4, 1, "cycle");
-    ExpectFault(head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b ) { table 0.5 0.5; ", 5, 36,
-                "end of file");
-    ExpectFault(head + "variable a { type discrete [ 2 ] { p, q }; }\n", 4, 1, "Duplicated node identifier: 'a'");
-    ExpectFault("variable a { type discrete [ 3 ] { x, y }; }\n", 1, 30, "declares 3 states but lists 2");
-    ExpectFault("variable a { type discrete [ 2 ] { x, x }; }\nprobability ( a ) { table 0.5 0.5; }\n", 1, 1,
-                "Duplicate state identifier: 'x'");
-    ExpectFault("variable a { type continuous; }\n", 1, 19, "Only discrete variables");
-    ExpectFault(head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) { (x) 0.5 zero; (y) 1 0; }\n", 5, 33,
-                "Number expected but found 'zero'");
-    ExpectFault(head + "probability ( a ) { table 1.5 -0.5; }\nprobability ( b ) { table 1 0; }\n", 4, 21,
-                "Invalid probability 1.5");
-    ExpectFault(head + "probability ( a ) { table 0.5 0.5; }\n", 3, 1, "No table for node 'b'");
-    ExpectFault("network n { property \"unterminated ; }\n", 1, 22, "Unterminated string");
-    ExpectFault("network n { }\nnode a { }\n", 2, 1, "Expected 'network', 'variable' or 'probability'");
+    foreign::ExpectFaults(foreign::FileReader(".bif", VEK_FORMAT_XMLBIF), {
+        {head + "probability ( b | c ) { table 0.5 0.5 0.5 0.5; }\n", 4, 19, "Node parent not found: 'c'"},
+        {head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) {\n  (x) 0.5, 0.5;\n  (y) 0.5;\n}\n",
+                    7, 3, "Row has 1 values, expected 2"},
+        {head + "probability ( a ) { table 0.5 0.5 0.5; }\nprobability ( b ) { table 1 0; }\n", 4, 21,
+                    "has 3 values, expected 2"},
+        {head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) {\n  (x) 0.5, 0.5;\n  (w) 0.5, 0.5;\n}\n",
+                    7, 3, "Invalid outcome identifier: 'w'"},
+        {head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) {\n  (x) 0.5, 0.5;\n}\n", 5, 1,
+                    "Missing parent configurations"},
+        {head + "probability ( a | b ) { table 0.5 0.5 0.5 0.5; }\nprobability ( b | a ) { table 0.5 0.5 0.5 0.5; }\n",
+                    4, 1, "cycle"},
+        {head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b ) { table 0.5 0.5; ", 5, 36,
+                    "end of file"},
+        {head + "variable a { type discrete [ 2 ] { p, q }; }\n", 4, 1, "Duplicated node identifier: 'a'"},
+        {"variable a { type discrete [ 3 ] { x, y }; }\n", 1, 30, "declares 3 states but lists 2"},
+        {"variable a { type discrete [ 2 ] { x, x }; }\nprobability ( a ) { table 0.5 0.5; }\n", 1, 1,
+                    "Duplicate state identifier: 'x'"},
+        {"variable a { type continuous; }\n", 1, 19, "Only discrete variables"},
+        {head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) { (x) 0.5 zero; (y) 1 0; }\n", 5, 33,
+                    "Number expected but found 'zero'"},
+        {head + "probability ( a ) { table 1.5 -0.5; }\nprobability ( b ) { table 1 0; }\n", 4, 21,
+                    "Invalid probability 1.5"},
+        {head + "probability ( a ) { table 0.5 0.5; }\n", 3, 1, "No table for node 'b'"},
+        {"network n { property \"unterminated ; }\n", 1, 22, "Unterminated string"},
+        {"network n { }\nnode a { }\n", 2, 1, "Expected 'network', 'variable' or 'probability'"},
     // A table of a size that does not fit an int.
-    ExpectFault("variable a { type discrete [ 2 ] { x, y }; }\n"
-                "probability ( a | a1, a2, a3, a4, a5, a6, a7, a8 ) { table 1; }\n"
-                "variable a1 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                "variable a2 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                "variable a3 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                "variable a4 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                "variable a5 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                "variable a6 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                "variable a7 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                "variable a8 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n",
-                2, 1, "Table too large");
+        {"variable a { type discrete [ 2 ] { x, y }; }\n"
+                    "probability ( a | a1, a2, a3, a4, a5, a6, a7, a8 ) { table 1; }\n"
+                    "variable a1 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
+                    "variable a2 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
+                    "variable a3 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
+                    "variable a4 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
+                    "variable a5 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
+                    "variable a6 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
+                    "variable a7 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
+                    "variable a8 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n",
+                    2, 1, "Table too large"},
+    });
 }
 
 TEST(BifText, MissingFileIsRefused) {
@@ -355,16 +328,18 @@ TEST(Xmlbif, ReadsDecisionsUtilitiesOlderTagsAndProperties) {
 TEST(Xmlbif, FaultsAreRefusedWithTheirPosition) {
     const std::string head = "<BIF VERSION=\"0.3\"><NETWORK><NAME>n</NAME>\n"
                              "<VARIABLE TYPE=\"nature\"><NAME>a</NAME><OUTCOME>x</OUTCOME><OUTCOME>y</OUTCOME></VARIABLE>\n";
-    ExpectFault(head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 half</TABLE></DEFINITION></NETWORK></BIF>", 3, 0,
-                "Number expected in TABLE but found 'half'");
-    ExpectFault(head + "<DEFINITION><FOR>a</FOR>\n<GIVEN>b</GIVEN><TABLE>0.5 0.5</TABLE></DEFINITION></NETWORK></BIF>", 4, 1,
-                "Node parent not found: 'b'");
-    ExpectFault(head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 0.5 0.5</TABLE></DEFINITION></NETWORK></BIF>", 3, 0,
-                "has 3 values, expected 2");
-    ExpectFault(head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 0.5</TABLE></DEFINITION>\n</NETWORK", 4, 0, "");
-    ExpectFault("<BIF><NETWORK><VARIABLE TYPE=\"maybe\"><NAME>a</NAME></VARIABLE></NETWORK></BIF>", 1, 0,
-                "Unknown variable type 'maybe'");
-    ExpectFault("<other/>", 1, 0, "Unknown root element");
+    foreign::ExpectFaults(foreign::FileReader(".bif", VEK_FORMAT_XMLBIF), {
+        {head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 half</TABLE></DEFINITION></NETWORK></BIF>", 3, 0,
+                    "Number expected in TABLE but found 'half'"},
+        {head + "<DEFINITION><FOR>a</FOR>\n<GIVEN>b</GIVEN><TABLE>0.5 0.5</TABLE></DEFINITION></NETWORK></BIF>", 4, 1,
+                    "Node parent not found: 'b'"},
+        {head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 0.5 0.5</TABLE></DEFINITION></NETWORK></BIF>", 3, 0,
+                    "has 3 values, expected 2"},
+        {head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 0.5</TABLE></DEFINITION>\n</NETWORK", 4, 0, ""},
+        {"<BIF><NETWORK><VARIABLE TYPE=\"maybe\"><NAME>a</NAME></VARIABLE></NETWORK></BIF>", 1, 0,
+                    "Unknown variable type 'maybe'"},
+        {"<other/>", 1, 0, "Unknown root element"},
+    });
 }
 
 TEST(Xmlbif, WriterKeepsNamesAndRefusesWhatItCannotHold) {
@@ -425,35 +400,16 @@ TEST(Xmlbif, RandomNetworksRoundTrip) {
 // in a positioned message and leave the network alone; the sanitizer build
 // checks that nothing leaks or overflows on the way.
 TEST(BifHostileInput, TruncatedGarbledAndHugeInputs) {
-    std::ifstream in(shared::PathOf("bif", "child", ".bif"), std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::ifstream inx(shared::PathOf("xmlbif", "asia", ".xml"), std::ios::binary);
-    std::string xml((std::istreambuf_iterator<char>(inx)), std::istreambuf_iterator<char>());
-    ASSERT_GT(text.size(), 1000u);
-    ASSERT_GT(xml.size(), 1000u);
-
-    auto check = [](const std::string& input) {
-        VEK_network net;
-        foreign::MakeSentinel(net);
-        if (ReadBif(net, input) == 0) return;
-        int l, c;
-        EXPECT_TRUE(foreign::ErrorPosition(LastMessage(net), l, c)) << LastMessage(net);
-        foreign::ExpectSentinel(net);
-    };
-    std::mt19937 rng(7);
-    for (int i = 0; i < 40; ++i) check(text.substr(0, rng() % text.size()));
-    for (int i = 0; i < 20; ++i) check(xml.substr(0, rng() % xml.size()));
-    for (int i = 0; i < 40; ++i) {
-        std::string g = i % 2 ? text : xml;
-        for (int k = 0; k < 8; ++k) g[rng() % g.size()] = static_cast<char>(rng() % 256);
-        check(g);
-    }
-    check(std::string("variable a { type discrete [ 99999999999 ] { x, y }; }"));
-    check("probability ( a | " + std::string(200000, 'b') + " ) { }");
-    check("network n { property " + std::string(300000, '(') + " ; }");
+    const foreign::Reader read = foreign::FileReader(".bif", VEK_FORMAT_XMLBIF);
+    foreign::ExpectCutAndGarbledFailCleanly(read, foreign::FileText(shared::PathOf("bif", "child", ".bif")), 7, 40, 20);
+    foreign::ExpectCutAndGarbledFailCleanly(read, foreign::FileText(shared::PathOf("xmlbif", "asia", ".xml")), 8, 20, 20);
     std::string many = "variable a { type discrete [ 2 ] { x, y }; }\nprobability ( a ) { table";
     for (int i = 0; i < 200000; ++i) many += " 0.5";
-    check(many + "; }");
-    check(std::string(100000, '<'));
-    check(std::string("\0\1\2", 3) + "variable");
+    for (const std::string& input :
+         {std::string("variable a { type discrete [ 99999999999 ] { x, y }; }"),
+          "probability ( a | " + std::string(200000, 'b') + " ) { }",
+          "network n { property " + std::string(300000, '(') + " ; }", many + "; }", std::string(100000, '<'),
+          std::string("\0\1\2", 3) + "variable"}) {
+        foreign::ExpectReadOrCleanFailure(read, input);
+    }
 }

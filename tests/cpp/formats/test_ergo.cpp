@@ -81,37 +81,17 @@ TEST(ErgoFormat, HandWrittenFileLoadsInEveryLexicalVariant) {
 }
 
 TEST(ErgoFormat, FaultsAreReportedWherTheyAreAndChangeNothing) {
-    struct Case {
-        const char* what;
-        std::string text;
-        int line, column;
-        const char* fragment;
-    };
-    const std::vector<Case> cases = {
-        {"wrong table size", "2\n2 2\n0\n1 0\n2 0.5 0.5\n3 0.1 0.9 0.2\nA B\na b\nc d\n", 6, 1, "expected 4"},
-        {"unknown parent", "2\n2 2\n0\n1 5\n", 4, 3, "Unknown parent"},
-        {"cycle", "2\n2 2\n1 1\n1 0\n4 .5 .5 .5 .5\n4 .5 .5 .5 .5\nA B\na b\nc d\n", 3, 1, "cycle"},
-        {"truncated", "2\n2 2\n0\n1 0\n2 0.5 0.5\n4 0.1 0.9\n", 7, 1, "end of file"},
-        {"duplicate name", "2\n2 2\n0\n0\n2 .5 .5\n2 .5 .5\nA A\na b\nc d\n", 7, 3, "Duplicated"},
-        {"one state", "1\n1\n0\n1 1\nA\na\n", 5, 1, "two states"},
-        {"trailing text", "1\n2\n0\n2 .5 .5\nA\na b\nextra\n", 7, 1, "Unexpected"},
-        {"not a number", "1\n2\n0\n2 .5 x\nA\na b\n", 4, 6, "Number expected"},
-        {"unterminated comment", "1\n2\n0 /* no end\n", 3, 3, "Unterminated comment"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        VEK_network net;
-        MakeSentinel(net);
-        EXPECT_EQ(ReadText(net, c.text, ".erg"), VEK_FILE_READ_ERROR);
-        std::string message = LastMessage(net);
-        int line = 0, column = 0;
-        ASSERT_TRUE(ErrorPosition(message, line, column)) << message;
-        EXPECT_EQ(line, c.line) << message;
-        EXPECT_EQ(column, c.column) << message;
-        EXPECT_NE(message.find(c.fragment), std::string::npos) << message;
-        EXPECT_EQ(net.Logger().GetLastError(), VEK_FILE_READ_ERROR);
-        ExpectSentinel(net);
-    }
+    ExpectFaults(FileReader(".erg"), {
+        {"2\n2 2\n0\n1 0\n2 0.5 0.5\n3 0.1 0.9 0.2\nA B\na b\nc d\n", 6, 1, "expected 4"},
+        {"2\n2 2\n0\n1 5\n", 4, 3, "Unknown parent"},
+        {"2\n2 2\n1 1\n1 0\n4 .5 .5 .5 .5\n4 .5 .5 .5 .5\nA B\na b\nc d\n", 3, 1, "cycle"},
+        {"2\n2 2\n0\n1 0\n2 0.5 0.5\n4 0.1 0.9\n", 7, 1, "end of file"},
+        {"2\n2 2\n0\n0\n2 .5 .5\n2 .5 .5\nA A\na b\nc d\n", 7, 3, "Duplicated"},
+        {"1\n1\n0\n1 1\nA\na\n", 5, 1, "two states"},
+        {"1\n2\n0\n2 .5 .5\nA\na b\nextra\n", 7, 1, "Unexpected"},
+        {"1\n2\n0\n2 .5 x\nA\na b\n", 4, 6, "Number expected"},
+        {"1\n2\n0 /* no end\n", 3, 3, "Unterminated comment"},
+    });
     VEK_network net;
     MakeSentinel(net);
     EXPECT_EQ(net.ReadFile("/nonexistent/dir/x.erg"), VEK_FILE_IO_FAILED);

@@ -21,11 +21,6 @@ using foreign::TempFile;
 
 namespace {
 
-int ReadNet(VEK_network& net, const std::string& text) {
-    TempFile file(".net");
-    file.Write(text);
-    return net.ReadFile(file.c_str());
-}
 
 std::vector<double> Table(const VEK_network& net, const char* id) {
     int h = net.FindNode(id);
@@ -36,21 +31,6 @@ std::vector<double> Table(const VEK_network& net, const char* id) {
 
 const VEK_discDef* Disc(const VEK_network& net, const char* id) {
     return static_cast<const VEK_discDef*>(net.GetDef(net.FindNode(id)));
-}
-
-void ExpectFault(const std::string& text, int line, int column, const char* part) {
-    SCOPED_TRACE(text);
-    VEK_network net;
-    foreign::MakeSentinel(net);
-    int res = ReadNet(net, text);
-    EXPECT_EQ(res, VEK_FILE_READ_ERROR);
-    std::string message = LastMessage(net);
-    int l = -1, c = -1;
-    EXPECT_TRUE(foreign::ErrorPosition(message, l, c)) << message;
-    EXPECT_EQ(l, line) << message;
-    EXPECT_EQ(c, column) << message;
-    EXPECT_NE(message.find(part), std::string::npos) << message;
-    foreign::ExpectSentinel(net);
 }
 
 }  // namespace
@@ -72,15 +52,7 @@ TEST(HuginSharedNetworks, NetFilesMatchTheXmlNetworkFiles) {
 }
 
 TEST(HuginSharedNetworks, WrittenNetReadsBackAsTheXmlNetwork) {
-    for (const std::string& name : shared::Names()) {
-        if (shared::IsBig(name)) continue;
-        SCOPED_TRACE(name);
-        const VEK_network* ref = shared::Reference(name);
-        ASSERT_TRUE(ref);
-        VEK_network copy(*ref), back;
-        foreign::RoundTrip(copy, VEK_FORMAT_HUGIN, ".net", back);
-        shared::ExpectSameAs(*ref, back, 0.0);
-    }
+    shared::ExpectSmallNetworksRoundTrip(VEK_FORMAT_HUGIN, ".net");
 }
 
 // ------------------------------------------------------------ grammar
@@ -124,7 +96,7 @@ class Plan
 }
 )NET";
     VEK_network net;
-    ASSERT_EQ(ReadNet(net, foreign::WithCrlfAndBom(text)), 0) << LastMessage(net);
+    ASSERT_EQ(foreign::ReadText(net, foreign::WithCrlfAndBom(text), ".net"), 0) << LastMessage(net);
     EXPECT_STREQ(net.Header().GetId(), "Plan");
     EXPECT_STREQ(net.UserProperties().FindProperty("HR_Grid_X"), "10");
     EXPECT_EQ(net.UserProperties().FindProperty("inputs"), nullptr);
@@ -153,27 +125,29 @@ class Plan
 
 TEST(HuginRead, FaultsAreRefusedWithTheirPosition) {
     const std::string head = "net { }\nnode a { states = (\"x\" \"y\"); }\nnode b { states = (\"t\" \"f\"); }\n";
-    ExpectFault(head + "potential (a) { data = (0.5 0.5); }\npotential (b | a) { data = (0.5 0.5 0.5); }\n", 5, 28,
-                "has 3 values, expected 4");
-    ExpectFault(head + "potential (a) { data = (0.5 0.5); }\npotential (b | c) { data = (0.5 0.5); }\n", 5, 16,
-                "Node parent not found: 'c'");
-    ExpectFault(head + "potential (a | b) { data = (0.5 0.5 0.5 0.5); }\npotential (b | a) { data = (0.5 0.5 0.5 0.5); }\n",
-                4, 1, "cycle");
-    ExpectFault(head + "potential (a b | ) { data = (0.5 0.5); }\n", 4, 1, "Joint potentials");
-    ExpectFault(head + "continuous node c { }\n", 4, 1, "Continuous and function nodes are not supported: 'c'");
-    ExpectFault("net { }\nnode a { states = (\"x\" \"y\") }\n", 2, 29, "Expected ';' but found '}'");
-    ExpectFault("net { }\nnode a { label = \"open; }\n", 2, 18, "Unterminated string");
-    ExpectFault("net { }\n/* never closed\nnode a { }\n", 2, 1, "Unterminated comment");
-    ExpectFault(head + "node a { states = (\"p\" \"q\"); }\n", 4, 1, "Duplicated node identifier: 'a'");
-    ExpectFault("class C { instance I (x) { } }\n", 1, 11, "not supported");
-    ExpectFault(head + "potential (a) { data = (0.5 0.5); }\n", 3, 1, "No table for node 'b'");
-    ExpectFault(head + "potential (a) { data = ((0.5) oops); }\npotential (b) { data = (1 0); }\n", 4, 31,
-                "Number expected but found 'oops'");
-    ExpectFault("net { }\nnode a { states = (\"x\"); }\npotential (a) { data = (1); }\n", 2, 1,
-                "Node needs at least two states: 'a'");
-    ExpectFault("net { }\nnode a { states = (\"x\" \"y\"); }\nutility u { }\nnode b { states = (\"x\" \"y\"); }\n"
-                "potential (a) { data = (1 0); }\npotential (u) { data = (1); }\npotential (b | u) { data = (1 0); }\n",
-                7, 16, "A utility node cannot be a parent: 'u'");
+    foreign::ExpectFaults(foreign::FileReader(".net"), {
+        {head + "potential (a) { data = (0.5 0.5); }\npotential (b | a) { data = (0.5 0.5 0.5); }\n", 5, 28,
+                    "has 3 values, expected 4"},
+        {head + "potential (a) { data = (0.5 0.5); }\npotential (b | c) { data = (0.5 0.5); }\n", 5, 16,
+                    "Node parent not found: 'c'"},
+        {head + "potential (a | b) { data = (0.5 0.5 0.5 0.5); }\npotential (b | a) { data = (0.5 0.5 0.5 0.5); }\n",
+                    4, 1, "cycle"},
+        {head + "potential (a b | ) { data = (0.5 0.5); }\n", 4, 1, "Joint potentials"},
+        {head + "continuous node c { }\n", 4, 1, "Continuous and function nodes are not supported: 'c'"},
+        {"net { }\nnode a { states = (\"x\" \"y\") }\n", 2, 29, "Expected ';' but found '}'"},
+        {"net { }\nnode a { label = \"open; }\n", 2, 18, "Unterminated string"},
+        {"net { }\n/* never closed\nnode a { }\n", 2, 1, "Unterminated comment"},
+        {head + "node a { states = (\"p\" \"q\"); }\n", 4, 1, "Duplicated node identifier: 'a'"},
+        {"class C { instance I (x) { } }\n", 1, 11, "not supported"},
+        {head + "potential (a) { data = (0.5 0.5); }\n", 3, 1, "No table for node 'b'"},
+        {head + "potential (a) { data = ((0.5) oops); }\npotential (b) { data = (1 0); }\n", 4, 31,
+                    "Number expected but found 'oops'"},
+        {"net { }\nnode a { states = (\"x\"); }\npotential (a) { data = (1); }\n", 2, 1,
+                    "Node needs at least two states: 'a'"},
+        {"net { }\nnode a { states = (\"x\" \"y\"); }\nutility u { }\nnode b { states = (\"x\" \"y\"); }\n"
+                    "potential (a) { data = (1 0); }\npotential (u) { data = (1); }\npotential (b | u) { data = (1 0); }\n",
+                    7, 16, "A utility node cannot be a parent: 'u'"},
+    });
 }
 
 TEST(HuginRead, MissingFileIsRefused) {
@@ -254,7 +228,7 @@ potential (u | a d)
 }
 )NET");
     VEK_network back;
-    ASSERT_EQ(ReadNet(back, text), 0) << LastMessage(back);
+    ASSERT_EQ(foreign::ReadText(back, text, ".net"), 0) << LastMessage(back);
     EXPECT_STREQ(Disc(back, "a")->GetOutcomeLabel(0), "<5");
     EXPECT_STREQ(back.GetNode(back.FindNode("a"))->Header().GetName(), "A \"quoted\" \\ name");
     EXPECT_EQ(Table(back, "u"), (std::vector<double>{1, -2.5, 1e-300, 4}));
@@ -302,30 +276,15 @@ TEST(HuginWrite, RandomNetworksRoundTrip) {
 // ------------------------------------------------------------ hostile input
 
 TEST(HuginHostileInput, TruncatedGarbledAndHugeInputs) {
-    std::ifstream in(shared::PathOf("net", "alarm", ".net"), std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    ASSERT_GT(text.size(), 1000u);
-    auto check = [](const std::string& input) {
-        VEK_network net;
-        foreign::MakeSentinel(net);
-        if (ReadNet(net, input) == 0) return;
-        int l, c;
-        EXPECT_TRUE(foreign::ErrorPosition(LastMessage(net), l, c)) << LastMessage(net);
-        foreign::ExpectSentinel(net);
-    };
-    std::mt19937 rng(11);
-    for (int i = 0; i < 60; ++i) check(text.substr(0, rng() % text.size()));
-    for (int i = 0; i < 40; ++i) {
-        std::string g = text;
-        for (int k = 0; k < 8; ++k) g[rng() % g.size()] = static_cast<char>(rng() % 256);
-        check(g);
-    }
+    const foreign::Reader read = foreign::FileReader(".net");
+    foreign::ExpectCutAndGarbledFailCleanly(read, foreign::FileText(shared::PathOf("net", "alarm", ".net")), 11, 60, 40);
     const std::string head = "net { }\nnode a { states = (\"x\" \"y\"); }\n";
-    check(head + "potential (a) { data = " + std::string(500000, '(') + "0.5 0.5" + std::string(500000, ')') + "; }");
-    check(head + "potential (a) { data = " + std::string(500000, '(') + "; }");
-    check(head + "potential (a) { data = (" + std::string(300000, ')') + "; }");
-    check("net { x = " + std::string(400000, '(') + "; }");
-    check("net { label = \"" + std::string(1 << 20, 'x') + "\"; }");
-    check(head + "potential (a) { data = (1e999 0); }");
-    check(std::string("net { }\nnode a \0 { }", 20));
+    for (const std::string& input :
+         {head + "potential (a) { data = " + std::string(500000, '(') + "0.5 0.5" + std::string(500000, ')') + "; }",
+          head + "potential (a) { data = " + std::string(500000, '(') + "; }",
+          head + "potential (a) { data = (" + std::string(300000, ')') + "; }",
+          "net { x = " + std::string(400000, '(') + "; }", "net { label = \"" + std::string(1 << 20, 'x') + "\"; }",
+          head + "potential (a) { data = (1e999 0); }", std::string("net { }\nnode a \0 { }", 20)}) {
+        foreign::ExpectReadOrCleanFailure(read, input);
+    }
 }

@@ -70,30 +70,13 @@ TEST(KiFormat, HandWrittenFileLoadsInEveryLexicalVariant) {
 }
 
 TEST(KiFormat, FaultsAreReportedWhereTheyAreAndChangeNothing) {
-    struct Case {
-        const char* what;
-        std::string text;
-        int line, column;
-    };
     const std::string node = "node A { type : discrete [ 2 ] = { \"a\", \"b\" }; }\n";
-    const std::vector<Case> cases = {
-        {"table size", node + "probability ( A ) { 0.5, 0.25, 0.25; }\n", 2, 21},
-        {"own parent", node + "probability ( A | A ) { ( 0 ) : 1, 0; ( 1 ) : 0, 1; }\n", 2, 19},
-        {"truncated", node + "probability ( A ) {", 2, 20},
-        {"garbled", node + "probability ( A ) { 0.5, 0.5; ]\n", 2, 31},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        VEK_network net;
-        MakeSentinel(net);
-        EXPECT_EQ(ReadText(net, c.text, ".dxp"), VEK_FILE_READ_ERROR);
-        std::string message = LastMessage(net);
-        int line = 0, column = 0;
-        ASSERT_TRUE(ErrorPosition(message, line, column)) << message;
-        EXPECT_EQ(line, c.line) << message;
-        EXPECT_EQ(column, c.column) << message;
-        ExpectSentinel(net);
-    }
+    ExpectFaults(FileReader(".dxp"), {
+        {node + "probability ( A ) { 0.5, 0.25, 0.25; }\n", 2, 21, ""},
+        {node + "probability ( A | A ) { ( 0 ) : 1, 0; ( 1 ) : 0, 1; }\n", 2, 19, ""},
+        {node + "probability ( A ) {", 2, 20, ""},
+        {node + "probability ( A ) { 0.5, 0.5; ]\n", 2, 31, ""},
+    });
 }
 
 TEST(KiFormat, WritesTheExpectedLayoutWithoutPositionsOrProperties) {

@@ -110,39 +110,20 @@ TEST(MicrosoftFormat, FaultsAreReportedWhereTheyAreAndChangeNothing) {
         "node A { type = discrete[2] = {\"a\", \"b\"}; }\n"
         "node B { type = discrete[2] = {\"a\", \"b\"}; }\n"
         "probability(A) { 0.5, 0.5; }\n";  // line 3
-    struct Case {
-        const char* what;
-        std::string text;
-        int line, column;
-        const char* fragment;
-    };
-    const std::vector<Case> cases = {
-        {"short row", nodes + "probability(B | A) {\n (0) : 0.5;\n (1) : 0.5, 0.5;\n}\n", 5, 2, "expected 2"},
-        {"missing configuration", nodes + "probability(B | A) {\n (0) : 0.5, 0.5;\n}\n", 4, 1, "Missing parent configurations"},
-        {"state index out of range", nodes + "probability(B | A) {\n (2) : 0.5, 0.5;\n}\n", 5, 3, "out of range"},
-        {"flat table of the wrong size", nodes + "probability(B | A) {\n 0.5, 0.5, 0.5;\n}\n", 5, 2, "expected 4"},
-        {"unknown parent", nodes + "probability(B | Z) { 0.5, 0.5; }\n", 4, 17, "parent not found"},
-        {"cycle", nodes.substr(0, nodes.rfind("probability")) +
+    ExpectFaults(FileReader(".dsc"), {
+        {nodes + "probability(B | A) {\n (0) : 0.5;\n (1) : 0.5, 0.5;\n}\n", 5, 2, "expected 2"},
+        {nodes + "probability(B | A) {\n (0) : 0.5, 0.5;\n}\n", 4, 1, "Missing parent configurations"},
+        {nodes + "probability(B | A) {\n (2) : 0.5, 0.5;\n}\n", 5, 3, "out of range"},
+        {nodes + "probability(B | A) {\n 0.5, 0.5, 0.5;\n}\n", 5, 2, "expected 4"},
+        {nodes + "probability(B | Z) { 0.5, 0.5; }\n", 4, 17, "parent not found"},
+        {nodes.substr(0, nodes.rfind("probability")) +
                       "probability(A | B) { 1, 0, 0, 1; }\nprobability(B | A) { 1, 0, 0, 1; }\n",
          3, 1, "cycle"},
-        {"truncated", nodes + "probability(B | A) {\n (0) : 0.5,", 5, 12, "end of file"},
-        {"state count", "node A { type = discrete[3] = {\"a\", \"b\"}; }\n", 1, 26, "declares 3 states"},
-        {"no table", nodes, 2, 6, "No table"},
-        {"bad keyword", nodes + "potential(B) { }\n", 4, 1, "Expected 'node'"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        VEK_network net;
-        MakeSentinel(net);
-        EXPECT_EQ(ReadText(net, c.text, ".dsc"), VEK_FILE_READ_ERROR);
-        std::string message = LastMessage(net);
-        int line = 0, column = 0;
-        ASSERT_TRUE(ErrorPosition(message, line, column)) << message;
-        EXPECT_EQ(line, c.line) << message;
-        EXPECT_EQ(column, c.column) << message;
-        EXPECT_NE(message.find(c.fragment), std::string::npos) << message;
-        ExpectSentinel(net);
-    }
+        {nodes + "probability(B | A) {\n (0) : 0.5,", 5, 12, "end of file"},
+        {"node A { type = discrete[3] = {\"a\", \"b\"}; }\n", 1, 26, "declares 3 states"},
+        {nodes, 2, 6, "No table"},
+        {nodes + "potential(B) { }\n", 4, 1, "Expected 'node'"},
+    });
 }
 
 TEST(MicrosoftFormat, WritesTheExpectedLayout) {

@@ -15,34 +15,15 @@
 #include <vector>
 
 #include "../xml/networkDescription.h"
+#include "foreignNetUtil.h"
 #include "formats/vekSpeaker.h"
 #include "network/intArray.h"
 #include "network/network.h"
 
 namespace {
 
-class TempPath {
-public:
-    explicit TempPath(const char* extension) {
-        static int counter = 0;
-        path_ = (std::filesystem::temp_directory_path() /
-                 ("quarn_vek_" + std::to_string(::getpid()) + "_" + std::to_string(++counter) + extension))
-                    .string();
-    }
-    ~TempPath() {
-        std::error_code ec;
-        std::filesystem::remove(path_, ec);
-    }
-    const char* c_str() const { return path_.c_str(); }
-    void Write(const std::string& text) const {
-        std::ofstream f(path_, std::ios::binary);
-        f << text;
-    }
-    std::string Read() const { return testnet::ReadText(path_); }
-
-private:
-    std::string path_;
-};
+using foreign::LastMessage;
+using TempPath = foreign::TempFile;
 
 std::string Xml(VEK_network& net) {
     std::string out;
@@ -58,21 +39,12 @@ std::string Vek(VEK_network& net) {
 }
 
 // Reads text through the file dispatch, as a user would.
-int ReadVek(VEK_network& net, const std::string& text, const char* extension = ".vek") {
-    TempPath file(extension);
-    file.Write(text);
-    return net.ReadFile(file.c_str());
-}
+int ReadVek(VEK_network& net, const std::string& text) { return foreign::ReadText(net, text, ".vek"); }
 
 // Reads text with the speaker over a fresh network (no file, no dispatch).
 int ReadDirect(VEK_network& net, const std::string& text) {
     VEK_vekSpeaker speaker(net);
     return speaker.ReadNetworkFromString(text.c_str());
-}
-
-std::string LastMessage(const VEK_network& net) {
-    const char* m = net.Logger().GetLastErrorMessage();
-    return m ? m : "";
 }
 
 uint64_t Bits(double v) {
@@ -219,15 +191,6 @@ network clinic {
 }
 )";
 
-std::string WithCrlfAndBom(const std::string& text) {
-    std::string out = "\xEF\xBB\xBF";
-    for (char c : text) {
-        if (c == '\n') out += '\r';
-        out += c;
-    }
-    return out;
-}
-
 }  // namespace
 
 TEST(VekFormat, HandWrittenFileLoads) {
@@ -289,7 +252,7 @@ TEST(VekFormat, HandWrittenFileLoads) {
 
     // The same bytes with CRLF line ends and a byte order mark.
     VEK_network crlf;
-    ASSERT_EQ(ReadVek(crlf, WithCrlfAndBom(kClinic)), 0) << LastMessage(crlf);
+    ASSERT_EQ(ReadVek(crlf, foreign::WithCrlfAndBom(kClinic)), 0) << LastMessage(crlf);
     EXPECT_EQ(Xml(crlf), Xml(net));
     // And what the writer makes of it reads back the same.
     VEK_network again;
