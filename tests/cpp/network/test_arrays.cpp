@@ -59,8 +59,6 @@ TEST(NumArray, Constructors) {
     EXPECT_EQ(fromVector.GetSize(), 5);
     EXPECT_EQ(fromVector[4], 4.5);
     EXPECT_DOUBLE_EQ(fromVector.Sum(), 12.5);
-    VEK_intArray list{4, 5};
-    EXPECT_EQ(list.ToVector(), (std::vector<int>{4, 5}));
 }
 
 TEST(NumArray, CopiesOwnTheirElements) {
@@ -97,7 +95,6 @@ TEST(NumArray, MovesStealHeapBlocksOnly) {
     for (int i = 0; i < 30; ++i) target.Add(i);
     target = std::move(small);
     EXPECT_EQ(target.ToVector(), (std::vector<int>{1, 2}));
-    EXPECT_TRUE(target.UsesInlineBuffer() || target.GetCapacity() >= 2);
 }
 
 TEST(NumArray, InsertDeleteAndSearch) {

@@ -189,6 +189,16 @@ void BuildMax(MaxNet& mn, const MaxModel& m) {
     ASSERT_EQ(def.SetCiWeights(ModelWeights(m)), VEK_OKAY);
 }
 
+// A random noisy-MAX model drawn from a seed and built into its own network.
+struct SeededMax : MaxNet {
+    MaxModel m;
+    SeededMax(unsigned seed, const std::vector<int>& sizes, int n, bool shuffle) {
+        std::mt19937 gen(seed);
+        m = RandomMaxModel(gen, sizes, n, shuffle);
+        BuildMax(*this, m);
+    }
+};
+
 // A freshly built node with the same structure and parameters as h.
 std::vector<double> FreshMaxTable(VEK_network& net, int h) {
     MaxNet fresh;
@@ -294,10 +304,8 @@ TEST(NoisyMax, CptToCiInvertsCiToCpt) {
 }
 
 TEST(NoisyMax, HenrionAndLegacyLayouts) {
-    std::mt19937 gen(99);
-    MaxModel m = RandomMaxModel(gen, {3, 2}, 3, true);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(99, {3, 2}, 3, true);
+    const MaxModel& m = mn.m;
     VEK_noisyMAX& def = Max(mn.net, mn.child);
     const std::vector<double> net = Items(def.GetCiWeights());
 
@@ -346,10 +354,8 @@ TEST(NoisyMax, HenrionAndLegacyLayouts) {
 }
 
 TEST(NoisyMax, SingleStepDecompositionReproducesTable) {
-    std::mt19937 gen(4242);
-    MaxModel m = RandomMaxModel(gen, {3, 2, 4}, 4, true);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(4242, {3, 2, 4}, 4, true);
+    const MaxModel& m = mn.m;
     VEK_noisyMAX& def = Max(mn.net, mn.child);
     VEK_Dmatrix square;
     ASSERT_EQ(def.SquareCiToCptSingleStep(square), VEK_OKAY);
@@ -376,10 +382,7 @@ TEST(NoisyMax, SingleStepDecompositionReproducesTable) {
 // ---------------------------------------------------------------- following the graph
 
 TEST(NoisyMax, TableFollowsParentChanges) {
-    std::mt19937 gen(31);
-    MaxModel m = RandomMaxModel(gen, {3, 2}, 3, true);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(31, {3, 2}, 3, true);
     VEK_network& net = mn.net;
     const int c = mn.child;
     VEK_noisyMAX& def = Max(net, c);
@@ -443,10 +446,7 @@ TEST(NoisyMax, TableFollowsParentChanges) {
 }
 
 TEST(NoisyMax, TableFollowsOwnOutcomeChanges) {
-    std::mt19937 gen(5);
-    MaxModel m = RandomMaxModel(gen, {2, 3}, 3, true);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(5, {2, 3}, 3, true);
     VEK_network& net = mn.net;
     VEK_noisyMAX& def = Max(net, mn.child);
 
@@ -477,10 +477,7 @@ TEST(NoisyMax, TableFollowsOwnOutcomeChanges) {
 }
 
 TEST(NoisyMax, StrengthOrdersAndSynchronization) {
-    std::mt19937 gen(8);
-    MaxModel m = RandomMaxModel(gen, {3}, 3, false);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(8, {3}, 3, false);
     VEK_noisyMAX& def = Max(mn.net, mn.child);
 
     // Columns move with their outcomes: outcome 1 keeps its column; outcome
@@ -511,10 +508,7 @@ TEST(NoisyMax, StrengthOrdersAndSynchronization) {
 // ---------------------------------------------------------------- refused input
 
 TEST(NoisyMax, BadInputChangesNothing) {
-    std::mt19937 gen(3);
-    MaxModel m = RandomMaxModel(gen, {3, 2}, 3, true);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(3, {3, 2}, 3, true);
     VEK_noisyMAX& def = Max(mn.net, mn.child);
     const std::vector<double> weights = Items(def.GetCiWeights());
     const std::vector<double> table = Table(mn.net, mn.child);
@@ -554,10 +548,7 @@ TEST(NoisyMax, BadInputChangesNothing) {
 // ---------------------------------------------------------------- type changes
 
 TEST(NoisyMax, TypeChangesKeepTheTable) {
-    std::mt19937 gen(17);
-    MaxModel m = RandomMaxModel(gen, {2, 3}, 3, false);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(17, {2, 3}, 3, false);
     VEK_network& net = mn.net;
     const std::vector<double> weights = Items(Max(net, mn.child).GetCiWeights());
     const std::vector<double> table = Table(net, mn.child);
@@ -586,10 +577,7 @@ TEST(NoisyMax, TypeChangesKeepTheTable) {
 }
 
 TEST(NoisyMax, NetworkCopyIsIndependent) {
-    std::mt19937 gen(2);
-    MaxModel m = RandomMaxModel(gen, {2}, 2, false);
-    MaxNet mn;
-    BuildMax(mn, m);
+    SeededMax mn(2, {2}, 2, false);
     VEK_network copy(mn.net);
     const std::vector<double> table = Table(mn.net, mn.child);
     EXPECT_EQ(Table(copy, mn.child), table);

@@ -574,33 +574,24 @@ TEST(DefinitionTypes, ValidTypesNamesAndCreation) {
 }
 
 TEST(DefinitionTypes, ArcRulesInOrder) {
-    auto ok = [](int p, int c) { return VEK_nodeDef::IsArcAllowedForTypes(p, c); };
-    // Qualitative children take only their own kind, even from a decision.
-    EXPECT_TRUE(ok(VEK_CAST, VEK_CAST));
-    EXPECT_FALSE(ok(VEK_LIST, VEK_CAST));
-    EXPECT_FALSE(ok(VEK_DEMORGAN, VEK_CAST));
-    EXPECT_FALSE(ok(VEK_CPT, VEK_DEMORGAN));
-    // MAU children: decisions, utilities and MAUs only.
-    EXPECT_TRUE(ok(VEK_LIST, VEK_MAU));
-    EXPECT_TRUE(ok(VEK_TABLE, VEK_MAU));
-    EXPECT_TRUE(ok(VEK_MAU, VEK_MAU));
-    EXPECT_FALSE(ok(VEK_CPT, VEK_MAU));
-    // Decisions feed everything but equations.
-    EXPECT_TRUE(ok(VEK_LIST, VEK_TABLE));
-    EXPECT_TRUE(ok(VEK_LIST, VEK_LIST));
-    EXPECT_FALSE(ok(VEK_LIST, VEK_EQUATION));
-    // Equations do not feed utilities or decisions.
-    EXPECT_FALSE(ok(VEK_EQUATION, VEK_TABLE));
-    EXPECT_FALSE(ok(VEK_EQUATION, VEK_LIST));
-    EXPECT_TRUE(ok(VEK_EQUATION, VEK_CPT));
-    // Utilities and MAUs feed only MAUs; qualitative parents only their kind.
-    EXPECT_FALSE(ok(VEK_TABLE, VEK_CPT));
-    EXPECT_FALSE(ok(VEK_TABLE, VEK_TABLE));
-    EXPECT_FALSE(ok(VEK_MAU, VEK_TABLE));
-    EXPECT_FALSE(ok(VEK_DEMORGAN, VEK_CPT));
-    EXPECT_FALSE(ok(VEK_CAST, VEK_NOISY_MAX));
-    EXPECT_TRUE(ok(VEK_CPT, VEK_TABLE));
-    EXPECT_TRUE(ok(VEK_NOISY_MAX, VEK_TRUTHTABLE));
+    const struct { int parent, child; bool ok; } rules[] = {
+        // Qualitative children take only their own kind, even from a decision.
+        {VEK_CAST, VEK_CAST, true}, {VEK_LIST, VEK_CAST, false}, {VEK_DEMORGAN, VEK_CAST, false},
+        {VEK_CPT, VEK_DEMORGAN, false},
+        // MAU children: decisions, utilities and MAUs only.
+        {VEK_LIST, VEK_MAU, true}, {VEK_TABLE, VEK_MAU, true}, {VEK_MAU, VEK_MAU, true}, {VEK_CPT, VEK_MAU, false},
+        // Decisions feed everything but equations.
+        {VEK_LIST, VEK_TABLE, true}, {VEK_LIST, VEK_LIST, true}, {VEK_LIST, VEK_EQUATION, false},
+        // Equations do not feed utilities or decisions.
+        {VEK_EQUATION, VEK_TABLE, false}, {VEK_EQUATION, VEK_LIST, false}, {VEK_EQUATION, VEK_CPT, true},
+        // Utilities and MAUs feed only MAUs; qualitative parents only their kind.
+        {VEK_TABLE, VEK_CPT, false}, {VEK_TABLE, VEK_TABLE, false}, {VEK_MAU, VEK_TABLE, false},
+        {VEK_DEMORGAN, VEK_CPT, false}, {VEK_CAST, VEK_NOISY_MAX, false}, {VEK_CPT, VEK_TABLE, true},
+        {VEK_NOISY_MAX, VEK_TRUTHTABLE, true},
+    };
+    for (const auto& r : rules) {
+        EXPECT_EQ(VEK_nodeDef::IsArcAllowedForTypes(r.parent, r.child), r.ok) << r.parent << " -> " << r.child;
+    }
 
     VEK_network net;
     int u = net.AddNode(VEK_TABLE, "u");

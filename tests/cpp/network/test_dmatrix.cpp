@@ -70,6 +70,18 @@ Ints Without(const Ints& v, int pos) {
     return out;
 }
 
+// m has dimensions dims, and each item equals the item of orig at the
+// coordinates toOrig makes of its own.
+template <class F>
+void ExpectMoved(const VEK_Dmatrix& m, const Ints& dims, const VEK_Dmatrix& orig, F toOrig) {
+    ASSERT_EQ(DimsOf(m), dims);
+    for (int i = 0; i < m.GetSize(); ++i) {
+        Ints c = RefCoords(dims, i);
+        toOrig(c);
+        ASSERT_EQ(m[i], At(orig, c)) << "item " << i;
+    }
+}
+
 }  // namespace
 
 // ------------------------------------------------------------ shape and access
@@ -420,12 +432,8 @@ TEST(Dmatrix, InsertDimensionReplicatesTheTable) {
         ASSERT_EQ(m.InsertDimension(pos, size), 0);
         Ints nd = od;
         nd.insert(nd.begin() + pos, size);
-        ASSERT_EQ(DimsOf(m), nd);
         ASSERT_EQ(m.GetSize(), Total(nd));
-        for (int i = 0; i < m.GetSize(); ++i) {
-            const Ints c = RefCoords(nd, i);
-            ASSERT_EQ(m[i], At(orig, Without(c, pos)));
-        }
+        ExpectMoved(m, nd, orig, [&](Ints& c) { c = Without(c, pos); });
     }
 }
 
@@ -440,12 +448,7 @@ TEST(Dmatrix, AddDimensionsAppendsReplicatedDimensions) {
         ASSERT_EQ(m.AddDimensions(VEK_intArray(extra)), 0);
         Ints nd = od;
         nd.insert(nd.end(), extra.begin(), extra.end());
-        ASSERT_EQ(DimsOf(m), nd);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            Ints c = RefCoords(nd, i);
-            c.resize(od.size());
-            ASSERT_EQ(m[i], At(orig, c));
-        }
+        ExpectMoved(m, nd, orig, [&](Ints& c) { c.resize(od.size()); });
     }
 }
 
@@ -462,13 +465,7 @@ TEST(Dmatrix, RemoveDimensionKeepingOneSlice) {
         VEK_Dmatrix m = orig;
         ASSERT_EQ(m.RemoveDimension(dim, keep), 0);
         EXPECT_TRUE(m == viaConst);
-        const Ints nd = Without(od, dim);
-        ASSERT_EQ(DimsOf(m), nd);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            Ints c = RefCoords(nd, i);
-            c.insert(c.begin() + dim, keep);
-            ASSERT_EQ(m[i], At(orig, c));
-        }
+        ExpectMoved(m, Without(od, dim), orig, [&](Ints& c) { c.insert(c.begin() + dim, keep); });
         // The result may be the matrix itself.
         VEK_Dmatrix self = orig;
         ASSERT_EQ(self.RemoveDimension(dim, keep, self), 0);
@@ -542,13 +539,11 @@ TEST(Dmatrix, ChangeOrderOfDimensionsMovesItemsWithTheirCoordinates) {
         ASSERT_EQ(m.ChangeOrderOfDimensions(VEK_intArray(perm)), 0);
         Ints nd(od.size());
         for (size_t i = 0; i < od.size(); ++i) nd[i] = od[perm[i]];
-        ASSERT_EQ(DimsOf(m), nd);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            const Ints c = RefCoords(nd, i);
+        ExpectMoved(m, nd, orig, [&](Ints& c) {
             Ints oc(od.size());
             for (size_t k = 0; k < od.size(); ++k) oc[perm[k]] = c[k];
-            ASSERT_EQ(m[i], At(orig, oc));
-        }
+            c = oc;
+        });
         // The inverse permutation restores the matrix.
         Ints inv(perm.size());
         for (size_t k = 0; k < perm.size(); ++k) inv[perm[k]] = static_cast<int>(k);
@@ -566,12 +561,7 @@ TEST(Dmatrix, ChangeOrderWithinDimension) {
         const Ints perm = RandomPermutation(rng, od[dim]);
         VEK_Dmatrix m = orig;
         ASSERT_EQ(m.ChangeOrderWithinDimension(dim, VEK_intArray(perm)), 0);
-        ASSERT_EQ(DimsOf(m), od);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            Ints c = RefCoords(od, i);
-            c[dim] = perm[c[dim]];
-            ASSERT_EQ(m[i], At(orig, c));
-        }
+        ExpectMoved(m, od, orig, [&](Ints& c) { c[dim] = perm[c[dim]]; });
     }
 }
 
@@ -616,12 +606,7 @@ TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
             ASSERT_EQ(r.DecreaseDimensionSize(dim), 0);
             Ints rd = od;
             --rd[dim];
-            ASSERT_EQ(DimsOf(r), rd);
-            for (int i = 0; i < r.GetSize(); ++i) {
-                Ints c = RefCoords(rd, i);
-                if (c[dim] >= gone) ++c[dim];
-                ASSERT_EQ(r[i], At(orig, c));
-            }
+            ExpectMoved(r, rd, orig, [&](Ints& c) { c[dim] += c[dim] >= gone; });
         }
     }
 }

@@ -56,7 +56,7 @@ protected:
 
 // ---------------------------------------------------------------- hard evidence
 
-TEST_F(ValueTest, EvidenceMakesOneHotVectorAndSetsFlags) {
+TEST_F(ValueTest, HardEvidenceByOutcomeOrIdentifier) {
     VEK_nodeVal* v = V(a);
     EXPECT_EQ(v->GetType(), VEK_BELIEFVECTOR);
     EXPECT_EQ(v->GetFlags(), 0);
@@ -76,10 +76,7 @@ TEST_F(ValueTest, EvidenceMakesOneHotVectorAndSetsFlags) {
     EXPECT_EQ(Items(v), (std::vector<double>{0.0, 0.0, 1.0}));
     // Other nodes are untouched.
     EXPECT_EQ(V(b)->GetFlags(), 0);
-}
 
-TEST_F(ValueTest, EvidenceByIdentifier) {
-    VEK_nodeVal* v = V(a);
     EXPECT_EQ(v->SetEvidence("a2"), VEK_OKAY);
     EXPECT_EQ(v->GetEvidence(), 2);
     EXPECT_EQ(v->SetEvidence("nope"), VEK_ILLEGAL_IDENTIFIER);
@@ -88,10 +85,8 @@ TEST_F(ValueTest, EvidenceByIdentifier) {
     // The refused calls kept the earlier evidence.
     EXPECT_EQ(v->GetEvidence(), 2);
     EXPECT_EQ(v->GetFlags(), VEK_VALUE_EVIDENCE | VEK_VALUE_VALID);
-}
 
-TEST_F(ValueTest, OutOfRangeOutcomeChangesNothing) {
-    VEK_nodeVal* v = V(a);
+    // An outcome out of range changes nothing.
     ASSERT_EQ(v->SetEvidence(0), VEK_OKAY);
     EXPECT_EQ(v->SetEvidence(3), VEK_OUT_OF_RANGE);
     EXPECT_EQ(v->SetEvidence(-1), VEK_OUT_OF_RANGE);
