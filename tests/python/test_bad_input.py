@@ -14,7 +14,7 @@ from describe_util import assert_refused
 _NUL_CALLS = [
     ("read_file", ("asia.xvek\0junk",), "Network.ReadFile"),
     ("write_file", ("out.xvek\0junk",), "Network.WriteFile"),
-    ("read_string", ("<smile\0",), "Network.ReadString"),
+    ("read_string", ("<quarn\0",), "Network.ReadString"),
     ("set_id", ("net\0x",), "Network.SetId"),
     ("set_name", ("a\0b",), "Network.SetName"),
     ("set_description", ("a\0b",), "Network.SetDescription"),
