@@ -59,6 +59,16 @@ def reference(name):
         return json.load(f)["scenarios"]
 
 
+def networks_with_scenarios(names):
+    """(name, network, reference scenarios) of each network that has them."""
+    for name in names:
+        scenarios = reference(name)
+        if scenarios:
+            net = pyquarn.Network()
+            net.read_file(os.path.join(NETWORKS, "xvek", name + ".xvek"))
+            yield name, net, scenarios
+
+
 def worst_error(net, scenario):
     worst = 0.0
     for node_id, want in scenario["marginals"].items():
@@ -121,12 +131,7 @@ def relevance_table(names):
     first run that compiles and caches what it can."""
     print("exact update per evidence scenario, ms (best of several runs after a first one)")
     print("%-11s%5s%10s%10s%10s%10s" % ("network", "scen", "on", "off", "on/off", "max err"))
-    for name in names:
-        scenarios = reference(name)
-        if not scenarios:
-            continue
-        net = pyquarn.Network()
-        net.read_file(os.path.join(NETWORKS, "xvek", name + ".xvek"))
+    for name, net, scenarios in networks_with_scenarios(names):
         for k, scenario in enumerate(scenarios):
             times = {True: float("inf"), False: float("inf")}
             err = 0.0
@@ -167,12 +172,7 @@ def approximate_table(names):
     time of one update, at the network's default 10,000 samples."""
     print("approximate inference against the exact posteriors, every scenario of the reference file")
     print("%-11s%-11s%10s%10s%8s%12s" % ("network", "algorithm", "worst", "mean", "failed", "ms/update"))
-    for name in names:
-        scenarios = reference(name)
-        if not scenarios:
-            continue
-        net = pyquarn.Network()
-        net.read_file(os.path.join(NETWORKS, "xvek", name + ".xvek"))
+    for name, net, scenarios in networks_with_scenarios(names):
         for label, algorithm in APPROXIMATE:
             net.set_bayesian_algorithm(algorithm)
             errors, failed, spent = [], 0, 0.0

@@ -178,6 +178,7 @@ struct CaseEvidence {
 // Defaults are the engine's own.
 inline constexpr VEK_EPISParams kEPISDefaults{};
 inline constexpr VEK_AnnealedMAPParams kAnnealedMapDefaults{};
+inline constexpr VEK_LBPParams kLBPDefaults{};
 
 struct EPISParams {
     int propagation_length = kEPISDefaults.propagationLength;
@@ -195,9 +196,9 @@ struct EPISParams {
 // tolerance, at most max_iterations of them; damping keeps that share of a
 // message's previous value.
 struct LBPParams {
-    int max_iterations = 1000;
-    double tolerance = 1e-9;
-    double damping = 0.0;
+    int max_iterations = kLBPDefaults.maxIterations;
+    double tolerance = kLBPDefaults.tolerance;
+    double damping = kLBPDefaults.damping;
     bool operator==(const LBPParams&) const = default;
 };
 

@@ -9,12 +9,8 @@
 
 bool VEK_essJoinTree::Calibrate(int64_t limit) {
     calibrated_ = false;
+    if (!Compile(limit)) return false;
     try {
-        if (!Build(limit)) return false;
-        if (!AllocatePotentials()) {
-            ReleaseArena();
-            return false;
-        }
         SelectWork(nullptr, false, true);
         InitPotentials();
         Collect();
