@@ -9,6 +9,7 @@
 #include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "fileName.h"
 #include "pyDataset.h"
 #include "wrpCore.h"
 
@@ -164,18 +165,18 @@ void RegisterDataSet(py::module_& learning) {
 
     cls.def(
         "read_file",
-        [](PyDataset& self, const std::string& filename, const std::string& missing_value_token, int missing_int,
+        [](PyDataset& self, const FileName& filename, const std::string& missing_value_token, int missing_int,
            double missing_float, bool column_ids_present) {
-            WrpReadFile(&self.data, filename, missing_value_token, missing_int, missing_float, column_ids_present);
+            WrpReadFile(&self.data, filename.path, missing_value_token, missing_int, missing_float, column_ids_present);
         },
         py::arg("filename"), py::arg("missing_value_token") = "*", py::arg("missing_int") = -1,
         py::arg("missing_float") = std::numeric_limits<double>::quiet_NaN(), py::arg("column_ids_present") = true,
         "Reads dataset from file");
     cls.def(
         "write_file",
-        [](const PyDataset& self, const std::string& filename, const std::string& separator,
+        [](const PyDataset& self, const FileName& filename, const std::string& separator,
            const std::string& missing_value_token, bool column_ids_present, const std::string& float_format) {
-            WrpWriteFile(&self.data, filename, separator, missing_value_token, column_ids_present, float_format);
+            WrpWriteFile(&self.data, filename.path, separator, missing_value_token, column_ids_present, float_format);
         },
         py::arg("filename"), py::arg("separator") = "\t", py::arg("missing_value_token") = "*",
         py::arg("column_ids_present") = true, py::arg("float_format") = "", "Writes dataset to file");

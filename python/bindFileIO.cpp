@@ -2,6 +2,7 @@
 #include <string>
 
 #include "bindUtil.h"
+#include "fileName.h"
 #include "wrpCore.h"
 
 namespace Wrp {
@@ -50,7 +51,7 @@ std::string WrpWriteString(VEK_network* net) {
 void BindFileIO(PyNetworkClass& cls) {
     using namespace Wrp;
     cls.def(
-        "read_file", [](PyNetwork& self, const std::string& path, int format) { WrpReadFile(&self, path, format); },
+        "read_file", [](PyNetwork& self, const FileName& path, int format) { WrpReadFile(&self, path.path, format); },
         py::arg("xvek_file"), py::arg("format") = 0, "Reads network from a file");
     cls.def(
         "read_string", [](PyNetwork& self, const std::string& text) { WrpReadString(&self, text); },
@@ -59,6 +60,6 @@ void BindFileIO(PyNetworkClass& cls) {
         "write_string", [](PyNetwork& self) { return WrpWriteString(&self); },
         "Serializes network to a string");
     cls.def(
-        "write_file", [](PyNetwork& self, const std::string& path, int format) { WrpWriteFile(&self, path, format); },
+        "write_file", [](PyNetwork& self, const FileName& path, int format) { WrpWriteFile(&self, path.path, format); },
         py::arg("xvek_file"), py::arg("format") = 0, "Writes network to a file");
 }

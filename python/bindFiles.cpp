@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "bindUtil.h"
+#include "fileName.h"
 #include "wrpCore.h"
 
 namespace Wrp {
@@ -100,7 +101,7 @@ void BindFilesAndIdentity(PyNetworkClass& cls) {
         "redirect_log", [](PyNetwork& self, int fd) { WrpRedirectLog(&self, fd); }, py::arg("std_file_descriptor"),
         "Redirects QUARN log output");
     cls.def(
-        "redirect_log", [](PyNetwork& self, const std::string& filename) { WrpRedirectLog(&self, filename); },
+        "redirect_log", [](PyNetwork& self, const FileName& filename) { WrpRedirectLog(&self, filename.path); },
         py::arg("filename"), "Redirects QUARN log output");
     cls.def(
         "redirect_log", [](PyNetwork& self, py::none) { WrpRedirectLogToMemory(&self); }, py::arg("target"),

@@ -75,8 +75,15 @@ int WrpAddNode(VEK_network* net, int type, const std::string* id) {
     ValidateObject(net);
     if (id) ValidateId(*id);
     int res = net->AddNode(type, id ? id->c_str() : nullptr);
-    if (res < 0) ThrowQuarnException(res, "Network.AddNode");
-    return res;
+    if (res >= 0) return res;
+    try {
+        ThrowQuarnException(res, "Network.AddNode");
+    } catch (quarn_exception& e) {
+        if (res == VEK_OUT_OF_RANGE && id && net->IsThisIdentifierInUse(id->c_str(), -1)) {
+            e.note = "The id '" + *id + "' is already used by a node or a submodel of this network";
+        }
+        throw;
+    }
 }
 
 void WrpSetNodeName(VEK_network* net, int handle, const std::string& name) {
@@ -99,7 +106,21 @@ void WrpSetNodeId(VEK_network* net, int handle, const std::string& id) {
 void WrpAddArc(VEK_network* net, int parent, int child) {
     ValidateNodeHandle(Deref(net), parent);
     ValidateNodeHandle(*net, child);
-    ValidateResult(net->AddArc(parent, child, 0), "Network.AddArc");
+    int res = net->AddArc(parent, child, 0);
+    try {
+        ValidateResult(res, "Network.AddArc");
+    } catch (quarn_exception& e) {
+        const std::string p = CopyConstCharPtr(net->GetNodeId(parent)), c = CopyConstCharPtr(net->GetNodeId(child));
+        if (res == VEK_CYCLE) {
+            e.note = "An arc from '" + p + "' to '" + c + "' would close a directed cycle: '" + c +
+                     "' is already an ancestor of '" + p + "'";
+        } else if (res == VEK_OUT_OF_RANGE && parent == child) {
+            e.note = "A node cannot be its own parent";
+        } else if (res == VEK_OUT_OF_RANGE) {
+            e.note = "'" + p + "' and '" + c + "' are already joined by an arc";
+        }
+        throw;
+    }
 }
 
 void WrpDeleteArc(VEK_network* net, int parent, int child) {

@@ -63,7 +63,16 @@ void WrpInsertOutcome(VEK_network* net, int handle, int position, const std::str
 void WrpDeleteOutcome(VEK_network* net, int handle, int outcome) {
     VEK_nodeDef& def = GetDef(Deref(net), handle);
     ValidateOutcomeIndex(*net, handle, outcome);
-    ValidateResult(def.RemoveOutcome(outcome), "Network.DeleteOutcome");
+    int res = def.RemoveOutcome(outcome);
+    try {
+        ValidateResult(res, "Network.DeleteOutcome");
+    } catch (quarn_exception& e) {
+        if (res == VEK_OUT_OF_RANGE && GetOutcomeCount(*net, handle) <= 2) {
+            e.note = "A node keeps at least two outcomes; '" + CopyConstCharPtr(net->GetNodeId(handle)) +
+                     "' has only two";
+        }
+        throw;
+    }
 }
 
 std::string WrpGetOutcomeId(VEK_network* net, int handle, int outcome) {

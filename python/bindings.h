@@ -24,6 +24,9 @@ void BindCanonical(PyNetworkClass& cls);
 void BindInference(PyNetworkClass& cls);
 void BindFileIO(PyNetworkClass& cls);
 void BindAnalysis(PyNetworkClass& cls);
+void BindNumpy(PyNetworkClass& cls);
+// len, in, iteration, repr, pickling (of DataSet too) and sampling.
+void BindPythonic(PyNetworkClass& cls, py::module_& learning);
 
 // The analysis classes and records.
 void RegisterAnnealedMapResults(py::module_& m);

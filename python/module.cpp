@@ -24,20 +24,37 @@ py::exception<quarn_exception>* g_quarnException = nullptr;
 
 // The code goes on the class, not the instance: QUARNException.error_code
 // and e.error_code both read the code of the most recent raise.
-void RaiseQuarnException(int code, const std::string& text) {
+void RaiseQuarnException(int code, const std::string& text, const std::string& note = std::string()) {
     g_quarnException->attr("error_code") = code;
     // Engine texts are bytes; an invalid UTF-8 sequence must not turn the
     // error into a decoding error.
     PyObject* message = PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace");
-    PyErr_SetObject(g_quarnException->ptr(), message);
-    Py_XDECREF(message);
+    if (note.empty() || message == nullptr) {
+        PyErr_SetObject(g_quarnException->ptr(), message);
+        Py_XDECREF(message);
+        return;
+    }
+    // A note explains a refusal whose text is a bare code; the text stays.
+    PyObject* error = PyObject_CallOneArg(g_quarnException->ptr(), message);
+    Py_DECREF(message);
+    if (error == nullptr) return;
+    PyObject* notes = PyList_New(0);
+    PyObject* item = PyUnicode_DecodeUTF8(note.data(), static_cast<Py_ssize_t>(note.size()), "replace");
+    if (notes != nullptr && item != nullptr && PyList_Append(notes, item) == 0) {
+        PyObject_SetAttrString(error, "__notes__", notes);
+    }
+    Py_XDECREF(item);
+    Py_XDECREF(notes);
+    PyErr_Clear();
+    PyErr_SetObject(g_quarnException->ptr(), error);
+    Py_DECREF(error);
 }
 
 void TranslateException(std::exception_ptr p) {
     try {
         if (p) std::rethrow_exception(p);
     } catch (const quarn_exception& e) {
-        RaiseQuarnException(e.code, e.message());
+        RaiseQuarnException(e.code, e.message(), e.note);
     } catch (const std::bad_alloc& e) {
         RaiseQuarnException(VEK_OUT_OF_MEMORY, e.what());
     } catch (const std::overflow_error&) {
@@ -360,4 +377,6 @@ PYBIND11_MODULE(pyquarn, m) {
     BindDiagnostics(network);
     BindCases(network);
     BindAnalysis(network);
+    BindNumpy(network);
+    BindPythonic(network, learning);
 }

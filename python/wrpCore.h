@@ -39,6 +39,9 @@ public:
     const std::string& message() const { return message_; }
 
     int code;
+    // Why the call was refused, attached to the Python exception as a note
+    // where the message itself is fixed to a bare code.
+    std::string note;
 
 private:
     std::string message_;

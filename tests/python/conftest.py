@@ -1,5 +1,7 @@
 """Shared fixtures and helpers for the pyquarn tests."""
 import contextlib
+import json
+import os
 
 import pytest
 
@@ -7,6 +9,20 @@ import pyquarn
 from pyquarn import NodeType, QUARNException
 
 OCCURED = "QUARN Error Occured. "
+SHARED = os.environ.get("QUARN_SHARED_DIR", os.path.join(os.path.dirname(__file__), "..", "..", "..", "shared"))
+
+
+def shared_network(name):
+    """A network of the shared benchmark set, read from its XML file."""
+    net = pyquarn.Network()
+    net.read_file(os.path.join(SHARED, "networks", "xvek", name + ".xvek"))
+    return net
+
+
+def reference_scenarios(name):
+    """The independently computed evidence scenarios and exact posteriors."""
+    with open(os.path.join(SHARED, "networks", "reference", name + ".json"), encoding="utf-8") as f:
+        return json.load(f)["scenarios"]
 
 
 @contextlib.contextmanager
