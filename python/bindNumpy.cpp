@@ -11,6 +11,7 @@
 
 #include "bindUtil.h"
 #include "evidenceSnapshot.h"
+#include "learning/expectedCounts.h"
 #include "wrpCore.h"
 
 namespace Wrp {
@@ -225,11 +226,81 @@ py::dict WrpQuery(PyNetwork& net, const py::object& evidence, const py::object& 
     return out;
 }
 
+// Every node has a probability table: the rows can go through one tree
+// compiled for the call, the way parameter learning reads its cases.
+bool AllChanceTables(const VEK_network& net) {
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+        const VEK_nodeDef* def = net.GetDef(h);
+        if (!def || !def->GetMatrix() || (def->GetType() & 6) == 0) return false;
+    }
+    return true;
+}
+
+// The rows through the expected-count tree of a copy of the network without
+// evidence or targets: each target's family posterior, summed over its
+// parents. False when the tree cannot be had; the caller then updates
+// beliefs row by row.
+bool QueryRowsByFamilies(const VEK_network& net, const int* data, py::ssize_t rows,
+                         const std::vector<int>& columns, const std::vector<int>& targets,
+                         const std::vector<int>& offsets, bool posteriors, py::array& out) {
+    VEK_network work(net);
+    work.ClearAllEvidence();
+    work.ClearAllTargets();
+    const size_t width = columns.size();
+    std::vector<char> always(width, 1);
+    for (py::ssize_t r = 0; r < rows; ++r) {
+        for (size_t c = 0; c < width; ++c) always[c] = always[c] && data[r * width + c] >= 0;
+    }
+    std::vector<char> learnable(static_cast<size_t>(work.GetSlotCount()), 0);
+    std::vector<int> sizes;
+    for (int h : targets) {
+        learnable[static_cast<size_t>(h)] = 1;
+        sizes.push_back(work.GetDef(h)->GetMatrix()->GetSize());
+    }
+    VEK_expectedCounts tree;
+    if (tree.Init(work, columns, always, learnable) != VEK_OKAY) {
+        ClearLog(work.Logger());
+        return false;
+    }
+    tree.StartPass();
+    std::vector<int> codes(width);
+    std::vector<double> posterior;
+    for (py::ssize_t r = 0; r < rows; ++r) {
+        for (size_t c = 0; c < width; ++c) codes[c] = std::max(data[r * width + c], -1);
+        for (size_t t = 0; t < targets.size(); ++t) std::fill_n(tree.Counts(targets[t]), sizes[t], 0.0);
+        double pe = 0.0;
+        const bool ok = tree.AddCase(codes.data(), 1.0, pe) == VEK_OKAY;
+        for (size_t t = 0; t < targets.size(); ++t) {
+            const int n = offsets[t + 1] - offsets[t];
+            posterior.assign(static_cast<size_t>(n), ok ? 0.0 : std::numeric_limits<double>::quiet_NaN());
+            const double* counts = tree.Counts(targets[t]);
+            double total = 0.0;
+            for (int i = 0; ok && i < sizes[t]; ++i) {
+                posterior[static_cast<size_t>(i % n)] += counts[i];
+                total += counts[i];
+            }
+            if (ok) {
+                for (double& p : posterior) p /= total;
+            }
+            if (posteriors) {
+                std::copy(posterior.begin(), posterior.end(), static_cast<double*>(out.mutable_data(r)) + offsets[t]);
+            } else {
+                static_cast<int*>(out.mutable_data(r))[t] =
+                    ok ? static_cast<int>(std::max_element(posterior.begin(), posterior.end()) - posterior.begin())
+                       : -1;
+            }
+        }
+    }
+    ClearLog(work.Logger());
+    return true;
+}
+
 // Rows of evidence codes (an outcome index per column, negative for none)
-// through the network, one update per row. posteriors: each row holds the
-// targets' posteriors one after the other; otherwise the index of each
-// target's most probable outcome. A row whose evidence is impossible gives
-// NaN posteriors (index -1).
+// through the network: each row is the whole evidence of its case.
+// posteriors: each row holds the targets' posteriors one after the other;
+// otherwise the index of each target's most probable outcome. A row whose
+// evidence is impossible gives NaN posteriors (index -1). Networks of other
+// than chance nodes are updated row by row, their own evidence set aside.
 py::array WrpQueryRows(PyNetwork& net, const CodeArray& codes, const std::vector<int>& columns,
                        const std::vector<int>& targets, bool posteriors) {
     const char* function = "Network.QueryBatch";
@@ -258,12 +329,16 @@ py::array WrpQueryRows(PyNetwork& net, const CodeArray& codes, const std::vector
     py::array out = posteriors ? py::array(py::array_t<double>({rows, outWidth}))
                                : py::array(py::array_t<int>({rows, outWidth}));
 
+    if (AllChanceTables(net) && QueryRowsByFamilies(net, data, rows, columns, targets, offsets, posteriors, out)) {
+        return out;
+    }
     ScopedEvidence scope(net);
     std::vector<int> current(width, -1);
-    for (size_t c = 0; c < width; ++c) {
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
         EvidenceSnapshot none;
-        none.handle = columns[c];
-        scope.Set(none, function);
+        none.handle = h;
+        const bool column = std::find(columns.begin(), columns.end(), h) != columns.end();
+        if (column || EvidenceSnapshot::Take(net, h).kind != EvidenceSnapshot::NONE) scope.Set(none, function);
     }
     scope.SetTargets(targets);
     for (py::ssize_t r = 0; r < rows; ++r) {
@@ -328,7 +403,7 @@ void BindNumpy(PyNetworkClass& cls) {
             return py::module_::import("pyquarn.frames").attr("query_batch")(self, frame, targets, kind);
         },
         py::arg("df"), py::arg("targets") = py::none(), py::arg("kind") = "posteriors",
-        "Runs inference on every row of a DataFrame of evidence (outcome ids or indices, NaN where unobserved) "
-        "and returns a DataFrame of posteriors (kind='posteriors') or of the most probable outcome of each "
+        "Runs inference on every row of a DataFrame of evidence (outcome ids or indices, NaN where unobserved; "
+        "each row is the whole evidence of its case) and returns a DataFrame of posteriors (kind='posteriors') or of the most probable outcome of each "
         "target (kind='mpe')");
 }

@@ -110,10 +110,26 @@ def test_batch_equals_row_by_row_update(alarm):
             net.set_evidence(node, value if isinstance(value, str) else int(value))
         net.update_beliefs()
         expected = np.concatenate([net.get_node_value(t) for t in targets])
-        assert batch.iloc[i].to_numpy() == pytest.approx(expected, abs=1e-12)
+        assert batch.iloc[i].to_numpy() == pytest.approx(expected, abs=1e-9)
         for t in ("HR", "CO"):
             assert mpe[t].iloc[i] == net.get_outcome_ids(t)[int(np.argmax(net.get_node_value(t)))]
     assert describe(alarm)["nodes"] == describe(shared_network("alarm"))["nodes"]
+
+
+def test_batch_over_a_network_with_utilities_sets_its_evidence_aside(small):
+    net, _ = small
+    before = describe(net)
+    frame = pd.DataFrame({"A": ["a0", None, "a1"], "B": [np.nan, 2, 0]})
+    batch = net.query_batch(frame, targets=["C"])
+    assert describe(net) == before
+    for i, row in frame.iterrows():
+        ref = copy.copy(net)
+        ref.clear_all_evidence()
+        ref.clear_all_targets()
+        for node, value in row.dropna().items():
+            ref.set_evidence(node, value if isinstance(value, str) else int(value))
+        ref.update_beliefs()
+        assert batch.iloc[i].tolist() == pytest.approx(ref.get_node_value("C"))
 
 
 def test_batch_refusals_leave_the_network_unchanged(alarm):
