@@ -197,11 +197,17 @@ py::dict WrpQuery(PyNetwork& net, const py::object& evidence, const py::object& 
         }
         settings.push_back(s);
     };
+    for (const py::object* d : {&evidence, &virtualEvidence}) {
+        if (!d->is_none() && !py::isinstance<py::dict>(*d)) {
+            throw py::type_error("Evidence is a dict of node to outcome (or to likelihoods), got " +
+                                 std::string(py::str(py::type::handle_of(*d).attr("__name__"))));
+        }
+    }
     if (!evidence.is_none()) {
-        for (auto item : py::cast<py::dict>(evidence)) add(EvidenceFromItem(net, item.first, item.second));
+        for (auto item : evidence.cast<py::dict>()) add(EvidenceFromItem(net, item.first, item.second));
     }
     if (!virtualEvidence.is_none()) {
-        for (auto item : py::cast<py::dict>(virtualEvidence)) add(VirtualFromItem(net, item.first, item.second));
+        for (auto item : virtualEvidence.cast<py::dict>()) add(VirtualFromItem(net, item.first, item.second));
     }
     std::optional<std::vector<int>> wanted;
     if (!targets.is_none()) wanted = NodesFromList(net, targets);

@@ -205,6 +205,19 @@ std::unique_ptr<PyDataset> SetDataSetState(const py::tuple& state) {
     return out;
 }
 
+// A state of the wrong make (altered, or from another program) is refused
+// like any bad argument.
+template <class T>
+std::unique_ptr<T> Unpickle(const py::tuple& state, const char* function,
+                            std::unique_ptr<T> (*make)(const py::tuple&)) {
+    try {
+        return make(state);
+    } catch (const py::cast_error&) {
+    } catch (const py::error_already_set&) {
+    }
+    ThrowQuarnExceptionWithMessage(VEK_INVALID_VALUE, function, "The pickled state is damaged");
+}
+
 // ---- sampling ----------------------------------------------------------------
 
 PyDataset WrpSample(const PyNetwork& net, int records, const py::object& seed) {
@@ -237,7 +250,9 @@ void BindPythonic(PyNetworkClass& cls, py::module_& learning) {
     cls.def("__iter__", [](const PyNetwork& self) -> py::iterator { return py::iter(py::cast(NodeIds(self))); },
             "Iterates over the node ids in handle order");
     cls.def("__repr__", [](const PyNetwork& self) { return Repr(self); });
-    cls.def(py::pickle(&GetNetworkState, &SetNetworkState));
+    cls.def(py::pickle(&GetNetworkState, [](const py::tuple& state) {
+        return Unpickle(state, "Network.SetState", &SetNetworkState);
+    }));
     cls.def(
         "sample",
         [](const PyNetwork& self, int n, const py::object& seed, bool as_dataframe) -> py::object {
@@ -250,5 +265,7 @@ void BindPythonic(PyNetworkClass& cls, py::module_& learning) {
         "outcome ids; seed defaults to the network's random seed");
 
     auto dataset = py::reinterpret_borrow<py::class_<PyDataset>>(learning.attr("DataSet"));
-    dataset.def(py::pickle(&GetDataSetState, &SetDataSetState));
+    dataset.def(py::pickle(&GetDataSetState, [](const py::tuple& state) {
+        return Unpickle(state, "DataSet.SetState", &SetDataSetState);
+    }));
 }

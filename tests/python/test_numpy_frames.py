@@ -153,6 +153,10 @@ def test_pickle_round_trips_networks_and_datasets(alarm):
     net.update_beliefs()
     clone = pickle.loads(pickle.dumps(net))
     assert describe(clone) == describe(net)
+    state = net.__getstate__()
+    for bad in [(2,) + state[1:], state[:3] + ([("HR", "x")],) + state[4:], state[:5]]:
+        with quarn_error(-4):
+            pyquarn.Network.__new__(pyquarn.Network).__setstate__(bad)
     data = net.sample(50, seed=9)
     data.add_float_variable("f")
     data.set_float("f", 3, 2.5)
