@@ -24,6 +24,7 @@ void BindCanonical(PyNetworkClass& cls);
 void BindInference(PyNetworkClass& cls);
 void BindFileIO(PyNetworkClass& cls);
 void BindAnalysis(PyNetworkClass& cls);
+void BindDrawing(PyNetworkClass& cls);
 
 // The analysis classes and records.
 void RegisterAnnealedMapResults(py::module_& m);

@@ -360,4 +360,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindDiagnostics(network);
     BindCases(network);
     BindAnalysis(network);
+    BindDrawing(network);
 }
