@@ -13,6 +13,7 @@ import pyquarn
 EXIT_ERROR = 2
 
 _TYPE_NAMES = {int(v): k.lower() for k, v in pyquarn.NodeType.__members__.items()}
+_NOT_CHANCE = (pyquarn.NodeType.DECISION, pyquarn.NodeType.UTILITY, pyquarn.NodeType.MAU)
 
 
 class CliError(Exception):
@@ -150,7 +151,7 @@ def _info(args):
     if args.json:
         return json.dumps(info, indent=2)
     rows = [
-        ("network", info["id"] + (" (%s)" % info["name"] if info["name"] and info["name"] != info["id"] else "")),
+        ("network", (info["id"] or "(no id)") + (" (%s)" % info["name"] if info["name"] and info["name"] != info["id"] else "")),
         ("nodes", "%d (%s)" % (info["nodes"], ", ".join("%d %s" % (n, t) for t, n in sorted(types.items())))),
         ("arcs", str(info["arcs"])),
         ("states", "%d (%d to %d per node)" % (info["states"], *info["states_per_node"])),
@@ -172,7 +173,8 @@ def _query(args):
     net.update_beliefs()
     posteriors = {}
     for node_id in targets:
-        if not net.is_value_valid(node_id):
+        # Decision and utility nodes hold expected utilities, not posteriors.
+        if net.get_node_type(node_id) in _NOT_CHANCE or not net.is_value_valid(node_id):
             continue
         outcomes = net.get_outcome_ids(node_id)
         value = net.get_node_value(node_id)
@@ -268,6 +270,8 @@ def main(argv=None):
         print("pyquarn: interrupted", file=sys.stderr)
         return EXIT_ERROR
     except Exception as e:  # every failure is one line, never a traceback
-        message = " ".join(str(e).split()) or type(e).__name__
+        # An engine error carries the logged messages on lines of their own.
+        lines = [" ".join(line.split()) for line in str(e).splitlines() if line.strip()] or [type(e).__name__]
+        message = " ".join(lines[:1] + ["; ".join(lines[1:])]).strip()
         print("pyquarn: error: %s" % message, file=sys.stderr)
         return EXIT_ERROR
