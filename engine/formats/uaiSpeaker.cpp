@@ -28,15 +28,40 @@ void SetUaiSyntax(VEK_tokenSyntax& s) {
 // Tables larger than this cannot be held by the engine.
 constexpr long long kMaxTable = std::numeric_limits<int>::max();
 
-struct UaiFunction {
-    std::vector<int> scope;  // parents, then the child
-    VEK_descPos pos;
-    std::vector<double> values;
-};
-
 std::string VarName(long long i) { return "v" + std::to_string(i); }
 
 }  // namespace
+
+// A cycle is reported at the scope of a function on it, so that the file's
+// fault has a place (the dispatch's own check could only name the network).
+int VEK_uaiSpeaker::CheckAcyclic(const std::vector<VEK_uaiFunction>& functions, const std::vector<int>& owner) {
+    const size_t n = owner.size();
+    std::vector<char> state(n, 0);  // 1 on the path, 2 done
+    std::vector<std::pair<int, size_t>> stack;
+    for (size_t root = 0; root < n; ++root) {
+        if (state[root]) continue;
+        stack.emplace_back(static_cast<int>(root), 0);
+        state[root] = 1;
+        while (!stack.empty()) {
+            auto& [v, next] = stack.back();
+            const VEK_uaiFunction& fn = functions[static_cast<size_t>(owner[static_cast<size_t>(v)])];
+            if (next + 1 < fn.scope.size()) {
+                const int p = fn.scope[next++];
+                if (state[static_cast<size_t>(p)] == 1) {
+                    return Fail(fn.pos, "The arcs form a cycle through variable " + VarName(v));
+                }
+                if (!state[static_cast<size_t>(p)]) {
+                    state[static_cast<size_t>(p)] = 1;
+                    stack.emplace_back(p, 0);
+                }
+            } else {
+                state[static_cast<size_t>(v)] = 2;
+                stack.pop_back();
+            }
+        }
+    }
+    return VEK_OKAY;
+}
 
 int VEK_uaiSpeaker::Parse(VEK_netDesc&) {
     SetUaiSyntax(Tokenizer().Syntax());
@@ -69,12 +94,12 @@ int VEK_uaiSpeaker::Parse(VEK_netDesc&) {
         return Fail(t, "A BAYES network has one function per variable: " + std::to_string(m) + " functions for " +
                            std::to_string(n) + " variables");
     }
-    std::vector<UaiFunction> functions;
+    std::vector<VEK_uaiFunction> functions;
     std::vector<int> owner(static_cast<size_t>(n), -1);  // the function whose child each variable is
     std::vector<int> seen(static_cast<size_t>(n), -1);
     for (long long f = 0; f < m; ++f) {
         functions.emplace_back();
-        UaiFunction& fn = functions.back();
+        VEK_uaiFunction& fn = functions.back();
         if ((res = Peek(t)) < 0) return res;
         fn.pos = Pos(t);
         long long k = 0;
@@ -101,7 +126,7 @@ int VEK_uaiSpeaker::Parse(VEK_netDesc&) {
         }
         owner[static_cast<size_t>(child)] = static_cast<int>(f);
     }
-    for (UaiFunction& fn : functions) {
+    for (VEK_uaiFunction& fn : functions) {
         // The expected size, capped so that it cannot overflow.
         long long expected = 1;
         for (int v : fn.scope) {
@@ -129,6 +154,7 @@ int VEK_uaiSpeaker::Parse(VEK_netDesc&) {
     }
     if ((res = Next(t)) < 0) return res;
     if (!t.IsEnd()) return Fail(t, "Unexpected " + t.Describe() + " after the last table");
+    if ((res = CheckAcyclic(functions, owner)) < 0) return res;
 
     // The network is fresh; on failure the dispatch throws it away, and it
     // checks the arcs for cycles once they are all in.
@@ -146,7 +172,7 @@ int VEK_uaiSpeaker::Parse(VEK_netDesc&) {
         }
         handles.push_back(h);
     }
-    for (const UaiFunction& fn : functions) {
+    for (const VEK_uaiFunction& fn : functions) {
         const int child = handles[static_cast<size_t>(fn.scope.back())];
         for (size_t j = 0; j + 1 < fn.scope.size(); ++j) {
             if (net.AddArc(handles[static_cast<size_t>(fn.scope[j])], child) < 0) {

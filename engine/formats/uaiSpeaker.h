@@ -13,7 +13,15 @@
 // names them.
 #pragma once
 
+#include <vector>
+
 #include "formats/textSpeaker.h"
+
+struct VEK_uaiFunction {
+    std::vector<int> scope;  // parents, then the child
+    VEK_descPos pos;
+    std::vector<double> values;
+};
 
 class VEK_uaiSpeaker : public VEK_textSpeaker {
 public:
@@ -34,5 +42,7 @@ protected:
     void WriteText() override;
 
 private:
+    // owner[v]: the function whose child v is.
+    int CheckAcyclic(const std::vector<VEK_uaiFunction>& functions, const std::vector<int>& owner);
     int SetEvidenceFromInput();
 };
