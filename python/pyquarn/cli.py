@@ -86,11 +86,20 @@ def _algorithm(name):
         raise CliError("unknown algorithm '%s' (one of: %s)" % (name, ", ".join(members))) from None
 
 
+def _states(net, h):
+    """The node's outcome count; 0 for nodes without outcomes (utilities)."""
+    if net.get_node_type(h) in (pyquarn.NodeType.UTILITY, pyquarn.NodeType.MAU):
+        return 0
+    try:
+        return net.get_outcome_count(h)
+    except pyquarn.QUARNException:
+        return 0
+
+
 def largest_clique(net):
     """Nodes and table entries of the largest clique that greedy elimination
     (smallest clique table first) makes of the moral graph."""
-    cards = {h: max(1, net.get_outcome_count(h)) if int(net.get_node_type(h)) not in (
-        int(pyquarn.NodeType.UTILITY), int(pyquarn.NodeType.MAU)) else 1 for h in net.get_all_nodes()}
+    cards = {h: max(1, _states(net, h)) for h in net.get_all_nodes()}
     adj = {h: set() for h in cards}
     for h in cards:
         family = [h] + net.get_parents(h)
@@ -129,8 +138,8 @@ def _info(args):
     for h in handles:
         name = _TYPE_NAMES.get(int(net.get_node_type(h)), "other")
         types[name] = types.get(name, 0) + 1
-        if name not in ("utility", "mau"):
-            states.append(net.get_outcome_count(h))
+        if _states(net, h):
+            states.append(_states(net, h))
         try:
             tables += len(net.get_node_definition(h))
         except pyquarn.QUARNException:

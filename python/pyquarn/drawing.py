@@ -51,7 +51,7 @@ def _collect(net):
         t = net.get_node_type(h)
         n.kind = ("chance" if t in _CHANCE else "decision" if t == _DECISION
                   else "utility" if t in _UTILITY else "other")
-        n.outcomes = net.get_outcome_ids(n.id) if n.kind != "utility" else []
+        n.outcomes = net.get_outcome_ids(n.id) if n.kind in ("chance", "decision") else []
         n.beliefs = None
         if n.kind == "chance" and net.is_value_valid(h):
             value = net.get_node_value(h)
