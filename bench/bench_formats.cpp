@@ -1,7 +1,8 @@
 // Load times of the shared networks in every format that holds them: text
-// BIF and XMLBIF (format 6), Hugin .net (format 5) and, as the yardstick,
-// the XML network format. One benchmark per network and format, named
-// Load/<format>/<network>.
+// BIF and XMLBIF (format 6), Hugin .net (format 5), UAI (format 9, written
+// from the XML file into the temporary directory first) and, as the
+// yardstick, the XML network format. One benchmark per network and format,
+// named Load/<format>/<network>.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -33,6 +34,11 @@ void Load(benchmark::State& state, std::string path, int format) {
 }
 
 struct Registrar {
+    std::vector<std::string> written;  // the UAI files, removed at exit
+    ~Registrar() {
+        std::error_code ec;
+        for (const std::string& path : written) std::filesystem::remove(path, ec);
+    }
     Registrar() {
         struct Kind {
             const char* label;
@@ -53,6 +59,15 @@ struct Registrar {
         }
         std::sort(names.begin(), names.end());
         for (const std::string& name : names) {
+            VEK_network net;
+            const std::string uai = (std::filesystem::temp_directory_path() / ("quarn_bench_" + name + ".uai")).string();
+            if (net.ReadFile((NetworksDir() + "/xvek/" + name + ".xvek").c_str()) == 0 &&
+                net.WriteFile(uai.c_str(), VEK_FORMAT_UAI) == 0) {
+                written.push_back(uai);
+                benchmark::RegisterBenchmark(("Load/uai/" + name).c_str(), Load, uai, VEK_FORMAT_UAI)
+                    ->Unit(benchmark::kMillisecond)
+                    ->MinTime(0.2);
+            }
             for (const Kind& k : kinds) {
                 std::string path = NetworksDir() + "/" + k.folder + "/" + name + k.extension;
                 if (!std::filesystem::exists(path)) continue;

@@ -3,6 +3,7 @@
 
 #include "bindUtil.h"
 #include "fileName.h"
+#include "formats/uaiSpeaker.h"
 #include "wrpCore.h"
 
 namespace Wrp {
@@ -10,7 +11,7 @@ namespace {
 
 // Each clears the logger first, so a failure reports the messages of this
 // call only.
-// format: 0 picks the format by the file name's extension, 1 to 8 name it
+// format: 0 picks the format by the file name's extension, 1 to 9 name it
 // (files of other tools often carry a neutral extension such as .xml).
 void WrpReadFile(VEK_network* net, const std::string& path, int format) {
     ValidateText(path, "Network.ReadFile", "File name");
@@ -45,6 +46,17 @@ std::string WrpWriteString(VEK_network* net) {
     return out;
 }
 
+// The variables of the file are the nodes in their order; a faulty file
+// sets nothing.
+void WrpReadUaiEvidence(VEK_network* net, const std::string& path) {
+    ValidateText(path, "Network.ReadUaiEvidence", "File name");
+    VEK_logger& logger = Deref(net).Logger();
+    ClearLog(logger);
+    VEK_uaiSpeaker speaker(*net);
+    int res = speaker.ReadEvidence(path.c_str());
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "Network.ReadUaiEvidence", logger);
+}
+
 }  // namespace
 }  // namespace Wrp
 
@@ -62,4 +74,7 @@ void BindFileIO(PyNetworkClass& cls) {
     cls.def(
         "write_file", [](PyNetwork& self, const FileName& path, int format) { WrpWriteFile(&self, path.path, format); },
         py::arg("xvek_file"), py::arg("format") = 0, "Writes network to a file");
+    cls.def(
+        "read_uai_evidence", [](PyNetwork& self, const FileName& path) { WrpReadUaiEvidence(&self, path.path); },
+        py::arg("filename"), "Sets the evidence of a UAI evidence file, its variables being the nodes in order");
 }

@@ -27,6 +27,7 @@ void BindAnalysis(PyNetworkClass& cls);
 void BindNumpy(PyNetworkClass& cls);
 // len, in, iteration, repr, pickling (of DataSet too) and sampling.
 void BindPythonic(PyNetworkClass& cls, py::module_& learning);
+void BindDrawing(PyNetworkClass& cls);
 
 // The analysis classes and records.
 void RegisterAnnealedMapResults(py::module_& m);

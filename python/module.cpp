@@ -379,4 +379,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindAnalysis(network);
     BindNumpy(network);
     BindPythonic(network, learning);
+    BindDrawing(network);
 }

@@ -21,6 +21,7 @@ const VEK_formatInfo kFormats[] = {
     {VEK_FORMAT_HUGIN, "Hugin", {"net", nullptr, nullptr}, VEK_createHuginSpeaker},
     {VEK_FORMAT_KI, "KI", {"dxp", nullptr, nullptr}, VEK_createKiSpeaker},
     {VEK_FORMAT_XMLBIF, "XMLBIF", {"bif", nullptr, nullptr}, VEK_createXmlbifSpeaker},
+    {VEK_FORMAT_UAI, "UAI", {"uai", nullptr, nullptr}, VEK_createUaiSpeaker},
 };
 
 bool EqualsIgnoringCase(const char* a, const char* b) {

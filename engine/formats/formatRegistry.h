@@ -16,11 +16,11 @@ struct VEK_formatInfo {
     VEK_speakerFactory create;    // null: not available
 };
 
-// The entry of a format number (1..8), or null.
+// The entry of a format number (1..9), or null.
 const VEK_formatInfo* VEK_findFormat(int number);
 // The format chosen by the extension of path (after the last dot, case
 // ignored), tested in the fixed order xvek/qvek, erg, dne, dsc, vek, net,
-// dxp, bif; null when there is none or it is unknown.
+// dxp, bif, uai; null when there is none or it is unknown.
 const VEK_formatInfo* VEK_findFormatByExtension(const char* path);
 // The speaker for path and format over net, as VEK_network::CreateFileFormat
 // describes; failures are logged to log.
@@ -35,3 +35,4 @@ VEK_fileFormat* VEK_createHuginSpeaker(VEK_network& net);
 VEK_fileFormat* VEK_createXmlbifSpeaker(VEK_network& net);
 VEK_fileFormat* VEK_createKiSpeaker(VEK_network& net);
 VEK_fileFormat* VEK_createXvekSpeaker(VEK_network& net);
+VEK_fileFormat* VEK_createUaiSpeaker(VEK_network& net);

@@ -115,7 +115,7 @@ public:
     void Clear();
 
     // ---- files -------------------------------------------------------
-    // Picks a reader/writer by format number (1..8) or, for 0, by extension.
+    // Picks a reader/writer by format number (1..9) or, for 0, by extension.
     VEK_fileFormat* CreateFileFormat(const char* path, int& format);
     int ReadFile(const char* path, int format = 0, void* extension = nullptr);
     int WriteFile(const char* path, int format = 0, void* extension = nullptr);

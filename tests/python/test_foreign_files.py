@@ -104,7 +104,7 @@ def test_decisions_and_utilities_are_written_or_refused_whole(number, ext, name,
         assert describe(net) == before
 
 
-@pytest.mark.parametrize("ext", ["bif", "net", "erg", "dne", "dsc", "dxp", "vek"])
+@pytest.mark.parametrize("ext", ["bif", "net", "erg", "dne", "dsc", "dxp", "vek", "uai"])
 def test_broken_files_raise_and_change_nothing(ext, tmp_path):
     good = str(tmp_path / ("asia." + ext))
     load(os.path.join(NETWORKS, "xvek", "asia.xvek")).write_file(good)
