@@ -12,6 +12,7 @@
 #include "learning/datasetMatcher.h"
 #include "learning/em.h"
 #include "network/network.h"
+#include "network/node.h"
 #include "network/nodeDef.h"
 #include "network/nodeVal.h"
 #include "network/status.h"
@@ -77,7 +78,75 @@ int VEK_validator::Prepare() {
     return VEK_OKAY;
 }
 
-// Evidence changes only where a cell differs from the previous record's.
+namespace {
+
+constexpr int kTypeCpt = 18;
+
+// A class node's posterior read straight off the tables when its Markov
+// blanket is observed: P(c) is proportional to the product of its own table
+// and its children's, each read at the observed states.
+struct BlanketPlan {
+    struct Factor {
+        const double* table = nullptr;
+        int classStride = 0;
+        std::vector<std::pair<size_t, int>> observed;  // (matched column, stride)
+    };
+    bool usable = false;
+    std::vector<Factor> factors;
+
+    // column: per node handle its matched non-class column, or -1.
+    void Build(const VEK_network& net, int c, const std::vector<int>& column) {
+        usable = false;
+        factors.clear();
+        std::vector<int> members = {c};
+        const VEK_intArray& children = net.GetNode(c)->Children();
+        for (int i = 0; i < children.GetSize(); ++i) members.push_back(children[i]);
+        for (int f : members) {
+            const VEK_nodeDef* def = net.GetDef(f);
+            if (def->GetType() != kTypeCpt || !def->GetMatrix()) return;
+            Factor factor;
+            factor.table = def->GetMatrix()->Items();
+            const VEK_intArray& parents = net.GetNode(f)->Parents();
+            for (int i = 0; i <= parents.GetSize(); ++i) {
+                const int member = i < parents.GetSize() ? parents[i] : f;
+                const int stride = i < parents.GetSize() ? def->GetMatrix()->GetProducts()[i] : 1;
+                if (member == c) {
+                    factor.classStride = stride;
+                } else if (column[static_cast<size_t>(member)] < 0) {
+                    return;
+                } else {
+                    factor.observed.emplace_back(static_cast<size_t>(column[static_cast<size_t>(member)]), stride);
+                }
+            }
+            factors.push_back(std::move(factor));
+        }
+        usable = true;
+    }
+
+    // False when a blanket cell of the record is missing.
+    bool Posterior(const int* values, size_t n, size_t r, int outcomes, double* row) const {
+        std::fill(row, row + outcomes, 1.0);
+        for (const Factor& f : factors) {
+            size_t base = 0;
+            for (const auto& [k, stride] : f.observed) {
+                const int v = values[k * n + r];
+                if (v < 0) return false;
+                base += static_cast<size_t>(v) * static_cast<size_t>(stride);
+            }
+            for (int x = 0; x < outcomes; ++x) row[x] *= f.table[base + static_cast<size_t>(x * f.classStride)];
+        }
+        double sum = 0.0;
+        for (int x = 0; x < outcomes; ++x) sum += row[x];
+        for (int x = 0; x < outcomes; ++x) row[x] = sum > 0.0 ? row[x] / sum : 1.0 / outcomes;
+        return true;
+    }
+};
+
+}  // namespace
+
+// Records whose class nodes have observed blankets skip belief updating;
+// for the others, evidence changes only where a cell differs from the last
+// record updated.
 int VEK_validator::Predict(VEK_network& work, const std::vector<int>& records) {
     const size_t n = static_cast<size_t>(data_.GetNumberOfRecords());
     work.SetUpdateImmediate(false);
@@ -88,8 +157,22 @@ int VEK_validator::Predict(VEK_network& work, const std::vector<int>& records) {
         work.SetTarget(c, true);
         for (size_t k = 0; k < matching_.size(); ++k) isClass[k] = isClass[k] || matching_[k].node == c;
     }
+    std::vector<int> column(static_cast<size_t>(work.GetSlotCount()), -1);
+    for (size_t k = 0; k < matching_.size(); ++k) {
+        if (!isClass[k]) column[static_cast<size_t>(matching_[k].node)] = static_cast<int>(k);
+    }
+    std::vector<BlanketPlan> plans(results_.size());
+    for (size_t i = 0; i < results_.size(); ++i) plans[i].Build(work, results_[i].node, column);
+
     std::vector<int> current(matching_.size(), -1);
     for (int r : records) {
+        bool direct = true;
+        for (size_t i = 0; i < results_.size() && direct; ++i) {
+            Result& result = results_[i];
+            double* row = result.posteriors.data() + static_cast<size_t>(r) * static_cast<size_t>(result.outcomes);
+            direct = plans[i].usable && plans[i].Posterior(values_.data(), n, static_cast<size_t>(r), result.outcomes, row);
+        }
+        if (direct) continue;
         for (size_t k = 0; k < matching_.size(); ++k) {
             const int v = values_[k * n + static_cast<size_t>(r)];
             if (isClass[k] || v == current[k]) continue;
