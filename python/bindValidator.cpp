@@ -143,6 +143,8 @@ void RegisterValidator(py::module_& learning) {
     curve.def("__deepcopy__", [](const PyCurve& self, py::dict) { return PyCurve(self); }, py::arg("memo"));
 
     cls.def(py::init([](py::object net, py::object dataset, const py::list& matching) {
+                if (!py::isinstance<PyNetwork>(net)) throw py::type_error("net must be a Network");
+                if (!py::isinstance<PyDataset>(dataset)) throw py::type_error("dataset must be a DataSet");
                 PyNetwork& n = net.cast<PyNetwork&>();
                 const std::vector<VEK_datasetMatch> items = ReadMatching(n, dataset.cast<PyDataset&>(), matching);
                 return PyValidator(net, dataset, items);

@@ -54,8 +54,9 @@ int VEK_mapColumnOutcomes(const VEK_dataset& data, int var, const VEK_network& n
         }
         if (o < 0) {
             map.clear();
-            return Fail(VEK_OUT_OF_RANGE, message,
-                        "state '" + name + "' of column '" + column.id + "' is not an outcome of node '" + nodeId + "'");
+            return Fail(
+                VEK_OUT_OF_RANGE, message,
+                "state '" + name + "' of column '" + column.id + "' is not an outcome of node '" + nodeId + "'");
         }
         map[s] = o;
     }
@@ -80,8 +81,8 @@ int VEK_dataset::MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMat
             if (net.GetDef(h)->GetType() == kTypeEquation) {
                 if (column.discrete) {
                     res = VEK_OUT_OF_RANGE;
-                    message = "column '" + column.id + "' is discrete but node '" + net.GetNodeId(h) +
-                              "' is continuous";
+                    message =
+                        "column '" + column.id + "' is discrete but node '" + net.GetNodeId(h) + "' is continuous";
                 }
             } else {
                 res = VEK_mapColumnOutcomes(*this, v, net, h, map, &message);
@@ -92,7 +93,8 @@ int VEK_dataset::MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMat
             }
             found.push_back({h, 0, v});
         }
-        if (!problems.empty()) return Fail(VEK_OUT_OF_RANGE, errorMessage, "Columns do not fit their nodes: " + problems);
+        if (!problems.empty())
+            return Fail(VEK_OUT_OF_RANGE, errorMessage, "Columns do not fit their nodes: " + problems);
         if (found.empty()) {
             return Fail(VEK_NO_ITEM, errorMessage, "No column of the dataset has the id of a node in the network");
         }

@@ -102,8 +102,10 @@ std::vector<double> Hierarchical(const std::vector<double>& x, int intervals) {
         push(m.left, a.next);
     }
     std::vector<double> edges;
-    for (int i = 0; blocks[static_cast<size_t>(i)].next >= 0; i = blocks[static_cast<size_t>(i)].next) {
-        edges.push_back((blocks[static_cast<size_t>(i)].hi + blocks[static_cast<size_t>(blocks[static_cast<size_t>(i)].next)].lo) / 2.0);
+    for (const Block* at = &blocks.front(); at->next >= 0;) {
+        const Block* next = &blocks[static_cast<size_t>(at->next)];
+        edges.push_back((at->hi + next->lo) / 2.0);
+        at = next;
     }
     return edges;
 }
@@ -139,23 +141,26 @@ int VEK_dataset::Discretize(int var, int algorithm, int intervalCount, const std
         return fail(VEK_OUT_OF_RANGE, "The interval count must be at least 2, got " + std::to_string(intervalCount));
     }
     try {
+        auto value = [&column](int r) -> double {
+            return column.discrete ? column.intData[static_cast<size_t>(r)] : column.floatData[static_cast<size_t>(r)];
+        };
         std::vector<double> values;
         for (int r = 0; r < records_; ++r) {
-            if (!IsMissing(var, r)) values.push_back(column.discrete ? column.intData[static_cast<size_t>(r)]
-                                                                     : column.floatData[static_cast<size_t>(r)]);
+            if (!IsMissing(var, r)) values.push_back(value(r));
         }
         std::sort(values.begin(), values.end());
         if (values.empty() || values.front() == values.back()) {
-            return fail(VEK_OUT_OF_RANGE, "Variable '" + column.id +
-                                              (values.empty() ? "' has no values to discretize"
-                                                              : "' holds a single value and can't be split into intervals"));
+            return fail(VEK_OUT_OF_RANGE,
+                        "Variable '" + column.id +
+                            (values.empty() ? "' has no values to discretize"
+                                            : "' holds a single value and can't be split into intervals"));
         }
         std::vector<double> found = VEK_discretizationEdges(values, algorithm, intervalCount);
         std::vector<int> cells(static_cast<size_t>(records_), -1);
         for (int r = 0; r < records_; ++r) {
             if (IsMissing(var, r)) continue;
-            const double v = column.discrete ? column.intData[static_cast<size_t>(r)] : column.floatData[static_cast<size_t>(r)];
-            cells[static_cast<size_t>(r)] = static_cast<int>(std::upper_bound(found.begin(), found.end(), v) - found.begin());
+            const auto at = std::upper_bound(found.begin(), found.end(), value(r));
+            cells[static_cast<size_t>(r)] = static_cast<int>(at - found.begin());
         }
         std::vector<std::string> names;
         if (!prefix.empty()) {

@@ -21,8 +21,8 @@ VEK_validator::VEK_validator(VEK_network& net, const VEK_dataset& data, const st
     : net_(net), data_(data), matching_(matching) {}
 
 int VEK_validator::AddClassNode(int node) {
-    const bool matched = std::any_of(matching_.begin(), matching_.end(),
-                                     [node](const VEK_datasetMatch& m) { return m.node == node; });
+    const bool matched =
+        std::any_of(matching_.begin(), matching_.end(), [node](const VEK_datasetMatch& m) { return m.node == node; });
     if (!net_.IsValidNode(node) || !matched || net_.GetDef(node)->GetNumberOfOutcomes() < 1) {
         return VEK_OUT_OF_RANGE;
     }
@@ -65,8 +65,8 @@ int VEK_validator::Prepare() {
         }
     }
     for (int c : classNodes_) {
-        const auto it = std::find_if(matching_.begin(), matching_.end(),
-                                     [c](const VEK_datasetMatch& m) { return m.node == c; });
+        const auto it =
+            std::find_if(matching_.begin(), matching_.end(), [c](const VEK_datasetMatch& m) { return m.node == c; });
         Result result;
         result.node = c;
         result.outcomes = net_.GetDef(c)->GetNumberOfOutcomes();
@@ -170,7 +170,8 @@ int VEK_validator::Predict(VEK_network& work, const std::vector<int>& records) {
         for (size_t i = 0; i < results_.size() && direct; ++i) {
             Result& result = results_[i];
             double* row = result.posteriors.data() + static_cast<size_t>(r) * static_cast<size_t>(result.outcomes);
-            direct = plans[i].usable && plans[i].Posterior(values_.data(), n, static_cast<size_t>(r), result.outcomes, row);
+            direct =
+                plans[i].usable && plans[i].Posterior(values_.data(), n, static_cast<size_t>(r), result.outcomes, row);
         }
         if (direct) continue;
         for (size_t k = 0; k < matching_.size(); ++k) {
@@ -187,7 +188,8 @@ int VEK_validator::Predict(VEK_network& work, const std::vector<int>& records) {
         }
         const int res = work.UpdateBeliefs();
         if (res != VEK_OKAY && res != VEK_IMPOSSIBLE_EVIDENCE) {
-            return net_.Logger().LogError(res, ("Validator: belief updating failed for record " + std::to_string(r)).c_str());
+            return net_.Logger().LogError(
+                res, ("Validator: belief updating failed for record " + std::to_string(r)).c_str());
         }
         for (Result& result : results_) {
             double* row = result.posteriors.data() + static_cast<size_t>(r) * static_cast<size_t>(result.outcomes);
@@ -222,8 +224,8 @@ int VEK_validator::KFold(int folds, int seed) {
     const int n = data_.GetNumberOfRecords();
     if (folds < 2 || folds > n) {
         return net_.Logger().LogError(VEK_OUT_OF_RANGE, ("Validator: the fold count must be between 2 and the record "
-                                                         "count (" + std::to_string(n) + "), got " +
-                                                         std::to_string(folds))
+                                                         "count (" +
+                                                         std::to_string(n) + "), got " + std::to_string(folds))
                                                             .c_str());
     }
     std::vector<int> order(static_cast<size_t>(n));
@@ -253,7 +255,8 @@ int VEK_validator::CrossValidate(const std::vector<int>& fold, int folds) {
         if (res != VEK_OKAY) return res;
         const size_t n = fold.size();
         std::vector<VEK_datasetMatch> trainMatching;
-        for (size_t k = 0; k < matching_.size(); ++k) trainMatching.push_back({matching_[k].node, 0, static_cast<int>(k)});
+        for (size_t k = 0; k < matching_.size(); ++k)
+            trainMatching.push_back({matching_[k].node, 0, static_cast<int>(k)});
         VEK_em em;
         em.SetEquivalentSampleSize(1.0f);
         VEK_dataset train;
@@ -314,9 +317,7 @@ const std::vector<int>* VEK_validator::GetTrueOutcomes(int node) const {
 
 namespace {
 
-int Predicted(const double* row, int outcomes) {
-    return static_cast<int>(std::max_element(row, row + outcomes) - row);
-}
+int Predicted(const double* row, int outcomes) { return static_cast<int>(std::max_element(row, row + outcomes) - row); }
 
 }  // namespace
 
