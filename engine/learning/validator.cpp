@@ -223,10 +223,9 @@ int VEK_validator::Test() {
 int VEK_validator::KFold(int folds, int seed) {
     const int n = data_.GetNumberOfRecords();
     if (folds < 2 || folds > n) {
-        return net_.Logger().LogError(VEK_OUT_OF_RANGE, ("Validator: the fold count must be between 2 and the record "
-                                                         "count (" +
-                                                         std::to_string(n) + "), got " + std::to_string(folds))
-                                                            .c_str());
+        const std::string message = "Validator: the fold count must be between 2 and the record count (" +
+                                    std::to_string(n) + "), got " + std::to_string(folds);
+        return net_.Logger().LogError(VEK_OUT_OF_RANGE, message.c_str());
     }
     std::vector<int> order(static_cast<size_t>(n));
     std::iota(order.begin(), order.end(), 0);
