@@ -153,6 +153,28 @@ void WrpSetStateNames(VEK_dataset* data, const VarRef& ref, const std::vector<st
     }
 }
 
+py::list WrpMatchNetwork(const VEK_dataset& data, const PyNetwork& net) {
+    std::vector<VEK_datasetMatch> matching;
+    std::string message;
+    const int res = data.MatchNetwork(net, matching, &message);
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithMessage(res, "DataSet.MatchNetwork", message);
+    py::object dataMatch = py::module_::import("pyquarn").attr("learning").attr("DataMatch");
+    py::list out;
+    for (const VEK_datasetMatch& m : matching) out.append(dataMatch(m.node, m.slice, m.column));
+    return out;
+}
+
+std::vector<double> WrpDiscretize(VEK_dataset& data, const VarRef& ref, DiscretizationAlgorithmType::Value algorithm,
+                                  int intervalCount, const std::string& prefix) {
+    const int var = ValidateVariable(data, ref);
+    ValidateText(prefix, "DataSet.Discretize", "Prefix");
+    std::vector<double> edges;
+    std::string message;
+    const int res = data.Discretize(var, static_cast<int>(algorithm), intervalCount, prefix, edges, &message);
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithMessage(res, "DataSet.Discretize", message);
+    return edges;
+}
+
 }  // namespace
 }  // namespace Wrp
 
@@ -342,4 +364,17 @@ void RegisterDataSet(py::module_& learning) {
             return std::vector<double>(cells.begin(), cells.end());
         },
         py::arg("variable"), "Gets all cells of a continuous variable");
+
+    cls.def(
+        "match_network", [](const PyDataset& self, const PyNetwork& net) { return WrpMatchNetwork(self.data, net); },
+        py::arg("net"),
+        "Pairs each column with the node of the same id (states with outcomes by id or label); returns a list "
+        "of DataMatch");
+    cls.def(
+        "discretize",
+        [](PyDataset& self, const VarRef& column, DiscretizationAlgorithmType::Value algorithm, int interval_count,
+           const std::string& prefix) { return WrpDiscretize(self.data, column, algorithm, interval_count, prefix); },
+        py::arg("column"), py::arg("algorithm"), py::arg("interval_count"), py::arg("prefix") = "",
+        "Turns a numeric column into a discrete one of intervals (states prefix + index, bare indices for an "
+        "empty prefix); returns the interior edges");
 }

@@ -46,3 +46,4 @@ void RegisterDiagNetwork(py::module_& m);
 void RegisterDataSet(py::module_& learning);
 void RegisterDataMatch(py::module_& learning);
 void RegisterEM(py::module_& learning);
+void RegisterValidator(py::module_& learning);

@@ -359,6 +359,7 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterDataSet(learning);
     RegisterDataMatch(learning);
     RegisterEM(learning);
+    RegisterValidator(learning);
 
     RegisterLateEnumerations(m);
 

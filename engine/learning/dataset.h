@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "learning/datasetMatch.h"
+
+class VEK_network;
+
 struct VEK_datasetParseParams {
     std::string missingValueToken = "*";  // compared without regard to case
     int missingInt = -1;
@@ -101,6 +105,23 @@ public:
     const std::vector<std::string>& GetStateNames(int var) const { return vars_[var].stateNames; }
 
     const Variable& GetVariable(int var) const { return vars_[var]; }
+
+    // Pairs each column with the node of the same id (slice 0); columns
+    // naming no node are left out. -2 with a message listing every paired
+    // column whose values do not fit its node, -3 when no column names a
+    // node; matching is replaced only on success.
+    int MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMatch>& matching,
+                     std::string* errorMessage = nullptr) const;
+    // Turns a continuous (or bare-number) column into a discrete one of
+    // intervalCount intervals by algorithm (0 hierarchical, 1 equal width,
+    // 2 equal frequency); edges receives the interior edges, ascending, and
+    // interval k holds the values v with edges[k-1] <= v < edges[k]. States
+    // are named prefix + k, or stay bare interval indices when prefix is
+    // empty; missing cells stay missing. -2 or -51 with a message, the
+    // column unchanged, for a bad column, algorithm or count, or a column
+    // without two distinct values.
+    int Discretize(int var, int algorithm, int intervalCount, const std::string& prefix, std::vector<double>& edges,
+                   std::string* errorMessage = nullptr);
 
     // The parser builds the columns in place.
     std::vector<Variable>& Variables() { return vars_; }
