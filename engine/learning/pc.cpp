@@ -1,0 +1,208 @@
+#include "learning/pc.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <utility>
+
+#include "learning/familyCounts.h"
+#include "learning/pattern.h"
+#include "network/status.h"
+
+namespace {
+
+// Regularized upper incomplete gamma Q(a, x): series below a + 1,
+// continued fraction above.
+double GammaQ(double a, double x) {
+    if (x <= 0.0) return 1.0;
+    const double lead = a * std::log(x) - x - std::lgamma(a);
+    if (x < a + 1.0) {
+        double term = 1.0 / a, sum = term;
+        for (int n = 1; n < 1000; ++n) {
+            term *= x / (a + n);
+            sum += term;
+            if (std::fabs(term) < std::fabs(sum) * 1e-15) break;
+        }
+        return 1.0 - sum * std::exp(lead);
+    }
+    const double tiny = 1e-300;
+    double b = x + 1.0 - a, c = 1.0 / tiny, d = 1.0 / b, h = d;
+    for (int i = 1; i < 1000; ++i) {
+        const double an = -i * (i - a);
+        b += 2.0;
+        d = an * d + b;
+        if (std::fabs(d) < tiny) d = tiny;
+        c = b + an / c;
+        if (std::fabs(c) < tiny) c = tiny;
+        d = 1.0 / d;
+        const double delta = d * c;
+        h *= delta;
+        if (std::fabs(delta - 1.0) < 1e-15) break;
+    }
+    return std::exp(lead) * h;
+}
+
+class Tester {
+public:
+    Tester(const VEK_familyCounts& counts, int test) : counts_(counts), test_(test) {
+        limit_ = std::max<long long>(1 << 20, 4LL * counts.GetRecordCount());
+    }
+
+    // p-value of x independent of y given s; 0 (dependent) when the table
+    // would be too large to count.
+    double PValue(int x, int y, const std::vector<int>& s) {
+        const int rx = counts_.GetStateCount(x), ry = counts_.GetStateCount(y);
+        const long long q = counts_.ConfigCount(s.data(), static_cast<int>(s.size()), limit_ / (rx * ry));
+        if (q < 0) return 0.0;
+        counts_.ConfigIndex(s.data(), static_cast<int>(s.size()), index_);
+        // Count x as the extra column and y as the child: [(s * rx + x) * ry + y].
+        counts_.CountIndexed(y, index_, static_cast<int>(q), x, cells_);
+        double stat = 0.0, df = 0.0;
+        rowSum_.resize(rx);
+        colSum_.resize(ry);
+        for (long long j = 0; j < q; ++j) {
+            const int* c = cells_.data() + j * rx * ry;
+            std::fill(rowSum_.begin(), rowSum_.end(), 0);
+            std::fill(colSum_.begin(), colSum_.end(), 0);
+            int total = 0;
+            for (int a = 0; a < rx; ++a) {
+                for (int b = 0; b < ry; ++b) {
+                    rowSum_[a] += c[a * ry + b];
+                    colSum_[b] += c[a * ry + b];
+                }
+                total += rowSum_[a];
+            }
+            if (total == 0) continue;
+            int rows = 0, cols = 0;
+            for (int a = 0; a < rx; ++a) rows += rowSum_[a] > 0;
+            for (int b = 0; b < ry; ++b) cols += colSum_[b] > 0;
+            df += static_cast<double>(rows - 1) * (cols - 1);
+            for (int a = 0; a < rx; ++a) {
+                for (int b = 0; b < ry; ++b) {
+                    const double n = c[a * ry + b];
+                    const double e = static_cast<double>(rowSum_[a]) * colSum_[b] / total;
+                    if (e <= 0.0) continue;
+                    if (test_ == VEK_pc::G_TEST) {
+                        if (n > 0) stat += 2.0 * n * std::log(n / e);
+                    } else {
+                        stat += (n - e) * (n - e) / e;
+                    }
+                }
+            }
+        }
+        if (df <= 0.0) return 1.0;
+        return VEK_pc::ChiSquareTail(stat, df);
+    }
+
+private:
+    const VEK_familyCounts& counts_;
+    int test_;
+    long long limit_;
+    std::vector<int> index_, cells_, rowSum_, colSum_;
+};
+
+// Next subset of size k of 0..n-1 in lexicographic order; false at the end.
+bool NextSubset(std::vector<int>& pick, int n) {
+    const int k = static_cast<int>(pick.size());
+    int i = k - 1;
+    while (i >= 0 && pick[i] == n - k + i) --i;
+    if (i < 0) return false;
+    ++pick[i];
+    for (int j = i + 1; j < k; ++j) pick[j] = pick[j - 1] + 1;
+    return true;
+}
+
+}  // namespace
+
+double VEK_pc::ChiSquareTail(double x, double df) { return GammaQ(0.5 * df, 0.5 * x); }
+
+int VEK_pc::CheckSettings(std::string* errorMessage) const {
+    std::string text;
+    if (!(significance > 0.0 && significance < 1.0)) text = "The significance level must be within 0..1, exclusive";
+    else if (maxAdjacency < 0) text = "The adjacency limit can't be negative";
+    else if (test != G_TEST && test != CHI_SQUARE) text = "Unknown independence test " + std::to_string(test);
+    if (text.empty()) return VEK_OKAY;
+    if (errorMessage) *errorMessage = text;
+    return VEK_OUT_OF_RANGE;
+}
+
+int VEK_pc::Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* errorMessage) const {
+    int res = CheckSettings(errorMessage);
+    VEK_familyCounts counts;
+    VEK_bkConstraints bkc;
+    if (res == VEK_OKAY) res = Prepare(data, counts, bkc, errorMessage);
+    if (res != VEK_OKAY) return res;
+    const int n = counts.GetColumnCount();
+    auto at = [n](int a, int b) { return static_cast<size_t>(a) * n + b; };
+    std::vector<char> adj(static_cast<size_t>(n) * n, 0);
+    for (int a = 0; a < n; ++a) {
+        for (int b = 0; b < n; ++b) {
+            if (a != b && (bkc.Allows(a, b) || bkc.Allows(b, a))) adj[at(a, b)] = 1;
+        }
+    }
+    std::map<std::pair<int, int>, std::vector<int>> sepset;
+    Tester tester(counts, test);
+    std::vector<int> s;
+    for (int level = 0; level <= maxAdjacency; ++level) {
+        // Neighbour lists fixed for the whole level.
+        std::vector<std::vector<int>> nb(n);
+        bool any = false;
+        for (int a = 0; a < n; ++a) {
+            for (int b = 0; b < n; ++b) {
+                if (adj[at(a, b)]) nb[a].push_back(b);
+            }
+            any = any || static_cast<int>(nb[a].size()) - 1 >= level;
+        }
+        if (!any) break;
+        for (int x = 0; x < n; ++x) {
+            for (int y : nb[x]) {
+                if (!adj[at(x, y)] || bkc.IsForced(x, y) || bkc.IsForced(y, x)) continue;
+                std::vector<int> others;
+                for (int z : nb[x]) {
+                    if (z != y) others.push_back(z);
+                }
+                if (static_cast<int>(others.size()) < level) continue;
+                std::vector<int> pick(level);
+                for (int i = 0; i < level; ++i) pick[i] = i;
+                do {
+                    s.clear();
+                    for (int i : pick) s.push_back(others[i]);
+                    if (tester.PValue(x, y, s) > significance) {
+                        adj[at(x, y)] = adj[at(y, x)] = 0;
+                        sepset[{std::min(x, y), std::max(x, y)}] = s;
+                        break;
+                    }
+                } while (NextSubset(pick, static_cast<int>(others.size())));
+            }
+        }
+    }
+    // Orientation on a working pattern.
+    VEK_pattern p;
+    p.SetSize(n);
+    for (int a = 0; a < n; ++a) {
+        for (int b = a + 1; b < n; ++b) {
+            if (!adj[at(a, b)]) continue;
+            if (bkc.IsForced(a, b) || !bkc.Allows(b, a)) p.SetEdge(a, b, VEK_pattern::DIRECTED);
+            else if (bkc.IsForced(b, a) || !bkc.Allows(a, b)) p.SetEdge(b, a, VEK_pattern::DIRECTED);
+            else p.SetEdge(a, b, VEK_pattern::UNDIRECTED);
+        }
+    }
+    auto undirected = [&](int a, int b) { return p.GetEdge(a, b) == VEK_pattern::UNDIRECTED; };
+    auto directed = [&](int a, int b) { return p.GetEdge(a, b) == VEK_pattern::DIRECTED; };
+    for (int z = 0; z < n; ++z) {
+        for (int x = 0; x < n; ++x) {
+            if (x == z || !p.IsAdjacent(x, z)) continue;
+            for (int y = x + 1; y < n; ++y) {
+                if (y == z || !p.IsAdjacent(y, z) || p.IsAdjacent(x, y)) continue;
+                const std::vector<int>& sep = sepset[{x, y}];
+                if (std::find(sep.begin(), sep.end(), z) != sep.end()) continue;
+                // Keep orientations already fixed rather than flip them.
+                if (undirected(x, z) && !directed(z, y)) p.SetEdge(x, z, VEK_pattern::DIRECTED);
+                if (undirected(y, z) && !directed(z, x)) p.SetEdge(y, z, VEK_pattern::DIRECTED);
+            }
+        }
+    }
+    p.ApplyMeekRules();
+    pattern = std::move(p);
+    return VEK_OKAY;
+}
