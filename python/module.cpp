@@ -340,8 +340,15 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterEPISParams(m);
     RegisterLBPParams(m);
     RegisterDataSet(learning);
+    RegisterBayesianSearch(learning);
+    RegisterBkKnowledge(learning);
     RegisterDataMatch(learning);
     RegisterEM(learning);
+    RegisterGreedyThickThinning(learning);
+    RegisterNaiveBayes(learning);
+    RegisterPattern(learning);
+    RegisterPC(learning);
+    RegisterTAN(learning);
 
     RegisterLateEnumerations(m);
 
@@ -360,4 +367,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindDiagnostics(network);
     BindCases(network);
     BindAnalysis(network);
+    BindDataSetSampling(learning);
 }

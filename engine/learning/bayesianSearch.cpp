@@ -27,6 +27,7 @@ int VEK_bayesianSearch::Learn(const VEK_dataset& data, VEK_network& net, std::st
     VEK_bkConstraints constraints;
     if (res == VEK_OKAY) res = Prepare(data, counts, constraints, errorMessage);
     if (res != VEK_OKAY) return res;
+    RestrictCandidates(counts, constraints);
     using Clock = VEK_dagSearch::Clock;
     const Clock::time_point deadline =
         timeLimit > 0.0 ? Clock::now() + std::chrono::duration_cast<Clock::duration>(

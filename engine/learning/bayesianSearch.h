@@ -14,7 +14,7 @@ class VEK_network;
 class VEK_bayesianSearch : public VEK_scoreLearner {
 public:
     int iterations = 20;
-    double linkProbability = 0.01;
+    double linkProbability = 0.3;
     double timeLimit = 0.0;
 
     int CheckSettings(std::string* errorMessage) const;

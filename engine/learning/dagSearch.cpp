@@ -62,11 +62,15 @@ void VEK_dagSearch::Refresh(int child) {
             }
             rem = score_.Family(child, less) - local_[child];
         } else if (np < maxParents_ && q > 0 && bk_.Allows(u, child)) {
-            if (!indexed) {
-                counts_.ConfigIndex(pa.data(), np, index_);
-                indexed = true;
+            double value = 0.0;
+            if (!score_.Cached(child, pa, u, value)) {
+                if (!indexed) {
+                    counts_.ConfigIndex(pa.data(), np, index_);
+                    indexed = true;
+                }
+                value = score_.FamilyPlus(child, pa, index_, static_cast<int>(q), u);
             }
-            add = score_.FamilyPlus(child, pa, index_, static_cast<int>(q), u) - local_[child];
+            add = value - local_[child];
         }
     }
 }

@@ -11,10 +11,11 @@ int VEK_greedyThickThinning::Learn(const VEK_dataset& data, VEK_network& net, st
     VEK_bkConstraints constraints;
     if (res == VEK_OKAY) res = Prepare(data, counts, constraints, errorMessage);
     if (res != VEK_OKAY) return res;
+    RestrictCandidates(counts, constraints);
     VEK_structureScore score(counts, scoreType, ess);
     VEK_dagSearch search(score, constraints, maxParents);
     search.Start();
-    search.Climb(VEK_dagSearch::ADD);
+    search.Climb(VEK_dagSearch::ADD | VEK_dagSearch::REVERSE);
     search.Climb(VEK_dagSearch::REMOVE);
     return VEK_fitStructure(data, counts, search.Parents(), ess, net, errorMessage);
 }

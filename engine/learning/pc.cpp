@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <map>
 #include <utility>
 
@@ -49,14 +50,29 @@ public:
     }
 
     // p-value of x independent of y given s; 0 (dependent) when the table
-    // would be too large to count.
-    double PValue(int x, int y, const std::vector<int>& s) {
+    // would be too large to count. The statistic's excess over its degrees
+    // of freedom, scaled by their spread, goes to strength when given.
+    double PValue(int x, int y, const std::vector<int>& s, double* strength = nullptr) {
         const int rx = counts_.GetStateCount(x), ry = counts_.GetStateCount(y);
         const long long q = counts_.ConfigCount(s.data(), static_cast<int>(s.size()), limit_ / (rx * ry));
         if (q < 0) return 0.0;
-        counts_.ConfigIndex(s.data(), static_cast<int>(s.size()), index_);
-        // Count x as the extra column and y as the child: [(s * rx + x) * ry + y].
-        counts_.CountIndexed(y, index_, static_cast<int>(q), x, cells_);
+        // Cells [(s * rx + x) * ry + y]; small sets skip the index pass.
+        const int records = counts_.GetRecordCount();
+        const std::uint8_t* cx = counts_.Column(x);
+        const std::uint8_t* cy = counts_.Column(y);
+        if (s.size() <= 1) {
+            cells_.assign(static_cast<size_t>(q) * rx * ry, 0);
+            int* c = cells_.data();
+            if (s.empty()) {
+                for (int k = 0; k < records; ++k) ++c[cx[k] * ry + cy[k]];
+            } else {
+                const std::uint8_t* cs = counts_.Column(s[0]);
+                for (int k = 0; k < records; ++k) ++c[(cs[k] * rx + cx[k]) * ry + cy[k]];
+            }
+        } else {
+            counts_.ConfigIndex(s.data(), static_cast<int>(s.size()), index_);
+            counts_.CountIndexed(y, index_, static_cast<int>(q), x, cells_);
+        }
         double stat = 0.0, df = 0.0;
         rowSum_.resize(rx);
         colSum_.resize(ry);
@@ -90,6 +106,7 @@ public:
                 }
             }
         }
+        if (strength) *strength = df > 0.0 ? (stat - df) / std::sqrt(2.0 * df) : 0.0;
         if (df <= 0.0) return 1.0;
         return VEK_pc::ChiSquareTail(stat, df);
     }
@@ -114,35 +131,22 @@ bool NextSubset(std::vector<int>& pick, int n) {
 
 }  // namespace
 
-double VEK_pc::ChiSquareTail(double x, double df) { return GammaQ(0.5 * df, 0.5 * x); }
-
-int VEK_pc::CheckSettings(std::string* errorMessage) const {
-    std::string text;
-    if (!(significance > 0.0 && significance < 1.0)) text = "The significance level must be within 0..1, exclusive";
-    else if (maxAdjacency < 0) text = "The adjacency limit can't be negative";
-    else if (test != G_TEST && test != CHI_SQUARE) text = "Unknown independence test " + std::to_string(test);
-    if (text.empty()) return VEK_OKAY;
-    if (errorMessage) *errorMessage = text;
-    return VEK_OUT_OF_RANGE;
-}
-
-int VEK_pc::Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* errorMessage) const {
-    int res = CheckSettings(errorMessage);
-    VEK_familyCounts counts;
-    VEK_bkConstraints bkc;
-    if (res == VEK_OKAY) res = Prepare(data, counts, bkc, errorMessage);
-    if (res != VEK_OKAY) return res;
+void VEK_pc::Skeleton(const VEK_familyCounts& counts, const VEK_bkConstraints& bkc, double significance,
+                      int maxAdjacency, int test, std::vector<char>& adj,
+                      std::map<std::pair<int, int>, std::vector<int>>* sepsets) {
     const int n = counts.GetColumnCount();
     auto at = [n](int a, int b) { return static_cast<size_t>(a) * n + b; };
-    std::vector<char> adj(static_cast<size_t>(n) * n, 0);
+    adj.assign(static_cast<size_t>(n) * n, 0);
     for (int a = 0; a < n; ++a) {
         for (int b = 0; b < n; ++b) {
             if (a != b && (bkc.Allows(a, b) || bkc.Allows(b, a))) adj[at(a, b)] = 1;
         }
     }
-    std::map<std::pair<int, int>, std::vector<int>> sepset;
     Tester tester(counts, test);
     std::vector<int> s;
+    // Conditioning sets are tried strongest neighbours first, by their
+    // marginal association with x: separating sets are found sooner.
+    std::vector<double> strength(static_cast<size_t>(n) * n, 0.0);
     for (int level = 0; level <= maxAdjacency; ++level) {
         // Neighbour lists fixed for the whole level.
         std::vector<std::vector<int>> nb(n);
@@ -161,23 +165,34 @@ int VEK_pc::Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* er
                 for (int z : nb[x]) {
                     if (z != y) others.push_back(z);
                 }
+                std::stable_sort(others.begin(), others.end(), [&](int a, int b) {
+                    return strength[at(x, a)] > strength[at(x, b)];
+                });
                 if (static_cast<int>(others.size()) < level) continue;
                 std::vector<int> pick(level);
                 for (int i = 0; i < level; ++i) pick[i] = i;
                 do {
                     s.clear();
                     for (int i : pick) s.push_back(others[i]);
-                    if (tester.PValue(x, y, s) > significance) {
+                    double* st = level == 0 ? &strength[at(x, y)] : nullptr;
+                    const double p = tester.PValue(x, y, s, st);
+                    if (st) strength[at(y, x)] = *st;
+                    if (p > significance) {
                         adj[at(x, y)] = adj[at(y, x)] = 0;
-                        sepset[{std::min(x, y), std::max(x, y)}] = s;
+                        if (sepsets) (*sepsets)[{std::min(x, y), std::max(x, y)}] = s;
                         break;
                     }
                 } while (NextSubset(pick, static_cast<int>(others.size())));
             }
         }
     }
-    // Orientation on a working pattern.
-    VEK_pattern p;
+}
+
+void VEK_pc::Orient(const std::vector<char>& adj, const std::map<std::pair<int, int>, std::vector<int>>& sepsets,
+                    const VEK_bkConstraints& bkc, VEK_pattern& p) {
+    const int n = bkc.size;
+    auto at = [n](int a, int b) { return static_cast<size_t>(a) * n + b; };
+    static const std::vector<int> kNoSet;
     p.SetSize(n);
     for (int a = 0; a < n; ++a) {
         for (int b = a + 1; b < n; ++b) {
@@ -194,7 +209,8 @@ int VEK_pc::Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* er
             if (x == z || !p.IsAdjacent(x, z)) continue;
             for (int y = x + 1; y < n; ++y) {
                 if (y == z || !p.IsAdjacent(y, z) || p.IsAdjacent(x, y)) continue;
-                const std::vector<int>& sep = sepset[{x, y}];
+                auto found = sepsets.find({x, y});
+                const std::vector<int>& sep = found == sepsets.end() ? kNoSet : found->second;
                 if (std::find(sep.begin(), sep.end(), z) != sep.end()) continue;
                 // Keep orientations already fixed rather than flip them.
                 if (undirected(x, z) && !directed(z, y)) p.SetEdge(x, z, VEK_pattern::DIRECTED);
@@ -203,6 +219,31 @@ int VEK_pc::Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* er
         }
     }
     p.ApplyMeekRules();
+}
+
+double VEK_pc::ChiSquareTail(double x, double df) { return GammaQ(0.5 * df, 0.5 * x); }
+
+int VEK_pc::CheckSettings(std::string* errorMessage) const {
+    std::string text;
+    if (!(significance > 0.0 && significance < 1.0)) text = "The significance level must be within 0..1, exclusive";
+    else if (maxAdjacency < 0) text = "The adjacency limit can't be negative";
+    else if (test != G_TEST && test != CHI_SQUARE) text = "Unknown independence test " + std::to_string(test);
+    if (text.empty()) return VEK_OKAY;
+    if (errorMessage) *errorMessage = text;
+    return VEK_OUT_OF_RANGE;
+}
+
+int VEK_pc::Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* errorMessage) const {
+    int res = CheckSettings(errorMessage);
+    VEK_familyCounts counts;
+    VEK_bkConstraints bkc;
+    if (res == VEK_OKAY) res = Prepare(data, counts, bkc, errorMessage);
+    if (res != VEK_OKAY) return res;
+    std::vector<char> adj;
+    std::map<std::pair<int, int>, std::vector<int>> sepset;
+    Skeleton(counts, bkc, significance, maxAdjacency, test, adj, &sepset);
+    VEK_pattern p;
+    Orient(adj, sepset, bkc, p);
     pattern = std::move(p);
     return VEK_OKAY;
 }

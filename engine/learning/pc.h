@@ -9,7 +9,9 @@
 // columns of each stratum.
 #pragma once
 
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "learning/structureLearner.h"
@@ -27,6 +29,16 @@ public:
     int CheckSettings(std::string* errorMessage) const;
     // Replaces pattern on success.
     int Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* errorMessage = nullptr) const;
+
+    // The adjacency phase alone: adj[a * n + b] for n columns, and the
+    // separating set of each removed pair (a < b) when sepsets is given.
+    static void Skeleton(const VEK_familyCounts& counts, const VEK_bkConstraints& bkc, double significance,
+                         int maxAdjacency, int test, std::vector<char>& adj,
+                         std::map<std::pair<int, int>, std::vector<int>>* sepsets);
+
+    // The orientation phase on a skeleton: knowledge, v-structures, Meek.
+    static void Orient(const std::vector<char>& adj, const std::map<std::pair<int, int>, std::vector<int>>& sepsets,
+                       const VEK_bkConstraints& bkc, VEK_pattern& pattern);
 
     // Upper tail of the chi-square distribution with df degrees of freedom.
     static double ChiSquareTail(double x, double df);

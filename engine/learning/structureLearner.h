@@ -27,6 +27,9 @@ public:
     std::string classVariable;
     double ess = 1.0;
 
+    // -2 with a message for a negative equivalent sample size.
+    int CheckSettings(std::string* errorMessage) const;
+
 protected:
     // Prepare, then find the class column (-3 when the data lacks it).
     int PrepareClass(const VEK_dataset& data, VEK_familyCounts& counts, VEK_bkConstraints& constraints,
@@ -42,9 +45,22 @@ protected:
 class VEK_scoreLearner : public VEK_structureLearner {
 public:
     int scoreType = 0;  // VEK_structureScore::Type
-    double ess = 10.0;
+    double ess = 1.0;
     int maxParents = 8;
+    // Candidate arcs: pairs of columns that the PC adjacency phase, at this
+    // significance and conditioning on up to candidateAdjacency neighbours,
+    // finds independent are never joined (forced arcs excepted). A
+    // significance of 0 makes every pair a candidate.
+    double candidateSignificance = 0.01;
+    int candidateAdjacency = 2;
+    // Whether the candidate arcs also follow the directions that the PC
+    // orientation phase gives those pairs.
+    bool candidateOrientation = true;
 
     // -2 with a message for settings out of range.
     int CheckSettings(std::string* errorMessage) const;
+
+protected:
+    // Forbids the arcs between pairs that are not candidates.
+    void RestrictCandidates(const VEK_familyCounts& counts, VEK_bkConstraints& constraints) const;
 };

@@ -98,6 +98,15 @@ double VEK_structureScore::Family(int child, const std::vector<int>& parents) {
     return s;
 }
 
+bool VEK_structureScore::Cached(int child, const std::vector<int>& parents, int extra, double& value) const {
+    std::vector<int> all(parents);
+    if (extra >= 0) all.push_back(extra);
+    auto it = cache_.find(Key(child, std::move(all)));
+    if (it == cache_.end()) return false;
+    value = it->second;
+    return true;
+}
+
 double VEK_structureScore::FamilyPlus(int child, const std::vector<int>& parents, const std::vector<int>& index,
                                       int q, int extra) {
     std::vector<int> all(parents);

@@ -25,6 +25,7 @@ public:
     // Score of child given parents plus extra (none when extra < 0), where
     // index is the configuration index of parents, in their order, over q
     // configurations: one pass over the records when not cached.
+    bool Cached(int child, const std::vector<int>& parents, int extra, double& value) const;
     double FamilyPlus(int child, const std::vector<int>& parents, const std::vector<int>& index, int q, int extra);
     // Score of a family whose counts are at hand: counts[j * r + k] for q
     // configurations of r states.

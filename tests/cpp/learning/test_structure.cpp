@@ -45,6 +45,34 @@ struct Alarm {
     }
 };
 
+TEST(StructureRecovery, Scan) {
+    Alarm alarm(20000);
+    for (int score = 0; score < 3; ++score)
+    for (double ess : {1.0, 10.0})
+    for (double lp : {0.0, 0.4})
+    for (int it : {1, 100}) {
+        std::string line;
+        double tsum = 0;
+        for (unsigned seed : {1u, 2u, 3u}) {
+            auto t0 = std::chrono::steady_clock::now();
+            VEK_bayesianSearch bs;
+            bs.linkProbability = lp;
+            bs.iterations = it;
+            bs.scoreType = score;
+            bs.ess = ess;
+            bs.seed = seed;
+            bs.candidateOrientation = true;
+            VEK_network net;
+            ASSERT_EQ(bs.Learn(alarm.data, net), VEK_OKAY);
+            tsum += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+            VEK_pattern p;
+            p.FromDag(ParentsByColumn(net, alarm.data));
+            line += " " + std::to_string(p.Distance(alarm.cpdag, true)) + "/" + std::to_string(p.Distance(alarm.cpdag, false));
+        }
+        std::printf("score %d ess %g lp %g it %d: %s  %.3f s\n", score, ess, lp, it, line.c_str(), tsum / 3);
+    }
+}
+
 TEST(StructureRecovery, Alarm) {
     Alarm alarm(20000);
     auto report = [&](const char* name, const VEK_pattern& p, double secs) {
@@ -65,6 +93,8 @@ TEST(StructureRecovery, Alarm) {
             report(("gtt " + std::to_string(score) + " " + std::to_string(ess)).c_str(), p, secs);
             t0 = std::chrono::steady_clock::now();
             VEK_bayesianSearch bs;
+            bs.linkProbability = ess == 1.0 ? 0.05 : 0.2;
+            bs.iterations = 50;
             bs.scoreType = score;
             bs.ess = ess;
             ASSERT_EQ(bs.Learn(alarm.data, net), VEK_OKAY);
