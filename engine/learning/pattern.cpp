@@ -38,6 +38,27 @@ bool VEK_pattern::HasDirectedCycle() const {
     return seen < size_;
 }
 
+bool VEK_pattern::HasDirectedPath(int from, int to) const {
+    std::vector<char> seen(size_, 0);
+    std::vector<int> stack{from};
+    seen[from] = 1;
+    while (!stack.empty()) {
+        const int a = stack.back();
+        stack.pop_back();
+        if (a == to) return true;
+        for (int b = 0; b < size_; ++b) {
+            if (!seen[b] && GetEdge(a, b) == DIRECTED) seen[b] = 1, stack.push_back(b);
+        }
+    }
+    return false;
+}
+
+bool VEK_pattern::OrientIfAcyclic(int a, int b) {
+    if (HasDirectedPath(b, a)) return false;
+    SetEdge(a, b, DIRECTED);
+    return true;
+}
+
 int VEK_pattern::ToDag(std::vector<std::vector<int>>& parents) const {
     if (HasDirectedCycle()) return VEK_CYCLE;
     // Repeatedly take a node with no outgoing arc whose undirected
@@ -126,10 +147,9 @@ void VEK_pattern::ApplyMeekRules() {
                         }
                     }
                 }
-                if (orient) {
-                    SetEdge(a, b, DIRECTED);
-                    changed = true;
-                }
+                // Rules never close a cycle in a consistent pattern; background
+                // knowledge can make one inconsistent.
+                if (orient && OrientIfAcyclic(a, b)) changed = true;
             }
         }
     }

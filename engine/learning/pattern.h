@@ -22,6 +22,11 @@ public:
     void SetEdge(int a, int b, int type);
     bool IsAdjacent(int a, int b) const { return edges_[Slot(a, b)] != NONE || edges_[Slot(b, a)] != NONE; }
     bool HasDirectedCycle() const;
+    // Whether directed edges lead from one column to another.
+    bool HasDirectedPath(int from, int to) const;
+    // Directs a - b as a -> b unless that closes a directed cycle; returns
+    // whether it did.
+    bool OrientIfAcyclic(int a, int b);
     // Orients undirected edges by Meek's rules 1-3 until none applies.
     void ApplyMeekRules();
     // The equivalence class of a DAG (parents[c] lists c's parents): its

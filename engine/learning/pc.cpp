@@ -213,8 +213,8 @@ void VEK_pc::Orient(const std::vector<char>& adj, const std::map<std::pair<int, 
                 const std::vector<int>& sep = found == sepsets.end() ? kNoSet : found->second;
                 if (std::find(sep.begin(), sep.end(), z) != sep.end()) continue;
                 // Keep orientations already fixed rather than flip them.
-                if (undirected(x, z) && !directed(z, y)) p.SetEdge(x, z, VEK_pattern::DIRECTED);
-                if (undirected(y, z) && !directed(z, x)) p.SetEdge(y, z, VEK_pattern::DIRECTED);
+                if (undirected(x, z) && !directed(z, y)) p.OrientIfAcyclic(x, z);
+                if (undirected(y, z) && !directed(z, x)) p.OrientIfAcyclic(y, z);
             }
         }
     }

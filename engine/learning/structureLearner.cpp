@@ -42,12 +42,14 @@ int VEK_classifierLearner::PrepareClass(const VEK_dataset& data, VEK_familyCount
                                         std::string* errorMessage) const {
     const int res = CheckSettings(errorMessage);
     if (res != VEK_OKAY) return res;
+    const int prepared = Prepare(data, counts, constraints, errorMessage);
+    if (prepared != VEK_OKAY) return prepared;
     classColumn = classVariable.empty() ? VEK_NO_ITEM : data.FindVariable(classVariable.c_str());
     if (classColumn < 0) {
         if (errorMessage) *errorMessage = "The class variable '" + classVariable + "' is not in the data";
         return VEK_NO_ITEM;
     }
-    return Prepare(data, counts, constraints, errorMessage);
+    return VEK_OKAY;
 }
 
 int VEK_classifierLearner::ApplyKnowledge(std::vector<std::vector<int>>& parents,

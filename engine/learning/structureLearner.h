@@ -13,6 +13,7 @@ class VEK_dataset;
 
 class VEK_structureLearner {
 public:
+    // 0 seeds the random generator from the clock.
     unsigned seed = 0;
     VEK_bkKnowledge bk;
 

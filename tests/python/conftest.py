@@ -1,5 +1,6 @@
 """Shared fixtures and helpers for the pyquarn tests."""
 import contextlib
+import os
 
 import pytest
 
@@ -7,6 +8,12 @@ import pyquarn
 from pyquarn import NodeType, QUARNException
 
 OCCURED = "QUARN Error Occured. "
+SHARED = os.environ.get("QUARN_SHARED_DIR", os.path.join(os.path.dirname(__file__), "..", "..", "..", "shared"))
+
+
+def shared_xvek(name):
+    """Path of a shared network in the XML network format."""
+    return os.path.join(SHARED, "networks", "xvek", name + ".xvek")
 
 
 @contextlib.contextmanager
