@@ -1,6 +1,7 @@
 #include "learning/familyCounts.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "learning/dataset.h"
@@ -51,9 +52,46 @@ int VEK_familyCounts::Init(const VEK_dataset& data, std::string* errorMessage) {
             }
             cards[v] = card;
         }
-        cells_.swap(cells);
+        // Merge identical records: hash each record's cells, open addressing.
+        std::vector<std::uint8_t> row(static_cast<size_t>(records) * vars);
+        for (int v = 0; v < vars; ++v) {
+            const std::uint8_t* col = cells.data() + static_cast<size_t>(v) * records;
+            for (int r = 0; r < records; ++r) row[static_cast<size_t>(r) * vars + v] = col[r];
+        }
+        size_t slots = 1;
+        while (slots < 2 * static_cast<size_t>(records)) slots <<= 1;
+        std::vector<int> table(slots, -1), first, weights;
+        for (int r = 0; r < records; ++r) {
+            const std::uint8_t* x = row.data() + static_cast<size_t>(r) * vars;
+            std::uint64_t h = 1469598103934665603ULL;
+            for (int v = 0; v < vars; ++v) h = (h ^ x[v]) * 1099511628211ULL;
+            size_t at = (h ^ (h >> 29)) & (slots - 1);
+            for (;; at = (at + 1) & (slots - 1)) {
+                const int u = table[at];
+                if (u < 0) {
+                    table[at] = static_cast<int>(first.size());
+                    first.push_back(r);
+                    weights.push_back(1);
+                    break;
+                }
+                if (std::memcmp(row.data() + static_cast<size_t>(first[u]) * vars, x, vars) == 0) {
+                    ++weights[u];
+                    break;
+                }
+            }
+        }
+        const int rows = static_cast<int>(first.size());
+        std::vector<std::uint8_t> merged(static_cast<size_t>(rows) * vars);
+        for (int v = 0; v < vars; ++v) {
+            for (int u = 0; u < rows; ++u) {
+                merged[static_cast<size_t>(v) * rows + u] = row[static_cast<size_t>(first[u]) * vars + v];
+            }
+        }
+        cells_.swap(merged);
+        weights_.swap(weights);
         cards_.swap(cards);
         records_ = records;
+        rows_ = rows;
         return VEK_OKAY;
     } catch (const std::bad_alloc&) {
         return Fail(VEK_OUT_OF_MEMORY, errorMessage, "Out of memory while packing the dataset");
@@ -70,42 +108,43 @@ long long VEK_familyCounts::ConfigCount(const int* parents, int count, long long
 }
 
 void VEK_familyCounts::ConfigIndex(const int* parents, int count, std::vector<int>& index) const {
-    index.assign(records_, 0);
+    index.assign(rows_, 0);
     int* idx = index.data();
     for (int i = 0; i < count; ++i) {
         const std::uint8_t* col = Column(parents[i]);
         const int card = cards_[parents[i]];
-        for (int r = 0; r < records_; ++r) idx[r] = idx[r] * card + col[r];
+        for (int r = 0; r < rows_; ++r) idx[r] = idx[r] * card + col[r];
     }
 }
 
 int VEK_familyCounts::Count(int child, const int* parents, int count, std::vector<int>& counts) const {
     const int r = cards_[child];
     const std::uint8_t* x = Column(child);
+    const int* w = weights_.data();
     int q = 1;
     for (int i = 0; i < count; ++i) q *= cards_[parents[i]];
     counts.assign(static_cast<size_t>(q) * r, 0);
     int* c = counts.data();
     switch (count) {
     case 0:
-        for (int k = 0; k < records_; ++k) ++c[x[k]];
+        for (int k = 0; k < rows_; ++k) c[x[k]] += w[k];
         break;
     case 1: {
         const std::uint8_t* p = Column(parents[0]);
-        for (int k = 0; k < records_; ++k) ++c[p[k] * r + x[k]];
+        for (int k = 0; k < rows_; ++k) c[p[k] * r + x[k]] += w[k];
         break;
     }
     case 2: {
         const std::uint8_t* p0 = Column(parents[0]);
         const std::uint8_t* p1 = Column(parents[1]);
         const int c1 = cards_[parents[1]];
-        for (int k = 0; k < records_; ++k) ++c[(p0[k] * c1 + p1[k]) * r + x[k]];
+        for (int k = 0; k < rows_; ++k) c[(p0[k] * c1 + p1[k]) * r + x[k]] += w[k];
         break;
     }
     default: {
         std::vector<int> index;
         ConfigIndex(parents, count, index);
-        for (int k = 0; k < records_; ++k) ++c[index[k] * r + x[k]];
+        for (int k = 0; k < rows_; ++k) c[index[k] * r + x[k]] += w[k];
     }
     }
     return q;
@@ -115,17 +154,18 @@ int VEK_familyCounts::CountIndexed(int child, const std::vector<int>& index, int
                                    std::vector<int>& counts) const {
     const int r = cards_[child];
     const std::uint8_t* x = Column(child);
+    const int* w = weights_.data();
     const int* idx = index.data();
     if (extra < 0) {
         counts.assign(static_cast<size_t>(configs) * r, 0);
         int* c = counts.data();
-        for (int k = 0; k < records_; ++k) ++c[idx[k] * r + x[k]];
+        for (int k = 0; k < rows_; ++k) c[idx[k] * r + x[k]] += w[k];
         return configs;
     }
     const int e = cards_[extra];
     const std::uint8_t* p = Column(extra);
     counts.assign(static_cast<size_t>(configs) * e * r, 0);
     int* c = counts.data();
-    for (int k = 0; k < records_; ++k) ++c[(idx[k] * e + p[k]) * r + x[k]];
+    for (int k = 0; k < rows_; ++k) c[(idx[k] * e + p[k]) * r + x[k]] += w[k];
     return configs * e;
 }

@@ -57,17 +57,18 @@ public:
         const long long q = counts_.ConfigCount(s.data(), static_cast<int>(s.size()), limit_ / (rx * ry));
         if (q < 0) return 0.0;
         // Cells [(s * rx + x) * ry + y]; small sets skip the index pass.
-        const int records = counts_.GetRecordCount();
+        const int rows = counts_.GetRowCount();
+        const int* w = counts_.Weights();
         const std::uint8_t* cx = counts_.Column(x);
         const std::uint8_t* cy = counts_.Column(y);
         if (s.size() <= 1) {
             cells_.assign(static_cast<size_t>(q) * rx * ry, 0);
             int* c = cells_.data();
             if (s.empty()) {
-                for (int k = 0; k < records; ++k) ++c[cx[k] * ry + cy[k]];
+                for (int k = 0; k < rows; ++k) c[cx[k] * ry + cy[k]] += w[k];
             } else {
                 const std::uint8_t* cs = counts_.Column(s[0]);
-                for (int k = 0; k < records; ++k) ++c[(cs[k] * rx + cx[k]) * ry + cy[k]];
+                for (int k = 0; k < rows; ++k) c[(cs[k] * rx + cx[k]) * ry + cy[k]] += w[k];
             }
         } else {
             counts_.ConfigIndex(s.data(), static_cast<int>(s.size()), index_);
