@@ -27,6 +27,7 @@ int VEK_bayesianSearch::Learn(const VEK_dataset& data, VEK_network& net, std::st
     VEK_bkConstraints constraints;
     if (res == VEK_OKAY) res = Prepare(data, counts, constraints, errorMessage);
     if (res != VEK_OKAY) return res;
+    const VEK_bkConstraints plain = constraints;
     RestrictCandidates(counts, constraints);
     using Clock = VEK_dagSearch::Clock;
     const Clock::time_point deadline =
@@ -48,6 +49,20 @@ int VEK_bayesianSearch::Learn(const VEK_dataset& data, VEK_network& net, std::st
         if (search.Score() > bestScore) {
             bestScore = search.Score();
             best = search.Parents();
+        }
+    }
+    if (candidateSignificance > 0.0 && Clock::now() < deadline) {
+        // The candidate arcs can miss what the data shows only jointly: a
+        // climb over all arcs from the empty graph competes, and the winner
+        // gets a last climb over all arcs.
+        VEK_dagSearch open(score, plain, maxParents);
+        open.Start();
+        open.Climb(all, deadline);
+        if (open.Score() <= bestScore) open.Start(&best);
+        open.Climb(all, deadline);
+        if (open.Score() > bestScore) {
+            bestScore = open.Score();
+            best = open.Parents();
         }
     }
     res = VEK_fitStructure(data, counts, best, ess, net, errorMessage);
