@@ -53,12 +53,9 @@ int VEK_bayesianSearch::Learn(const VEK_dataset& data, VEK_network& net, std::st
     }
     if (candidateSignificance > 0.0 && Clock::now() < deadline) {
         // The candidate arcs can miss what the data shows only jointly: a
-        // climb over all arcs from the empty graph competes, and the winner
-        // gets a last climb over all arcs.
+        // climb over all arcs from the forced arcs competes.
         VEK_dagSearch open(score, plain, maxParents);
         open.Start();
-        open.Climb(all, deadline);
-        if (open.Score() <= bestScore) open.Start(&best);
         open.Climb(all, deadline);
         if (open.Score() > bestScore) {
             bestScore = open.Score();
