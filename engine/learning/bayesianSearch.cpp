@@ -52,14 +52,19 @@ int VEK_bayesianSearch::Learn(const VEK_dataset& data, VEK_network& net, std::st
         }
     }
     if (candidateSignificance > 0.0 && Clock::now() < deadline) {
-        // The candidate arcs can miss what the data shows only jointly: a
-        // climb over all arcs from the forced arcs competes.
+        // The candidate arcs can miss what the data shows only jointly:
+        // climbs over all arcs, from the best so far and from the forced
+        // arcs, compete.
         VEK_dagSearch open(score, plain, maxParents);
-        open.Start();
-        open.Climb(all, deadline);
-        if (open.Score() > bestScore) {
-            bestScore = open.Score();
-            best = open.Parents();
+        const std::vector<std::vector<int>> guided = best;
+        for (int start = 0; start < 2 && Clock::now() < deadline; ++start) {
+            if (start == 0) open.Start(&guided);
+            else open.Start();
+            open.Climb(all, deadline);
+            if (open.Score() > bestScore) {
+                bestScore = open.Score();
+                best = open.Parents();
+            }
         }
     }
     res = VEK_fitStructure(data, counts, best, ess, net, errorMessage);

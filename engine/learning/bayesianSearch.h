@@ -1,8 +1,8 @@
 // Score-based search: hill climbing by arc additions, removals and
 // reversals from the forced arcs over the candidate arcs, then restarts
 // from the best structure found, perturbed by flipping each candidate pair
-// with the link probability. A climb over all arcs from the forced arcs
-// then competes with the best. Runs the given number of candidate climbs, or fewer when
+// with the link probability. Climbs over all arcs, from that best and from
+// the forced arcs, then compete with it. Runs the given number of candidate climbs, or fewer when
 // the time limit (seconds, 0 for none) runs out.
 #pragma once
 
