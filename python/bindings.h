@@ -47,3 +47,12 @@ void RegisterDataSet(py::module_& learning);
 void RegisterDataMatch(py::module_& learning);
 void RegisterEM(py::module_& learning);
 void RegisterValidator(py::module_& learning);
+// Structure learning (bindStructure.cpp).
+void RegisterBayesianSearch(py::module_& learning);
+void RegisterBkKnowledge(py::module_& learning);
+void RegisterGreedyThickThinning(py::module_& learning);
+void RegisterNaiveBayes(py::module_& learning);
+void RegisterPattern(py::module_& learning);
+void RegisterPC(py::module_& learning);
+void RegisterTAN(py::module_& learning);
+void BindDataSetSampling(py::module_& learning);

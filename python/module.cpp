@@ -357,8 +357,15 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterEPISParams(m);
     RegisterLBPParams(m);
     RegisterDataSet(learning);
+    RegisterBayesianSearch(learning);
+    RegisterBkKnowledge(learning);
     RegisterDataMatch(learning);
     RegisterEM(learning);
+    RegisterGreedyThickThinning(learning);
+    RegisterNaiveBayes(learning);
+    RegisterPattern(learning);
+    RegisterPC(learning);
+    RegisterTAN(learning);
     RegisterValidator(learning);
 
     RegisterLateEnumerations(m);
@@ -381,4 +388,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindNumpy(network);
     BindPythonic(network, learning);
     BindDrawing(network);
+    BindDataSetSampling(learning);
 }

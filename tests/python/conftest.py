@@ -15,7 +15,7 @@ SHARED = os.environ.get("QUARN_SHARED_DIR", os.path.join(os.path.dirname(__file_
 def shared_network(name):
     """A network of the shared benchmark set, read from its XML file."""
     net = pyquarn.Network()
-    net.read_file(os.path.join(SHARED, "networks", "xvek", name + ".xvek"))
+    net.read_file(shared_xvek(name))
     return net
 
 
@@ -23,6 +23,11 @@ def reference_scenarios(name):
     """The independently computed evidence scenarios and exact posteriors."""
     with open(os.path.join(SHARED, "networks", "reference", name + ".json"), encoding="utf-8") as f:
         return json.load(f)["scenarios"]
+
+
+def shared_xvek(name):
+    """Path of a shared network in the XML network format."""
+    return os.path.join(SHARED, "networks", "xvek", name + ".xvek")
 
 
 @contextlib.contextmanager
