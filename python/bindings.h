@@ -24,6 +24,7 @@ void BindCanonical(PyNetworkClass& cls);
 void BindInference(PyNetworkClass& cls);
 void BindFileIO(PyNetworkClass& cls);
 void BindAnalysis(PyNetworkClass& cls);
+void BindDistributed(PyNetworkClass& cls);
 
 // The analysis classes and records.
 void RegisterAnnealedMapResults(py::module_& m);
@@ -42,3 +43,4 @@ void RegisterDiagNetwork(py::module_& m);
 void RegisterDataSet(py::module_& learning);
 void RegisterDataMatch(py::module_& learning);
 void RegisterEM(py::module_& learning);
+void RegisterEMHelper(py::module_& learning);

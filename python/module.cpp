@@ -342,6 +342,7 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterDataSet(learning);
     RegisterDataMatch(learning);
     RegisterEM(learning);
+    RegisterEMHelper(learning);
 
     RegisterLateEnumerations(m);
 
@@ -360,4 +361,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindDiagnostics(network);
     BindCases(network);
     BindAnalysis(network);
+    BindDistributed(network);
 }
