@@ -9,6 +9,13 @@ own columns, so pandas is imported only here, when a conversion is asked for.
 import numpy as np
 
 
+def quarn_error(function, message, code=-2):
+    """A QUARNException as the bindings raise them, its code on the class."""
+    from pyquarn import QUARNException
+    QUARNException.error_code = code
+    return QUARNException("QUARN Error %d in function %s. %s" % (code, function, message))
+
+
 def _missing_marker(values):
     """-1 unless the column uses it: then one below its smallest value."""
     if values.size and (values == -1).any():
@@ -18,7 +25,6 @@ def _missing_marker(values):
 
 def from_pandas(df):
     import pandas as pd
-    from pyquarn import QUARNException
     from pyquarn.learning import DataSet
 
     if not isinstance(df, pd.DataFrame):
@@ -48,9 +54,7 @@ def from_pandas(df):
             if states:
                 values[present] = pd.Categorical(text, categories=states).codes
         else:
-            raise QUARNException(
-                "QUARN Error -51 in function DataSet.FromPandas. Column '%s' has the unsupported type %s"
-                % (label, dtype))
+            raise quarn_error("DataSet.FromPandas", "Column '%s' has the unsupported type %s" % (label, dtype), -51)
         ids.append(str(label))
         columns.append(values)
         names.append(states)

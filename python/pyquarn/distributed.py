@@ -12,8 +12,10 @@ Columns are matched to nodes by id unless a matching is given: a dict
 {column: node id} or a list of DataMatch (column index, node handle).
 """
 
+import contextlib
 import copy
 import math
+import re
 import uuid
 
 import numpy as np
@@ -23,9 +25,7 @@ from pyquarn import QUARNException
 _SPLIT_EVERY = 8
 
 
-def _fail(function, message, code=-2):
-    QUARNException.error_code = code
-    return QUARNException("QUARN Error %d in function %s. %s" % (code, function, message))
+from pyquarn._frames import quarn_error as _fail
 
 
 def _matched(net, ddf, matching, function):
@@ -55,9 +55,38 @@ def _matched(net, ddf, matching, function):
 
 def _compute(obj, client):
     import dask
-    if client is None:
-        return dask.compute(obj)[0]
-    return client.compute(obj).result()
+    try:
+        if client is None:
+            return dask.compute(obj)[0]
+        return client.gather(client.compute(obj))
+    except QUARNException as e:
+        # Raised in another process: the code on the class is that
+        # process's; take it from the text again.
+        found = re.match(r"QUARN Error (-?\d+)", str(e))
+        QUARNException.error_code = int(found.group(1)) if found else -1
+        raise
+    except Exception as e:
+        if type(e).__name__ != "KilledWorker":
+            raise
+        raise _fail("distributed", "A task failed on every worker that ran it: %s" % e, -1) from e
+
+
+@contextlib.contextmanager
+def _connected(client, timeout):
+    """A client given as a scheduler address is connected here and closed
+    after the call."""
+    if not isinstance(client, str):
+        yield client
+        return
+    from dask.distributed import Client
+    try:
+        c = Client(client, timeout=timeout)
+    except (OSError, TimeoutError) as e:
+        raise _fail("distributed", "Can't reach the Dask scheduler at %s: %s" % (client, e)) from None
+    try:
+        yield c
+    finally:
+        c.close()
 
 
 def _persist(parts, client):
@@ -101,7 +130,7 @@ def _statistics(helper, parts, client, function):
 
 
 def fit_em(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_size=0, uniformize=False,
-           randomize=False, seed=0, restarts=1, relevance=True, progress=None):
+           randomize=False, seed=0, restarts=1, relevance=True, progress=None, timeout=30):
     """Learns the tables of net by EM over the partitions of a Dask DataFrame.
 
     Each E-step runs on the partitions where they live; the M-step and the
@@ -109,8 +138,17 @@ def fit_em(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_si
     improvement) run here. With randomize, restarts runs from random tables
     are made and the best kept. progress(iteration, log_likelihood) is told
     of every iteration. The tables are written into net only when every run
-    has succeeded. Returns the log-likelihood of the data.
+    has succeeded. Returns the log-likelihood of the data. client: a
+    dask.distributed Client, a scheduler address, or None for Dask's local
+    scheduler.
     """
+    with _connected(client, timeout) as client:
+        return _fit_em(net, ddf, matching, client, fixed_nodes, eq_sample_size, uniformize, randomize, seed,
+                       restarts, relevance, progress)
+
+
+def _fit_em(net, ddf, matching, client, fixed_nodes, eq_sample_size, uniformize, randomize, seed, restarts,
+            relevance, progress):
     helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size, relevance)
     helper.set_seed(seed)
     parts = _persist(_matched(net, ddf, matching, "fit_em").to_delayed(), client)
@@ -135,13 +173,14 @@ def fit_em(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_si
     return best_ll
 
 
-def fit_counts(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_size=0):
+def fit_counts(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_size=0, timeout=30):
     """Fits the tables of net to complete data in one pass: counts, then
     normalised columns (with eq_sample_size times the current tables added).
     Returns the log-likelihood of the data under the fitted tables."""
     helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size)
     parts = _matched(net, ddf, matching, "fit_counts").to_delayed()
-    total = _statistics(helper, parts, client, "fit_counts")
+    with _connected(client, timeout) as client:
+        total = _statistics(helper, parts, client, "fit_counts")
     counts = [c.copy() for c in total["counts"]]
     helper.m_step(total)
     ll = 0.0
@@ -216,7 +255,7 @@ def family_score(counts, states, score="bdeu", ess=1.0):
     raise _fail("score_structures", "Unknown score '%s'; use 'bdeu' or 'bic'" % score)
 
 
-def score_structures(ddf, candidate_families, client=None, *, score="bdeu", ess=1.0):
+def score_structures(ddf, candidate_families, client=None, *, score="bdeu", ess=1.0, timeout=30):
     """Scores families (child, [parents]) of the frame's columns: counts per
     partition on the cluster, added, then the BDeu or BIC score of each
     family (see family_score). A record missing a value of a family's column
@@ -232,13 +271,14 @@ def score_structures(ddf, candidate_families, client=None, *, score="bdeu", ess=
                 raise _fail("score_structures", "The data has no column '%s'" % column)
         if child in parents:
             raise _fail("score_structures", "Column '%s' can't be its own parent" % child)
-    uniques = _compute([ddf[c].dropna().unique() for c in used], client)
-    states = {}
-    for column, values in zip(used, uniques):
-        values = list(values)
-        states[column] = sorted(values, key=lambda v: (str(type(v)), v)) if values else [0]
-    parts = [delayed(_family_counts, pure=False)(p, families, states) for p in ddf[used].to_delayed()]
-    totals = _compute(_reduce(_add_counts, parts, None), client)
+    with _connected(client, timeout) as client:
+        uniques = _compute([ddf[c].dropna().unique() for c in used], client)
+        states = {}
+        for column, values in zip(used, uniques):
+            values = list(values)
+            states[column] = sorted(values, key=lambda v: (str(type(v)), v)) if values else [0]
+        parts = [delayed(_family_counts, pure=False)(p, families, states) for p in ddf[used].to_delayed()]
+        totals = _compute(_reduce(_add_counts, parts, None), client)
     return [family_score(t, len(states[child]), score, ess) for t, (child, _) in zip(totals, families)]
 
 
