@@ -100,9 +100,9 @@ Statistics ReadStatistics(const PyEMHelper& helper, const py::handle& obj, const
     const size_t size = helper.stats.CountSize();
     Statistics s;
     try {
+        if (!py::isinstance<py::dict>(obj)) throw py::type_error("");
         py::dict d = py::reinterpret_borrow<py::dict>(obj);
-        if (!py::isinstance<py::dict>(obj) || !d.contains("counts") || !d.contains("log_likelihood") ||
-            !d.contains("records")) {
+        if (!d.contains("counts") || !d.contains("log_likelihood") || !d.contains("records")) {
             throw py::type_error("");
         }
         py::list arrays = d["counts"].cast<py::list>();

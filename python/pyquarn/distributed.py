@@ -258,8 +258,9 @@ def family_score(counts, states, score="bdeu", ess=1.0):
 def score_structures(ddf, candidate_families, client=None, *, score="bdeu", ess=1.0, timeout=30):
     """Scores families (child, [parents]) of the frame's columns: counts per
     partition on the cluster, added, then the BDeu or BIC score of each
-    family (see family_score). A record missing a value of a family's column
-    is left out of that family. Returns one float per family, in order."""
+    family (see family_score). A column's states are the values seen in the
+    data; a record missing a value of a family's column is left out of that
+    family. Returns one float per family, in order."""
     from dask import delayed
     families = [(child, list(parents)) for child, parents in candidate_families]
     if score not in ("bdeu", "bic"):
@@ -309,8 +310,9 @@ def _predict_partition(frame, portable, targets, columns):
     net = _rebuild(portable)
     if hasattr(net, "query_batch"):
         out = pd.DataFrame(net.query_batch(frame, targets))
-        out.index = frame.index
-        return out
+        if list(out.columns) == columns:
+            out.index = frame.index
+            return out
     rows = np.empty((len(frame), len(columns)))
     for r, record in enumerate(frame.itertuples(index=False)):
         net.clear_all_evidence()
