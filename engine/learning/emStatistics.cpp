@@ -256,6 +256,10 @@ VEK_emStatistics::~VEK_emStatistics() = default;
 
 int VEK_emStatistics::Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance) {
     compiled_.clear();
+    learnable_.clear();
+    offsets_.clear();
+    priors_.clear();
+    size_ = 0;
     work_ = std::make_unique<VEK_network>(net);
     VEK_network& work = *work_;
     work.SetUpdateImmediate(false);
