@@ -1,10 +1,12 @@
 // pyquarn.learning.DataSet: reading, writing and editing datasets.
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -173,6 +175,85 @@ std::vector<double> WrpDiscretize(VEK_dataset& data, const VarRef& ref, Discreti
     const int res = data.Discretize(var, static_cast<int>(algorithm), intervalCount, prefix, edges, &message);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithMessage(res, "DataSet.Discretize", message);
     return edges;
+// A dataset from whole columns: integer arrays make discrete columns (the
+// cells equal to their marker missing), float arrays continuous ones (NaN
+// missing). All or nothing: a refused column leaves no dataset behind.
+PyDataset FromColumns(const std::vector<std::string>& ids, const py::list& columns,
+                      const std::vector<std::vector<std::string>>& stateNames, const std::vector<int>& missingInts) {
+    const char* function = "DataSet.FromColumns";
+    if (columns.size() != ids.size() || stateNames.size() != ids.size() || missingInts.size() != ids.size()) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function, "One column id is needed for every column");
+    }
+    PyDataset out;
+    VEK_dataset& data = out.data;
+    py::ssize_t records = -1;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        ValidateText(ids[i], function, "Column id");
+        py::array a = py::array::ensure(columns[i]);
+        if (!a || a.ndim() != 1) {
+            ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
+                                           "Column '" + ids[i] + "' must be a one-dimensional array");
+        }
+        if (records >= 0 && a.size() != records) {
+            ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function, "Columns must have the same length");
+        }
+        records = a.size();
+        const char kind = a.dtype().kind();
+        const bool discrete = kind == 'i' || kind == 'u' || kind == 'b';
+        if (!discrete && kind != 'f') {
+            ThrowQuarnExceptionWithMessage(VEK_WRONG_NODE_TYPE, function,
+                                           "Column '" + ids[i] + "' must hold integers or floats");
+        }
+        int var = discrete ? data.AddIntVariable(ids[i].c_str(), missingInts[i]) : data.AddFloatVariable(ids[i].c_str());
+        if (var == VEK_DUPLICATED_IDENTIFIER) {
+            ThrowQuarnExceptionWithMessage(var, function, "Duplicated column id: '" + ids[i] + "'");
+        }
+        if (var < 0) ThrowQuarnExceptionWithMessage(var, function, "Invalid column id: '" + ids[i] + "'");
+        VEK_dataset::Variable& v = data.Variables()[static_cast<size_t>(var)];
+        if (discrete) {
+            auto cells = py::array_t<long long, py::array::forcecast>::ensure(a);
+            v.intData.resize(static_cast<size_t>(records));
+            for (py::ssize_t r = 0; r < records; ++r) {
+                const long long c = cells.at(r);
+                if (c < INT32_MIN || c > INT32_MAX) {
+                    ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
+                                                   "Column '" + ids[i] + "' holds a value beyond 32 bits");
+                }
+                v.intData[static_cast<size_t>(r)] = static_cast<int>(c);
+            }
+        } else {
+            auto cells = py::array_t<float, py::array::forcecast>::ensure(a);
+            v.floatData.assign(cells.data(), cells.data() + records);
+        }
+    }
+    data.SetRecordCount(records < 0 ? 0 : static_cast<int>(records));
+    for (size_t i = 0; i < ids.size(); ++i) {
+        if (stateNames[i].empty()) continue;
+        if (!data.IsDiscrete(static_cast<int>(i))) {
+            ThrowQuarnExceptionWithMessage(VEK_WRONG_NODE_TYPE, function,
+                                           "Column '" + ids[i] + "' is continuous and can't have state names");
+        }
+        if (data.SetStateNames(static_cast<int>(i), stateNames[i]) != VEK_OKAY) {
+            ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
+                                           "State names of column '" + ids[i] +
+                                               "' must be non-empty and distinct, and cover every value");
+        }
+    }
+    return out;
+}
+
+PyDataset FromArray(const py::array& array, const std::vector<std::string>& ids) {
+    if (array.ndim() != 2 || static_cast<size_t>(array.shape(1)) != ids.size()) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, "DataSet.FromColumns",
+                                       "A two-dimensional array with one column id per column is needed");
+    }
+    py::list columns;
+    py::object a = py::reinterpret_borrow<py::object>(array);
+    for (size_t j = 0; j < ids.size(); ++j) {
+        columns.append(a[py::make_tuple(py::slice(py::none(), py::none(), py::none()), py::int_(j))]);
+    }
+    return FromColumns(ids, columns, std::vector<std::vector<std::string>>(ids.size()),
+                       std::vector<int>(ids.size(), -1));
 }
 
 }  // namespace
@@ -377,4 +458,26 @@ void RegisterDataSet(py::module_& learning) {
         py::arg("column"), py::arg("algorithm"), py::arg("interval_count"), py::arg("prefix") = "",
         "Turns a numeric column into a discrete one of intervals (states prefix + index, bare indices for an "
         "empty prefix); returns the interior edges");
+    cls.def(py::init(&FromArray), py::arg("data"), py::arg("columns"),
+            "Creates a dataset from a two-dimensional numpy array: integer columns discrete, float columns "
+            "continuous (NaN missing)");
+    cls.def_static("_from_columns", &FromColumns, py::arg("ids"), py::arg("columns"), py::arg("state_names"),
+                   py::arg("missing_ints"));
+    cls.def_static(
+        "from_pandas",
+        [](const py::object& df) { return py::module_::import("pyquarn._frames").attr("from_pandas")(df); },
+        py::arg("df"),
+        "Creates a dataset from a pandas DataFrame: categorical and text columns get named states, integer "
+        "columns are discrete, float columns continuous, NaN and None missing");
+    cls.def(
+        "to_pandas", [](const py::object& self) { return py::module_::import("pyquarn._frames").attr("to_pandas")(self); },
+        "Returns the dataset as a pandas DataFrame");
+    cls.def(
+        "get_column",
+        [](const PyDataset& self, const VarRef& ref) -> py::array {
+            const VEK_dataset::Variable& v = self.data.GetVariable(ValidateVariable(self.data, ref));
+            if (v.discrete) return py::array_t<int>(static_cast<py::ssize_t>(v.intData.size()), v.intData.data());
+            return py::array_t<float>(static_cast<py::ssize_t>(v.floatData.size()), v.floatData.data());
+        },
+        py::arg("variable"), "Gets all cells of a variable as a numpy array (int32 or float32)");
 }

@@ -28,6 +28,7 @@ void BindNumpy(PyNetworkClass& cls);
 // len, in, iteration, repr, pickling (of DataSet too) and sampling.
 void BindPythonic(PyNetworkClass& cls, py::module_& learning);
 void BindDrawing(PyNetworkClass& cls);
+void BindDistributed(PyNetworkClass& cls);
 
 // The analysis classes and records.
 void RegisterAnnealedMapResults(py::module_& m);
@@ -56,3 +57,4 @@ void RegisterPattern(py::module_& learning);
 void RegisterPC(py::module_& learning);
 void RegisterTAN(py::module_& learning);
 void BindDataSetSampling(py::module_& learning);
+void RegisterEMHelper(py::module_& learning);

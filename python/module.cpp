@@ -367,6 +367,7 @@ PYBIND11_MODULE(pyquarn, m) {
     RegisterPC(learning);
     RegisterTAN(learning);
     RegisterValidator(learning);
+    RegisterEMHelper(learning);
 
     RegisterLateEnumerations(m);
 
@@ -389,4 +390,5 @@ PYBIND11_MODULE(pyquarn, m) {
     BindPythonic(network, learning);
     BindDrawing(network);
     BindDataSetSampling(learning);
+    BindDistributed(network);
 }

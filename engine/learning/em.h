@@ -11,7 +11,6 @@
 
 class VEK_network;
 class VEK_Dmatrix;
-class VEK_expectedCounts;
 
 // Told of every iteration; returning false cancels the run.
 class VEK_emProgress {
@@ -49,13 +48,9 @@ public:
 
 private:
     struct Run;
-    int CheckNodes(Run& run) const;
-    int CheckColumns(Run& run) const;
-    int ReadRecords(Run& run) const;
     int LearnDisc(Run& run, double* score);
     int Count(Run& run, double* score);
     int ExpMaxUntilConverged(Run& run, double* bestScore);
-    int ExpectedCounts(Run& run, VEK_expectedCounts& counts, double& logLikelihood) const;
 
     float ess_ = 0.0f;
     bool uniformize_ = false;

@@ -9,6 +9,7 @@
 #include "learning/dataSampler.h"
 #include "learning/dataset.h"
 #include "learning/em.h"
+#include "learning/emStatistics.h"
 #include "network/discDef.h"
 #include "network/network.h"
 #include "network/node.h"
@@ -506,3 +507,45 @@ TEST(Em, LogLikelihoodNeverFallsOnASharedNetwork) {
 }
 
 }  // namespace
+
+// EM run step by step over parts of the data, the parts' counts added: the
+// tables of one EM run over all of it, exactly when the one part is all of
+// it, and to rounding otherwise.
+TEST(EmStatistics, PartsAddUpToOneEmRun) {
+    SmallNet s;
+    VEK_dataset first = Sample(s.net, 300, 11, 0.3), second = Sample(s.net, 200, 12, 0.3), whole = first;
+    for (int v = 0; v < whole.GetNumberOfVariables(); ++v) {
+        const auto& more = second.GetVariable(v).intData;
+        auto& cells = whole.Variables()[v].intData;
+        cells.insert(cells.end(), more.begin(), more.end());
+    }
+    whole.SetRecordCount(500);
+    auto run = [&](const std::vector<const VEK_dataset*>& parts) {
+        VEK_emStatistics stats;
+        EXPECT_EQ(stats.Init(s.net, {}, 2.0f, true), VEK_OKAY);
+        for (double previous = 0.0;;) {
+            std::vector<double> total(stats.CountSize(), 0.0), counts;
+            double ll = 0.0, partLl = 0.0;
+            for (const VEK_dataset* part : parts) {
+                EXPECT_EQ(stats.EStep(*part, MatchById(s.net, *part), counts, partLl), VEK_OKAY);
+                for (size_t i = 0; i < total.size(); ++i) total[i] += counts[i];
+                ll += partLl;
+            }
+            stats.MStep(total);
+            if (ll == 0.0 || (previous != 0.0 && (previous / ll < 1.0001 || previous >= ll))) break;
+            previous = ll;
+        }
+        VEK_network out(s.net);
+        EXPECT_EQ(stats.Apply(out), VEK_OKAY);
+        return std::vector<std::vector<double>>{Table(out, s.a), Table(out, s.b), Table(out, s.c)};
+    };
+    VEK_network learnt(s.net);
+    VEK_em em;
+    ASSERT_EQ(em.SetEquivalentSampleSize(2.0f), VEK_OKAY);
+    ASSERT_EQ(em.Learn(whole, learnt, MatchById(learnt, whole)), VEK_OKAY);
+    const std::vector<std::vector<double>> expected{Table(learnt, s.a), Table(learnt, s.b), Table(learnt, s.c)};
+    EXPECT_EQ(run({&whole}), expected);
+    const auto split = run({&first, &second});
+    for (size_t n = 0; n < expected.size(); ++n)
+        for (size_t i = 0; i < expected[n].size(); ++i) EXPECT_NEAR(split[n][i], expected[n][i], 1e-12);
+}

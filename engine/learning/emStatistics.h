@@ -1,0 +1,123 @@
+// The steps of EM taken apart, so that the data may be split into parts
+// that are counted separately (in other processes or on other machines) and
+// whose expected counts are then added: the records read as outcome
+// indices and grouped, one expectation pass, the maximization of one table,
+// and VEK_emStatistics, a working copy of a network that computes the
+// expected counts of any part of the data and turns a total into tables.
+// VEK_em runs on the same pieces, so one pass over all the data here gives
+// the very tables one EM iteration gives.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "inference/randGen.h"
+#include "learning/dataset.h"
+#include "learning/datasetMatch.h"
+#include "network/dmatrix.h"
+
+class VEK_network;
+class VEK_logger;
+class VEK_expectedCounts;
+
+// The matched cells of a dataset as outcome indices (-1 when missing),
+// column by column, and the distinct records with their counts.
+struct VEK_emRecords {
+    // Every matched value must be an outcome of its node. A column with
+    // state names is paired with its node by name: outcome id first, then
+    // label. Bare numbers are outcome indices. 0 or a logged status.
+    int Read(const VEK_dataset& data, VEK_network& net, const std::vector<VEK_datasetMatch>& matching);
+    // Equal records have equal posteriors: each distinct one is visited
+    // once, weighted by how often it occurs (found by hashing).
+    void Group();
+
+    const int* Column(size_t k) const { return values.data() + k * static_cast<size_t>(records); }
+    bool SameRecord(int a, int b) const;
+
+    size_t columns = 0;
+    int records = 0;
+    std::vector<int> values;
+    std::vector<char> complete;  // per column: no missing cell
+    std::vector<int> cases;      // the distinct records, one after the other
+    std::vector<double> weights;
+    std::vector<int> firstRecord;
+};
+
+// Only tables can be learnt; other chance nodes must be fixed (by handle).
+int VEK_emCheckNodes(VEK_network& net, const std::vector<char>& fixed);
+// Discrete data for a discrete network, a valid one-to-one matching.
+int VEK_emCheckColumns(VEK_network& net, const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching);
+
+// Adds ess times the prior to the counts, then makes every column (the
+// node's own outcomes, the last dimension) a distribution. A column that
+// no record reached keeps the prior's.
+void VEK_emMaximize(double* counts, const double* prior, int size, int states, double ess);
+
+// Puts learnt tables, made beforehand, into the network: either all of
+// them or, when one does not fit its node, none. The swaps cannot fail, so
+// a run that failed earlier has left every table alone.
+int VEK_emCommitTables(VEK_network& net, const std::vector<int>& handles, std::vector<VEK_Dmatrix>& tables);
+
+// One expectation pass over the grouped records into counts; ll receives
+// the log-likelihood. 0 or a status (logged, but for -42).
+int VEK_emPass(const VEK_emRecords& records, VEK_expectedCounts& counts, VEK_logger& log, bool relevance,
+               double& ll);
+
+class VEK_emStatistics {
+public:
+    enum class Start { kAsTheyStand, kUniform, kRandom };
+
+    VEK_emStatistics();
+    ~VEK_emStatistics();
+    VEK_emStatistics(const VEK_emStatistics&) = delete;
+    VEK_emStatistics& operator=(const VEK_emStatistics&) = delete;
+
+    // Copies the network without evidence or targets; every node not fixed
+    // is learnt, its current table being its prior. 0 or a status, logged
+    // to net.
+    int Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance);
+
+    // New start tables for the learnt nodes, which become their priors.
+    void Restart(Start start, VEK_randGen& gen);
+
+    // The learnt nodes (handles of the working copy) and where the counts
+    // of each begin in a flat array of CountSize() items.
+    const std::vector<int>& Learnable() const { return learnable_; }
+    const std::vector<size_t>& Offsets() const { return offsets_; }
+    size_t CountSize() const { return size_; }
+
+    // The expected counts of the data (flat, as above) under the current
+    // tables, and their log-likelihood. The trees are compiled once per set
+    // of matched nodes and observation pattern, then reused. 0 or a status
+    // logged to the working copy.
+    int EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, std::vector<double>& counts,
+              double& ll);
+    // Turns a total of counts into the current tables; total is consumed.
+    void MStep(std::vector<double>& total);
+
+    // The current tables or priors, flat as the counts.
+    void GetTables(std::vector<double>& out, bool priors) const;
+    // -2 when the size is wrong.
+    int SetTables(const std::vector<double>& in, bool priors);
+
+    // Writes the current tables of the learnt nodes into net, which must have
+    // the working copy's nodes (by id) and table shapes: all or none.
+    int Apply(VEK_network& net) const;
+
+    VEK_network& Work() { return *work_; }
+    const VEK_network& Work() const { return *work_; }
+    float GetEquivalentSampleSize() const { return ess_; }
+    bool GetRelevance() const { return relevance_; }
+
+private:
+    struct Compiled;
+    std::unique_ptr<VEK_network> work_;
+    float ess_ = 0.0f;
+    bool relevance_ = true;
+    std::vector<int> learnable_;
+    std::vector<size_t> offsets_;
+    size_t size_ = 0;
+    std::vector<VEK_Dmatrix> priors_;
+    std::vector<std::unique_ptr<Compiled>> compiled_;
+};
