@@ -78,6 +78,7 @@ public:
     // of the expression.
     void SetFunctions(const VEK_functionSet* f) { functions_ = f; }
     int FindVariable(const std::string& name) const;
+    void RenameVariable(int v, const std::string& name) { variables_[v] = name; }
     // The index of a variable, added to the list when new.
     int DeclareVariable(const std::string& name);
 

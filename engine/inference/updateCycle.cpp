@@ -4,6 +4,7 @@
 #include <exception>
 #include <new>
 
+#include "equations/hybridSampler.h"
 #include "inference/caughtFailure.h"
 #include "inference/clustering.h"
 #include "inference/cooperSolver.h"
@@ -84,9 +85,7 @@ int VEK_network::DoUpdateBeliefs() {
     }
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (!nodes_[h]) continue;
-        // Equation nodes are the ones without a definition object for now.
-        const VEK_nodeDef* def = nodes_[h]->Definition();
-        const int t = def ? def->GetType() : VEK_EQUATION;
+        const int t = nodes_[h]->Definition()->GetType();
         if (t == VEK_TABLE || t == VEK_LIST || t == VEK_MAU) influence = true;
         if (t == VEK_EQUATION) equations = true;
     }
@@ -94,8 +93,11 @@ int VEK_network::DoUpdateBeliefs() {
         return logger_.LogError(VEK_OUT_OF_RANGE, "Equation nodes cannot be used in influence diagrams.");
     }
     if (influence) return CallIDAlgorithm();
-    // Networks with equation nodes go to the Bayesian algorithm, which
-    // refuses nodes without a probability table.
+    if (equations) {
+        RemoveJpts();
+        InferenceCache().BumpBeliefsVersion();
+        return VEK_updateHybrid(*this);
+    }
     return CallBNAlgorithm();
 }
 
