@@ -184,7 +184,7 @@ int VEK_equation::SetEquation(const std::string& text, int& errorPos, std::strin
     for (int v = 0; v < static_cast<int>(rhs.Variables().size()); ++v) {
         const int h = net.FindNode(rhs.Variables()[v].c_str());
         if (GetParents().FindPosition(h) >= 0) continue;
-        res = net.TestAddArc(h, Handle());
+        res = net.RemainsAcyclic(h, Handle()) ? net.TestAddArc(h, Handle()) : VEK_CYCLE;
         if (res != VEK_OKAY) {
             errorPos = VariablePosition(rhs, v);
             message = res == VEK_CYCLE ? "The arc from '" + rhs.Variables()[v] + "' would close a cycle"
