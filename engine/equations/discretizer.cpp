@@ -65,10 +65,24 @@ int DiscretizeNode(VEK_network& net, int h, VEK_equation& eq) {
     std::vector<double> buf(vars.size());
     std::vector<double> counts(intervals);
     const int configs = table.GetSize() / intervals;
+    VEK_expression folded;
     for (int c = 0; c < configs; ++c) {
         std::fill(counts.begin(), counts.end(), 0.0);
         int kept = 0;
+        // With discrete inputs only, what draws nothing is computed once per
+        // configuration.
+        if (!continuousInput && !e.Empty()) {
+            for (size_t k = 0; k < vars.size(); ++k) buf[k] = point[slot[k]][states[slot[k]]];
+            folded = e.Fold(buf.data());
+        }
         for (int s = 0; s < samples; ++s) {
+            if (!continuousInput && !e.Empty()) {
+                const double v = folded.Evaluate(nullptr, &gen);
+                if (!std::isfinite(v)) continue;
+                counts[eq.Discretize(v)] += 1.0;
+                ++kept;
+                continue;
+            }
             for (size_t k = 0; k < vars.size(); ++k) {
                 const int p = slot[k], st = states[p];
                 const VEK_equation* pe = parentEq[p];

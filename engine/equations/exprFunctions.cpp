@@ -90,6 +90,37 @@ double SamplePoisson(VEK_randGen& g, double lambda) {
     return k;
 }
 
+// Standard normal quantile by a rational approximation (relative error
+// below 1.2e-9): one uniform per draw instead of the polar method's two or
+// more.
+double NormalQuantile(double p) {
+    static const double a[] = {-3.969683028665376e+01, 2.209460984245205e+02, -2.759285104469687e+02,
+                               1.383577518672690e+02, -3.066479806614716e+01, 2.506628277459239e+00};
+    static const double b[] = {-5.447609879822406e+01, 1.615858368580409e+02, -1.556989798598866e+02,
+                               6.680131188771972e+01, -1.328068155288572e+01};
+    static const double c[] = {-7.784894002430293e-03, -3.223964580411365e-01, -2.400758277161838e+00,
+                               -2.549732539343734e+00, 4.374664141464968e+00, 2.938163982698783e+00};
+    static const double d[] = {7.784695709041462e-03, 3.224671290700398e-01, 2.445134137142996e+00,
+                               3.754408661907416e+00};
+    constexpr double low = 0.02425;
+    if (p < low || p > 1.0 - low) {
+        const double q = std::sqrt(-2.0 * std::log(p < low ? p : 1.0 - p));
+        const double x = (((((c[0] * q + c[1]) * q + c[2]) * q + c[3]) * q + c[4]) * q + c[5]) /
+                         ((((d[0] * q + d[1]) * q + d[2]) * q + d[3]) * q + 1.0);
+        return p < low ? x : -x;
+    }
+    const double q = p - 0.5, r = q * q;
+    return (((((a[0] * r + a[1]) * r + a[2]) * r + a[3]) * r + a[4]) * r + a[5]) * q /
+           (((((b[0] * r + b[1]) * r + b[2]) * r + b[3]) * r + b[4]) * r + 1.0);
+}
+
+double StdNormal(VEK_randGen& g) {
+    double u;
+    do u = g.GetDouble();
+    while (u == 0.0);
+    return NormalQuantile(u);
+}
+
 double LogBeta(double a, double b) { return std::lgamma(a) + std::lgamma(b) - std::lgamma(a + b); }
 
 double LogChoose(double n, double k) { return std::lgamma(n + 1) - std::lgamma(k + 1) - std::lgamma(n - k + 1); }
@@ -157,7 +188,7 @@ double VEK_callLibFunction(int id, const double* a, int argc, VEK_randGen* gen) 
     if (!gen) return kNaN;
     VEK_randGen& g = *gen;
     switch (id) {
-        case Normal: return a[1] > 0.0 ? g.Normal(a[0], a[1]) : a[1] == 0.0 ? a[0] : kNaN;
+        case Normal: return a[1] > 0.0 ? a[0] + a[1] * StdNormal(g) : a[1] == 0.0 ? a[0] : kNaN;
         case Uniform: return a[0] <= a[1] ? a[0] + (a[1] - a[0]) * g.GetDouble() : kNaN;
         case Triangular: return SampleTriangular(g, a[0], a[1], a[2]);
         case Beta: {
@@ -167,7 +198,7 @@ double VEK_callLibFunction(int id, const double* a, int argc, VEK_randGen* gen) 
         }
         case Gamma: return g.Gamma(a[0], a[1]);
         case Exponential: return a[0] > 0.0 ? -std::log(OpenUniform(g)) / a[0] : kNaN;
-        case Lognormal: return a[1] >= 0.0 ? std::exp(a[0] + a[1] * g.Normal(0.0, 1.0)) : kNaN;
+        case Lognormal: return a[1] >= 0.0 ? std::exp(a[0] + a[1] * StdNormal(g)) : kNaN;
         case Weibull:
             if (!(a[0] > 0.0 && a[1] > 0.0)) return kNaN;
             return a[1] * std::pow(-std::log(OpenUniform(g)), 1.0 / a[0]);

@@ -143,6 +143,23 @@ int VEK_expression::CopyInto(VEK_expression& out, int i, std::vector<int>& varMa
     }
 }
 
+VEK_expression VEK_expression::Fold(const double* vars) const {
+    VEK_expression out;
+    out.functions_ = functions_;
+    if (!Empty()) FoldInto(out, Root(), vars);
+    return out;
+}
+
+int VEK_expression::FoldInto(VEK_expression& out, int i, const double* vars) const {
+    const VEK_exprNode& n = nodes_[i];
+    if (!IsStochastic(i)) return out.AddNumber(Eval(i, vars, nullptr), n.pos);
+    std::vector<int> args(n.argc);
+    for (int k = 0; k < n.argc; ++k) args[k] = FoldInto(out, Child(i, k), vars);
+    if (n.kind == VEK_exprKind::Unary) return out.AddUnary(n.op, args[0], n.pos);
+    if (n.kind == VEK_exprKind::Binary) return out.AddBinary(n.op, args[0], args[1], n.pos);
+    return out.AddCall(n.kind, n.func, args, n.pos);
+}
+
 void VEK_expression::SetRoot(int i) {
     VEK_expression e;
     e.functions_ = functions_;

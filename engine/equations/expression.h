@@ -53,6 +53,10 @@ public:
     double Evaluate(const double* vars, VEK_randGen* gen) const { return Eval(Root(), vars, gen); }
     double Eval(int i, const double* vars, VEK_randGen* gen) const;
 
+    // A copy in which every subtree that draws nothing is replaced by its
+    // value for these variables.
+    VEK_expression Fold(const double* vars) const;
+
     // Whether the subtree draws from a distribution.
     bool IsStochastic(int i) const;
     bool IsStochastic() const { return !Empty() && IsStochastic(Root()); }
@@ -85,6 +89,7 @@ public:
 private:
     int Push(const VEK_exprNode& n);
     int CopyInto(VEK_expression& out, int i, std::vector<int>& varMap) const;
+    int FoldInto(VEK_expression& out, int i, const double* vars) const;
     void PrintInto(int i, std::string& out, int parentPrec, bool rightSide) const;
 
     std::vector<VEK_exprNode> nodes_;
