@@ -13,6 +13,7 @@
 #include "inference/rNetwork.h"
 #include "inference/shachterSolver.h"
 #include "inference/sampling.h"
+#include "network/mau.h"
 #include "network/network.h"
 #include "network/nodeDef.h"
 
@@ -131,8 +132,15 @@ int VEK_network::CallIDAlgorithm() {
     if (idAlgorithm_ != 0 && idAlgorithm_ != 1) return VEK_OUT_OF_RANGE;
     const VEK_indexingSnapshot indexing(*this);
     VEK_initializeNodeValues(*this);
+    // Policy evaluation combines expected utilities, which is exact only for
+    // weighted sums: MAU expressions go to the merged table of policy search.
+    bool mauExpressions = false;
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        const auto* mau = nodes_[h] ? dynamic_cast<const VEK_mau*>(nodes_[h]->Definition()) : nullptr;
+        mauExpressions = mauExpressions || (mau && !mau->GetExpressions().empty());
+    }
     int res;
-    if (idAlgorithm_ == VEK_ALG_ID_SHACHTER) {
+    if (idAlgorithm_ == VEK_ALG_ID_SHACHTER || mauExpressions) {
         VEK_ShachterSolver solver;
         res = solver.Solve(this);
     } else {

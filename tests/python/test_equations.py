@@ -204,3 +204,31 @@ def test_samples_without_a_value_are_rejected_and_counted(net):
     net.set_node_equation("A", "A = 0")
     with quarn_error(-5, contains="1000 rejected"):
         net.update_beliefs()
+
+
+def test_mau_expressions_combine_utilities_per_outcome(net):
+    from pyquarn import InfluenceDiagramAlgorithmType
+    net.add_node(NodeType.DECISION, "D")
+    net.add_node(NodeType.CPT, "C")
+    net.set_node_definition("C", [0.3, 0.7])
+    for node_id, parents, table in (("U1", "DC", [10, 0, 2, 8]), ("U2", "C", [5, 1])):
+        net.add_node(NodeType.UTILITY, node_id)
+        for p in parents:
+            net.add_arc(p, node_id)
+        net.set_node_definition(node_id, table)
+    net.add_node(NodeType.MAU, "M")
+    net.add_arc("U1", "M")
+    net.add_arc("U2", "M")
+    net.set_mau_expressions("M", ["U1 * U2 / 10 + Max(U1, U2)"])
+
+    def f(a, b):
+        return a * b / 10 + max(a, b)
+
+    want = [0.3 * f(10, 5) + 0.7 * f(0, 1), 0.3 * f(2, 5) + 0.7 * f(8, 1)]
+    for algorithm in InfluenceDiagramAlgorithmType.__members__.values():
+        net.set_influence_diagram_algorithm(algorithm)
+        net.update_beliefs()
+        assert net.get_node_value("D") == pytest.approx(want)
+    net.set_mau_expressions("M", ["U1 + Q"])
+    with quarn_error(-2, contains="'Q', which is not a parent"):
+        net.update_beliefs()
