@@ -1,6 +1,7 @@
 // Network methods: definition tables, value indexing parents, MAU
 // expressions and the external function list.
 #include "bindUtil.h"
+#include "equations/equation.h"
 #include "network/mau.h"
 #include "wrpCore.h"
 
@@ -54,7 +55,9 @@ void WrpSetMauExpressions(VEK_network* net, int handle, const std::vector<std::s
 
 void WrpSetExtFunctions(VEK_network* net, const std::vector<std::string>& functions) {
     for (const std::string& f : functions) ValidateText(f, "Network.SetExtFunctions", "Function");
-    Deref(net).ExtFunctions() = functions;
+    std::string message;
+    const int res = VEK_setExtFunctions(Deref(net), functions, message);
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithMessage(res, "Network.SetExtFunctions", message);
 }
 
 std::vector<std::string> WrpGetExtFunctions(const VEK_network* net) { return Deref(net).ExtFunctions(); }
@@ -69,8 +72,6 @@ void BindDefinitions(PyNetworkClass& cls) {
     DefNode(cls, "set_node_definition", &WrpSetNodeDefinition, "Sets node definition table",
             py::arg("definition"));
     DefNode(cls, "get_node_definition", &WrpGetNodeDefinition, "Returns definition table of node");
-    // set_node_equation, get_node_equation and set_node_equation_discretization
-    // are registered here once equation definitions are bound.
     DefNode(cls, "get_value_indexing_parents", &WrpGetValueIndexingParents,
             "Returns parent handles for value indexing");
     DefNode(cls, "get_value_indexing_parent_ids", &WrpGetValueIndexingParentIds,
@@ -85,6 +86,4 @@ void BindDefinitions(PyNetworkClass& cls) {
     cls.def(
         "get_ext_functions", [](const PyNetwork& self) { return WrpGetExtFunctions(&self); },
         "Returns external functions");
-    // The equation queries (constant, deterministic, uniform discretization)
-    // close this family once equation definitions are bound.
 }

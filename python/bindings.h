@@ -13,6 +13,7 @@ void BindFilesAndIdentity(PyNetworkClass& cls);
 void BindNodesAndArcs(PyNetworkClass& cls);
 void BindOutcomes(PyNetworkClass& cls);
 void BindDefinitions(PyNetworkClass& cls);
+void BindEquations(PyNetworkClass& cls);
 void BindEvidence(PyNetworkClass& cls);
 void BindBeliefs(PyNetworkClass& cls);
 void BindSubmodels(PyNetworkClass& cls);

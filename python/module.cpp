@@ -376,6 +376,7 @@ PYBIND11_MODULE(pyquarn, m) {
     BindNodesAndArcs(network);
     BindOutcomes(network);
     BindDefinitions(network);
+    BindEquations(network);
     BindCanonical(network);
     BindEvidence(network);
     BindBeliefs(network);

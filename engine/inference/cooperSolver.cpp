@@ -264,19 +264,26 @@ int VEK_CooperSolver::SetAllIndexingParents() {
     return VEK_OKAY;
 }
 
+int VEK_CooperSolver::CompileMauExpressions() {
+    mauExpressions_.assign(static_cast<size_t>(mauNodes_.GetSize()), VEK_mauExpressions());
+    for (int i = 0; i < mauNodes_.GetSize(); ++i) {
+        const VEK_mau* def = dynamic_cast<const VEK_mau*>(diagram_->GetDef(mauNodes_[i]));
+        if (!def) return VEK_WRONG_NODE_TYPE;
+        const int columns = def->GetWeights().GetSize() / std::max(1, def->GetWeights().GetLastDimensionSize());
+        std::string message;
+        if (mauExpressions_[static_cast<size_t>(i)].Compile(*diagram_, mauNodes_[i], columns, message) < 0) {
+            return diagram_->Logger().LogError(VEK_OUT_OF_RANGE, message.c_str());
+        }
+    }
+    return VEK_OKAY;
+}
+
 // MAU nodes are computed from their parents' values afterwards and leave the
 // copy; decisions lose their informational arcs, since every decision is set
 // as evidence there.
 int VEK_CooperSolver::PruneIrrelevantParts() {
-    for (int m : mauNodes_) {
-        const VEK_mau* def = dynamic_cast<const VEK_mau*>(diagram_->GetDef(m));
-        if (!def) return VEK_WRONG_NODE_TYPE;
-        if (!def->GetExpressions().empty()) {
-            return diagram_->Logger().VLogError(VEK_WRONG_NODE_TYPE,
-                                                "Expressions of the MAU node [%s] cannot be evaluated",
-                                                diagram_->GetNodeId(m));
-        }
-    }
+    int res = CompileMauExpressions();
+    if (res < 0) return res;
     VEK_relevanceDelay delay(*bn_);
     for (int m : mauNodes_) bn_->DeleteNode(m);
     for (int d : decisions_) {
@@ -545,7 +552,8 @@ int VEK_CooperSolver::DeNormalizeUtilityNodes() {
 }
 
 double VEK_CooperSolver::CombineUtilities(std::vector<double>& values, const std::vector<int>& stateOf) const {
-    for (int m : mauNodes_) {
+    for (int i = 0; i < mauNodes_.GetSize(); ++i) {
+        const int m = mauNodes_[i];
         const VEK_mau* def = dynamic_cast<const VEK_mau*>(diagram_->GetDef(m));
         if (!def) continue;
         int column = 0;
@@ -554,6 +562,10 @@ double VEK_CooperSolver::CombineUtilities(std::vector<double>& values, const std
             const int n = diagram_->GetDef(p)->GetNumberOfOutcomes();
             const int s = stateOf[static_cast<size_t>(p)];
             column = column * n + (s >= 0 ? s : 0);
+        }
+        if (static_cast<size_t>(i) < mauExpressions_.size() && !mauExpressions_[static_cast<size_t>(i)].Empty()) {
+            values[static_cast<size_t>(m)] = mauExpressions_[static_cast<size_t>(i)].Evaluate(column, values, stateOf);
+            continue;
         }
         double sum = 0.0;
         for (int up : def->GetUtilityParents()) {

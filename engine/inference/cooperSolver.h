@@ -31,6 +31,7 @@
 #include <memory>
 #include <vector>
 
+#include "equations/mauExpressions.h"
 #include "network/intArray.h"
 #include "network/logger.h"
 
@@ -97,11 +98,14 @@ protected:
     // The utility of the combination of outcomes given by stateOf (-1: not
     // known) from the values of the utility nodes in values (by handle).
     double CombineUtilities(std::vector<double>& values, const std::vector<int>& stateOf) const;
+    // Parses the MAU nodes' expressions (before CombineUtilities uses them).
+    int CompileMauExpressions();
 
     VEK_network* diagram_ = nullptr;
     std::unique_ptr<VEK_network> bn_;
     VEK_intArray utilityNodes_;   // utility tables, partial order
     VEK_intArray mauNodes_;       // MAU nodes, partial order
+    std::vector<VEK_mauExpressions> mauExpressions_;  // per MAU node, when it has any
     VEK_intArray terminalNodes_;  // utility or MAU nodes that feed no MAU node
     int globalUtility_ = -1;
     bool globalAdded_ = false;

@@ -18,6 +18,7 @@ int VEK_ShachterSolver::Solve(VEK_network* diagram) {
         if ((res = FindAllDecisionNodes()) < 0) return res;
         if ((res = FindAllUtilityNodes()) < 0) return res;
         if ((res = ConsolidateMAUs()) < 0) return res;
+        if ((res = CompileMauExpressions()) < 0) return res;
         if ((res = MergeUtilities()) < 0) return res;
         if ((res = LinkDecisionNodes()) < 0) return res;
         if ((res = FindAllPossibleIndexingParents()) < 0) return res;

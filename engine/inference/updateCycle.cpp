@@ -4,6 +4,7 @@
 #include <exception>
 #include <new>
 
+#include "equations/hybridSampler.h"
 #include "inference/caughtFailure.h"
 #include "inference/clustering.h"
 #include "inference/cooperSolver.h"
@@ -12,6 +13,7 @@
 #include "inference/rNetwork.h"
 #include "inference/shachterSolver.h"
 #include "inference/sampling.h"
+#include "network/mau.h"
 #include "network/network.h"
 #include "network/nodeDef.h"
 
@@ -84,9 +86,7 @@ int VEK_network::DoUpdateBeliefs() {
     }
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (!nodes_[h]) continue;
-        // Equation nodes are the ones without a definition object for now.
-        const VEK_nodeDef* def = nodes_[h]->Definition();
-        const int t = def ? def->GetType() : VEK_EQUATION;
+        const int t = nodes_[h]->Definition()->GetType();
         if (t == VEK_TABLE || t == VEK_LIST || t == VEK_MAU) influence = true;
         if (t == VEK_EQUATION) equations = true;
     }
@@ -94,8 +94,11 @@ int VEK_network::DoUpdateBeliefs() {
         return logger_.LogError(VEK_OUT_OF_RANGE, "Equation nodes cannot be used in influence diagrams.");
     }
     if (influence) return CallIDAlgorithm();
-    // Networks with equation nodes go to the Bayesian algorithm, which
-    // refuses nodes without a probability table.
+    if (equations) {
+        RemoveJpts();
+        InferenceCache().BumpBeliefsVersion();
+        return VEK_updateHybrid(*this);
+    }
     return CallBNAlgorithm();
 }
 
@@ -129,8 +132,15 @@ int VEK_network::CallIDAlgorithm() {
     if (idAlgorithm_ != 0 && idAlgorithm_ != 1) return VEK_OUT_OF_RANGE;
     const VEK_indexingSnapshot indexing(*this);
     VEK_initializeNodeValues(*this);
+    // Policy evaluation combines expected utilities, which is exact only for
+    // weighted sums: MAU expressions go to the merged table of policy search.
+    bool mauExpressions = false;
+    for (int h = 0; h < GetSlotCount(); ++h) {
+        const auto* mau = nodes_[h] ? dynamic_cast<const VEK_mau*>(nodes_[h]->Definition()) : nullptr;
+        mauExpressions = mauExpressions || (mau && !mau->GetExpressions().empty());
+    }
     int res;
-    if (idAlgorithm_ == VEK_ALG_ID_SHACHTER) {
+    if (idAlgorithm_ == VEK_ALG_ID_SHACHTER || mauExpressions) {
         VEK_ShachterSolver solver;
         res = solver.Solve(this);
     } else {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "equations/equation.h"
 #include "network/canonicalFactory.h"
 #include "network/cpt.h"
 #include "network/decision.h"
@@ -183,11 +184,10 @@ bool VEK_nodeDef::TypeIsOneOf(const int* ids, int count) const {
     return false;
 }
 
-// Canonical definitions come from their own factory. Equations (EQUATION)
-// yield no definition until the equation classes exist: their construction
-// goes into the two functions below.
+// Canonical definitions come from their own factory.
 bool VEK_nodeDef::CanCreate(int type) {
     switch (type) {
+        case VEK_EQUATION:
         case VEK_CPT:
         case VEK_TRUTHTABLE:
         case VEK_LIST:
@@ -208,6 +208,7 @@ VEK_nodeDef* VEK_nodeDef::Create(int type, VEK_network& net, int handle) {
         case VEK_LIST: return new VEK_decision(net, handle);
         case VEK_TABLE: return new VEK_utility(net, handle);
         case VEK_MAU: return new VEK_mau(net, handle);
+        case VEK_EQUATION: return new VEK_equation(net, handle);
         case VEK_CAST:
         case VEK_DEMORGAN:
         case VEK_NOISY_MAX:
@@ -223,6 +224,8 @@ VEK_nodeDef* VEK_nodeDef::Create(int type, const VEK_nodeXformContext& ctx) {
         case VEK_LIST: return new VEK_decision(ctx);
         case VEK_TABLE: return new VEK_utility(ctx);
         case VEK_MAU: return new VEK_mau(ctx);
+        // Nothing of a discrete definition carries over to an equation.
+        case VEK_EQUATION: return new VEK_equation(*ctx.net, ctx.handle);
         case VEK_CAST:
         case VEK_DEMORGAN:
         case VEK_NOISY_MAX:

@@ -1,5 +1,6 @@
 #include "network/nodeDefVisitor.h"
 
+#include "equations/equation.h"
 #include "network/cast.h"
 #include "network/cpt.h"
 #include "network/decision.h"
@@ -20,10 +21,7 @@ void VEK_nodeDefVisitor::Visit(VEK_decision* def) { Visit(static_cast<VEK_nodeDe
 void VEK_nodeDefVisitor::Visit(VEK_utility* def) { Visit(static_cast<VEK_nodeDef*>(def)); }
 void VEK_nodeDefVisitor::Visit(VEK_mau* def) { Visit(static_cast<VEK_nodeDef*>(def)); }
 
-// The equation class is only declared so far; its default visit receives the
-// object through the VEK_nodeDef address that Dispatch found it at. Include
-// its header and use static_cast here and in Dispatch once it exists.
-void VEK_nodeDefVisitor::Visit(VEK_equation* def) { Visit(reinterpret_cast<VEK_nodeDef*>(def)); }
+void VEK_nodeDefVisitor::Visit(VEK_equation* def) { Visit(static_cast<VEK_nodeDef*>(def)); }
 
 void VEK_nodeDefVisitor::Dispatch(VEK_nodeDef* def) {
     if (!def) return;
@@ -34,7 +32,7 @@ void VEK_nodeDefVisitor::Dispatch(VEK_nodeDef* def) {
         case VEK_NOISY_ADDER: Visit(static_cast<VEK_noisyAdder*>(def)); return;
         case VEK_CAST: Visit(static_cast<VEK_cast*>(def)); return;
         case VEK_DEMORGAN: Visit(static_cast<VEK_demorgan*>(def)); return;
-        case VEK_EQUATION: Visit(reinterpret_cast<VEK_equation*>(def)); return;
+        case VEK_EQUATION: Visit(static_cast<VEK_equation*>(def)); return;
         case VEK_LIST: Visit(static_cast<VEK_decision*>(def)); return;
         case VEK_TABLE: Visit(static_cast<VEK_utility*>(def)); return;
         case VEK_MAU: Visit(static_cast<VEK_mau*>(def)); return;

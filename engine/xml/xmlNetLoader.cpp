@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 
+#include "equations/equation.h"
 #include "network/cast.h"
 #include "network/cpt.h"
 #include "network/decimalText.h"
@@ -47,6 +48,7 @@ int DefinitionType(XmlNetLoader::Kind kind) {
         case XmlNetLoader::kDemorgan: return VEK_DEMORGAN;
         case XmlNetLoader::kNoisyMax: return VEK_NOISY_MAX;
         case XmlNetLoader::kNoisyAdder: return VEK_NOISY_ADDER;
+        case XmlNetLoader::kEquation: return VEK_EQUATION;
     }
     return VEK_CPT;
 }
@@ -240,7 +242,18 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
         {"mau", kMau, false, 0},                 {"maux", kMaux, false, 0},
         {"cast", kCast, true, XmlChildMayRepeat}, {"demorgan", kDemorgan, true, XmlChildMayRepeat},
         {"noisymax", kNoisyMax, true, required}, {"noisyadder", kNoisyAdder, true, required},
+        {"equation", kEquation, false, 0},
     };
+    Handler* eqDefinition =
+        Bind("definition", &XmlNetLoader::OnEquationDefStart, &XmlNetLoader::OnEquationDefEnd);
+    for (const char* a : {"lower", "upper", "default", "lowernominal", "uppernominal"}) {
+        eqDefinition->AddAttribute(a, false);
+    }
+    Handler* discretization = Bind("discretization", nullptr, &XmlNetLoader::OnDiscretizationEnd);
+    Handler* interval = Bind("interval", &XmlNetLoader::OnIntervalStart);
+    interval->AddAttribute("label", false);
+    interval->AddAttribute("upper", true);
+    discretization->AddChild(interval, XmlChildRequired | XmlChildMayRepeat);
     for (const KindInfo& info : kinds) {
         auto* kind = new NodeKind{this, info.kind};
         kinds_.push_back(kind);
@@ -261,6 +274,10 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
             case kDecision: break;
             case kUtility: b->AddChild(utilities, XmlChildRequired); break;
             case kMau: b->AddChild(weights, XmlChildRequired); break;
+            case kEquation:
+                b->AddChild(eqDefinition, XmlChildRequired);
+                b->AddChild(discretization, 0);
+                break;
             case kMaux:
                 b->AddChild(expression, XmlChildRequired | XmlChildMayRepeat);
                 b->AddChild(weights, 0);
@@ -290,11 +307,6 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
         }
         nodes->AddChild(b, XmlChildMayRepeat);
     }
-    Handler* equation = Bind("equation", &XmlNetLoader::OnEquationStart);
-    for (const char* a : {"id", "target", "diagtype", "dynamic", "ranked", "mandatory"}) {
-        equation->AddAttribute(a, false);
-    }
-    nodes->AddChild(equation, XmlChildMayRepeat);
 
     // ---- temporal structure ----
     Handler* dynamic = Bind("dynamic", &XmlNetLoader::OnDynamicStart);
@@ -425,10 +437,51 @@ void XmlNetLoader::OnTemporalStart(IXmlReader* r) {
     Fail(r, "Temporal definitions of dynamic networks are not supported yet");
 }
 
-void XmlNetLoader::OnEquationStart(IXmlReader* r) {
-    std::string id;
-    r->GetAttribute("id", id);
-    Fail(r, "Equation nodes are not supported yet", id);
+void XmlNetLoader::OnEquationDefStart(IXmlReader* r) {
+    if (node_ < 0 || !Commit(r)) return;
+    auto* eq = static_cast<VEK_equation*>(Def());
+    double lower = 0.0, upper = 0.0, value = 0.0, lowerNominal = 0.0, upperNominal = 0.0;
+    if (!r->GetAttribute("lower", lower, eq->GetLower()) || !r->GetAttribute("upper", upper, eq->GetUpper()) ||
+        !r->GetAttribute("default", value, eq->GetDefaultValue()) ||
+        !r->GetAttribute("lowernominal", lowerNominal, lower) ||
+        !r->GetAttribute("uppernominal", upperNominal, upper)) {
+        return;
+    }
+    if (eq->SetBounds(lower, upper) < 0 || eq->SetNominal(lowerNominal, upperNominal) < 0) {
+        return Fail(r, "Invalid equation bounds", nodeId_);
+    }
+    eq->SetDefaultValue(value);
+    discIntervals_.clear();
+}
+
+void XmlNetLoader::OnEquationDefEnd(IXmlReader* r) {
+    if (node_ < 0) return;
+    r->GetUnescapedContent(text_);
+    int pos = -1;
+    std::string message;
+    if (static_cast<VEK_equation*>(Def())->SetEquation(text_, pos, message) < 0) {
+        std::string text = "Expression parse error: '" + nodeId_ + "' (" + message;
+        if (pos >= 0) text += " at position " + std::to_string(pos);
+        Fail(r, (text + ")").c_str());
+    }
+}
+
+void XmlNetLoader::OnIntervalStart(IXmlReader* r) {
+    std::string label;
+    double upper = 0.0;
+    r->GetAttribute("label", label);
+    if (!r->GetAttribute("upper", upper, 0.0)) return;
+    discIntervals_.emplace_back(label, upper);
+}
+
+void XmlNetLoader::OnDiscretizationEnd(IXmlReader* r) {
+    if (node_ < 0) return;
+    std::vector<VEK_discInterval> intervals;
+    for (const auto& [label, upper] : discIntervals_) intervals.push_back({label, upper});
+    std::string message;
+    if (static_cast<VEK_equation*>(Def())->SetDiscretization(intervals, message) < 0) {
+        Fail(r, "SetDiscIntervals failed", nodeId_);
+    }
 }
 
 // ============================================================== nodes

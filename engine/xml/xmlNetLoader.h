@@ -17,7 +17,9 @@
 //   node's distinguished state) and `dstates` of one per parent (a list one
 //   longer starts with the node's own);
 // - `dynamic` with `numslices` only is read; temporal definitions inside it
-//   and `equation` nodes are refused as not supported yet.
+//   are refused as not supported yet;
+// - an `equation` node's bounds are set before its equation, and its
+//   `discretization` after both.
 #pragma once
 
 #include <cstddef>
@@ -49,7 +51,7 @@ public:
     IXmlBinding* BuildSchema(IXmlBinding* extension);
 
     // Node element kinds.
-    enum Kind { kCpt, kDeterministic, kDecision, kUtility, kMau, kMaux, kCast, kDemorgan, kNoisyMax, kNoisyAdder };
+    enum Kind { kCpt, kDeterministic, kDecision, kUtility, kMau, kMaux, kCast, kDemorgan, kNoisyMax, kNoisyAdder, kEquation };
 
 private:
     struct NodeKind;
@@ -74,7 +76,10 @@ private:
     void OnFunctionEnd(IXmlReader* r);
     void OnDynamicStart(IXmlReader* r);
     void OnTemporalStart(IXmlReader* r);
-    void OnEquationStart(IXmlReader* r);
+    void OnEquationDefStart(IXmlReader* r);
+    void OnEquationDefEnd(IXmlReader* r);
+    void OnIntervalStart(IXmlReader* r);
+    void OnDiscretizationEnd(IXmlReader* r);
 
     // ---- nodes ----
     void StartNode(IXmlReader* r, Kind kind);
@@ -168,6 +173,8 @@ private:
     int strengthsRead_ = 0;
     std::vector<std::string> expressions_;
     bool hasExpressions_ = false;
+    // Discretization intervals of an equation node: label, upper bound.
+    std::vector<std::pair<std::string, double>> discIntervals_;
     std::string propertyName_;
 
     // Small lists collected item by item.

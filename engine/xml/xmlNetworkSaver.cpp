@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 
+#include "equations/equation.h"
 #include "network/cast.h"
 #include "network/cpt.h"
 #include "network/decision.h"
@@ -276,6 +277,27 @@ void XmlNetworkSaver::Visit(VEK_mau* def) {
     for (int i = 0; i < m.GetSize(); ++i) defaultWeights &= m[i] == 1.0;
     if (!defaultWeights) w_.WriteDoubleArray("weights", m.Items(), m.GetSize());
     EndNode("maux");
+}
+
+void XmlNetworkSaver::Visit(VEK_equation* def) {
+    StartNode("equation", def, false);
+    w_.PushAttribute("lower", def->GetLower());
+    w_.PushAttribute("upper", def->GetUpper());
+    w_.PushAttribute("default", def->GetDefaultValue());
+    if (def->HasNominal()) {
+        w_.PushAttribute("lowernominal", def->GetLowerNominal());
+        w_.PushAttribute("uppernominal", def->GetUpperNominal());
+    }
+    w_.WriteElement("definition", def->GetEquation().c_str(), true);
+    if (!def->GetDiscretization().empty()) {
+        IXmlWriter::ScopedElement discretization(&w_, "discretization");
+        for (const VEK_discInterval& i : def->GetDiscretization()) {
+            if (!i.label.empty()) w_.PushAttribute("label", i.label.c_str());
+            w_.PushAttribute("upper", i.upper);
+            w_.WriteElement("interval", nullptr);
+        }
+    }
+    EndNode("equation");
 }
 
 void XmlNetworkSaver::Visit(VEK_noisyMAX* def) {

@@ -42,6 +42,7 @@ private:
     void Visit(VEK_decision* def) override;
     void Visit(VEK_utility* def) override;
     void Visit(VEK_mau* def) override;
+    void Visit(VEK_equation* def) override;
 
     // Opens the node element: attributes, states, intervals or point
     // values, parents.

@@ -53,7 +53,8 @@ def test_a_refused_type_change_changes_nothing(net):
     b = net.add_node(NodeType.CPT, "B")
     net.add_arc(d, b)
     net.set_node_definition(b, [0.1, 0.9, 0.7, 0.3])
-    assert_refused(net, -51, net.set_node_type, b, NodeType.EQUATION)
+    # 19 is no definition type; a change to EQUATION drops the decision arc.
+    assert_refused(net, -51, net.set_node_type, b, 19)
 
 
 def test_a_redirected_log_keeps_error_texts_and_can_come_back(net, tmp_path):

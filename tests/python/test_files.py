@@ -169,8 +169,9 @@ def test_failed_reads_raise_with_the_log_and_change_nothing(small, tmp_path):
     assert str(info.value).endswith("Error at 3, 27 while loading %s: Duplicate state identifier: 'a'" % bad)
     assert describe(net) == before
 
-    with quarn_error(-103, contains="Equation nodes are not supported yet"):
-        net.read_string('<quarn version="1.0" id="x"><nodes><equation id="E"/></nodes></quarn>')
+    with quarn_error(-103, contains="Expression parse error: 'E'"):
+        net.read_string('<quarn version="1.0" id="x"><nodes><equation id="E"><definition>E = 1 +</definition>'
+                        '</equation></nodes></quarn>')
     assert describe(net) == before
 
 

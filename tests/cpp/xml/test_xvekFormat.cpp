@@ -361,9 +361,9 @@ TEST(XvekDocument, SemanticFaultsUseTheLoadersMessages) {
         std::string doc;
         const char* message;
     } cases[] = {
-        // Equation nodes and temporal definitions are refused by name.
-        {Doc(kAB + "<equation id=\"E\"><definition lower=\"0\" upper=\"1\">E=1</definition></equation>"),
-         "Equation nodes are not supported yet: 'E'"},
+        // Equations that do not parse and temporal definitions are refused by name.
+        {Doc(kAB + "<equation id=\"E\"><definition lower=\"0\" upper=\"1\">E=1+</definition></equation>"),
+         "Expression parse error: 'E'"},
         {Doc(kAB, "<dynamic numslices=\"3\"><cpt id=\"A\" order=\"1\"><parents>A</parents>"
                   "<probabilities>1 0 0 1</probabilities></cpt></dynamic>"),
          "Temporal definitions of dynamic networks are not supported yet"},
