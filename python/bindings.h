@@ -24,6 +24,10 @@ void BindCanonical(PyNetworkClass& cls);
 void BindInference(PyNetworkClass& cls);
 void BindFileIO(PyNetworkClass& cls);
 void BindAnalysis(PyNetworkClass& cls);
+void BindDynamic(PyNetworkClass& cls);
+
+// The record returned by unrolling.
+void RegisterUnrollResults(py::module_& m);
 
 // The analysis classes and records.
 void RegisterAnnealedMapResults(py::module_& m);

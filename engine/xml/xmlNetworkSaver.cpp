@@ -1,10 +1,12 @@
 #include "xml/xmlNetworkSaver.h"
 
+
 #include <charconv>
 #include <cstring>
 #include <memory>
 #include <new>
 
+#include "dynamic/dynamicNet.h"
 #include "network/cast.h"
 #include "network/cpt.h"
 #include "network/decision.h"
@@ -121,7 +123,25 @@ int XmlNetworkSaver::DoSave() {
     for (int h : order_) temporal |= net_.GetNode(h)->GetTemporalType() != 0;
     if (net_.GetNumberOfSlices() > 0 && temporal) {
         w_.PushAttribute("numslices", net_.GetNumberOfSlices());
-        w_.WriteElement("dynamic", nullptr);
+        IXmlWriter::ScopedElement dynamic(&w_, "dynamic");
+        const VEK_dynamicNet* dyn = net_.GetDynamic();
+        std::vector<int> orders;
+        std::vector<VEK_temporalArc> arcs;
+        for (int h : order_) {
+            if (!dyn || net_.GetNode(h)->GetTemporalType() != VEK_TEMPORAL_PLATE) continue;
+            dyn->GetTemporalOrders(h, orders);
+            for (int k : orders) {
+                w_.PushAttribute("id", net_.GetNodeId(h));
+                w_.PushAttribute("order", k);
+                IXmlWriter::ScopedElement temporal(&w_, "cpt");
+                dyn->GetTemporalParents(h, k, arcs);
+                strings_.clear();
+                for (const VEK_temporalArc& a : arcs) strings_.push_back(net_.GetNodeId(a.node));
+                w_.WriteStringArray("parents", strings_.data(), static_cast<int>(strings_.size()));
+                const VEK_Dmatrix* m = dyn->GetTemporalDefinition(h, k);
+                w_.WriteDoubleArray("probabilities", m->Items(), m->GetSize());
+            }
+        }
     }
     if (extension_ && (!builtIn_ || builtIn_->HasContent())) {
         IXmlWriter::ScopedElement extensions(&w_, "extensions");
