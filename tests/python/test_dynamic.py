@@ -22,7 +22,10 @@ def _cpt_node(net, name, states, ttype=TT.PLATE):
 
 def _random_table(rng, rows, states):
     t = rng.random((rows, states)) + 0.05
-    return (t / t.sum(axis=1, keepdims=True)).ravel().tolist()
+    # Few digits, so that files hold the tables exactly.
+    t = np.round(t / t.sum(axis=1, keepdims=True), 8)
+    t[:, -1] = np.round(1.0 - t[:, :-1].sum(axis=1), 8)
+    return t.ravel().tolist()
 
 
 def _randomize(net, rng):
@@ -237,3 +240,48 @@ def test_bad_input_is_refused_and_changes_nothing():
     for code, call, args, text in refused:
         assert_refused(net, code, call, *args, text=text)
     assert "Network.SetNodeTemporalType" in assert_refused(net, -51, net.set_node_temporal_type, o, TT.CONTEMPORAL)
+
+
+@pytest.mark.parametrize("seed", range(4))
+def test_xml_round_trip_of_random_dynamic_networks(seed):
+    rng = random.Random(seed)
+    net = pyquarn.Network()
+    net.set_slice_count(rng.randint(1, 6))
+    plates = [_cpt_node(net, "P%d" % i, rng.randint(2, 3)) for i in range(4)]
+    _cpt_node(net, "K", 2, TT.CONTEMPORAL)
+    for i, h in enumerate(plates):
+        if i and rng.random() < 0.6:
+            net.add_arc(plates[rng.randrange(i)], h)
+        for _ in range(rng.randint(0, 3)):
+            p, k = rng.choice(plates), rng.randint(1, 3)
+            if not net.temporal_arc_exists(p, h, k):
+                net.add_temporal_arc(p, h, k)
+    _randomize(net, np.random.default_rng(seed))
+    from describe_util import describe
+    copy = pyquarn.Network()
+    copy.read_string(net.write_string())
+    assert describe(copy)["temporal"] == describe(net)["temporal"]
+    assert [copy.get_parent_ids(h) for h in plates] == [net.get_parent_ids(h) for h in plates]
+
+
+_PLATE_DOC = ('<?xml version="1.0"?><quarn version="1.0" id="n"><nodes>'
+              '<cpt id="X" dynamic="plate"><state id="a"/><state id="b"/><probabilities>0.5 0.5</probabilities></cpt>'
+              '<cpt id="C"><state id="a"/><state id="b"/><probabilities>0.5 0.5</probabilities></cpt>'
+              '</nodes><dynamic numslices="3">%s</dynamic></quarn>')
+
+
+@pytest.mark.parametrize("body, message", [
+    ('<cpt id="C" order="1"><parents>X</parents><probabilities>1 0 0 1</probabilities></cpt>',
+     "Node is not part of temporal plate: 'C'"),
+    ('<cpt id="X" order="1"><probabilities>1 0 0 1</probabilities></cpt>', "No temporal parents specified: 'X'"),
+    ('<cpt id="X" order="0"><parents>X</parents></cpt>', "Temporal defintion not found: 'X'"),
+    ('<noisymax id="X" order="1"/>', "Invalid temporal defintion type: 'X'"),
+    ('<cpt id="X" order="1"><parents>X X</parents></cpt>', "AddTemporalArc failed: 'X'"),
+])
+def test_faulty_dynamic_sections_are_refused(net, body, message):
+    with pytest.raises(pyquarn.QUARNException) as info:
+        net.read_string(_PLATE_DOC % body)
+    assert message in str(info.value)
+    assert net.get_node_count() == 0
+    net.read_string(_PLATE_DOC % '<cpt id="X" order="1"><parents>X</parents><probabilities>1 0 0 1</probabilities></cpt>')
+    assert net.get_node_temporal_definition("X", 1) == [1, 0, 0, 1]
