@@ -56,6 +56,7 @@ int VEK_network::ClearAllEvidence() {
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (nodes_[h] && nodes_[h]->Value()->IsPropagatedEvidence()) nodes_[h]->Value()->ClearPropagatedEvidence();
     }
+    if (dynamic_) dynamic_->ClearAllTemporalEvidence();
     InvalidateAllBeliefs();
     scopeDirty_ = true;
     return VEK_OKAY;

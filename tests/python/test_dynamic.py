@@ -285,3 +285,18 @@ def test_faulty_dynamic_sections_are_refused(net, body, message):
     assert net.get_node_count() == 0
     net.read_string(_PLATE_DOC % '<cpt id="X" order="1"><parents>X</parents><probabilities>1 0 0 1</probabilities></cpt>')
     assert net.get_node_temporal_definition("X", 1) == [1, 0, 0, 1]
+
+
+def test_cases_store_and_apply_evidence_per_slice():
+    net, h, o = _hmm(4)
+    net.set_temporal_evidence(o, 1, 1)
+    net.set_temporal_virtual_evidence(h, 3, [0.25, 0.5, 1.0])
+    net.add_case("c")
+    net.save_network_to_case("c")
+    stored = [(e.slice, e.outcome, list(e.virtual_evidence)) for e in net.get_case_temporal_evidence("c", o)]
+    assert stored == [(1, 1, [])]
+    net.clear_all_evidence()
+    assert not net.has_temporal_evidence(o) and not net.has_temporal_evidence(h)
+    net.apply_case_to_network("c")
+    assert net.get_temporal_evidence(o, 1) == 1
+    assert net.get_temporal_virtual_evidence(h, 3) == [0.25, 0.5, 1.0]
