@@ -452,8 +452,9 @@ void VEK_dynamicNet::OnOutcomeInsert(int node, int position) {
                 t.matrix.IncreaseDimensionSize(static_cast<int>(d));
                 t.matrix.ShiftDataUpwards(static_cast<int>(d), position, 0.0);
             }
-            // Columns made of the new parent outcome are zero: uniform.
-            if (static_cast<int>(c) != node) t.matrix.Normalize();
+            // Columns of a new parent outcome are zero and become uniform;
+            // the others still sum to 1.
+            t.matrix.Normalize();
         }
     }
 }

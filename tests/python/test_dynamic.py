@@ -300,3 +300,10 @@ def test_cases_store_and_apply_evidence_per_slice():
     net.apply_case_to_network("c")
     assert net.get_temporal_evidence(o, 1) == 1
     assert net.get_temporal_virtual_evidence(h, 3) == [0.25, 0.5, 1.0]
+
+
+def test_text_format_refuses_temporal_arcs(tmp_path):
+    net, h, _ = _hmm(2)
+    with pytest.raises(pyquarn.QUARNException) as info:
+        net.write_file(str(tmp_path / "n.vek"))
+    assert "cannot hold temporal arcs" in str(info.value)
