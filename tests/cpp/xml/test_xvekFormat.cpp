@@ -361,12 +361,12 @@ TEST(XvekDocument, SemanticFaultsUseTheLoadersMessages) {
         std::string doc;
         const char* message;
     } cases[] = {
-        // Equation nodes and temporal definitions are refused by name.
+        // Equation nodes are refused by name; temporal definitions need a plate node.
         {Doc(kAB + "<equation id=\"E\"><definition lower=\"0\" upper=\"1\">E=1</definition></equation>"),
          "Equation nodes are not supported yet: 'E'"},
         {Doc(kAB, "<dynamic numslices=\"3\"><cpt id=\"A\" order=\"1\"><parents>A</parents>"
                   "<probabilities>1 0 0 1</probabilities></cpt></dynamic>"),
-         "Temporal definitions of dynamic networks are not supported yet"},
+         "Node is not part of temporal plate: 'A'"},
         {Doc("<cpt id=\"1bad\"><state id=\"a\"/><state id=\"b\"/><probabilities>1 0</probabilities></cpt>"),
          "Invalid node identifier: '1bad'"},
         {Doc(kAB + "<cpt id=\"A\"><state id=\"a\"/><state id=\"b\"/><probabilities>1 0</probabilities></cpt>"),
