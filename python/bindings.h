@@ -30,6 +30,10 @@ void BindNumpy(PyNetworkClass& cls);
 void BindPythonic(PyNetworkClass& cls, py::module_& learning);
 void BindDrawing(PyNetworkClass& cls);
 void BindDistributed(PyNetworkClass& cls);
+void BindDynamic(PyNetworkClass& cls);
+
+// The record returned by unrolling.
+void RegisterUnrollResults(py::module_& m);
 
 // The analysis classes and records.
 void RegisterAnnealedMapResults(py::module_& m);

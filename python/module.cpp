@@ -334,9 +334,8 @@ PYBIND11_MODULE(pyquarn, m) {
 
     RegisterEnumerations(m);
 
-    // Classes in registration order. UnrollResults comes before ValueOfInfo
-    // and the structure-learning classes join the learning ones, each at
-    // its place once its engine side exists.
+    // Classes in registration order. The structure-learning classes join the
+    // learning ones, each at its place once its engine side exists.
     RegisterAnnealedMapResults(m);
     RegisterAnnealedMapTuning(m);
     RegisterMpeResults(m);
@@ -348,6 +347,7 @@ PYBIND11_MODULE(pyquarn, m) {
     network.def(py::init<>(), "Creates an empty network");
     RegisterObservationInfo(m);
     RegisterTemporalInfo(m);
+    RegisterUnrollResults(m);
     RegisterValueOfInfo(m);
     RegisterDiagNetwork(m);
     RegisterUserProperty(m);
@@ -385,6 +385,7 @@ PYBIND11_MODULE(pyquarn, m) {
     BindPresentation(network);
     BindUserProperties(network);
     BindDiagnostics(network);
+    BindDynamic(network);
     BindCases(network);
     BindAnalysis(network);
     BindNumpy(network);

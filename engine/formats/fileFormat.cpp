@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "formats/formatRegistry.h"
+#include "dynamic/dynamicNet.h"
 #include "network/identifier.h"
 #include "network/network.h"
 #include "network/node.h"
@@ -1073,6 +1074,9 @@ int VEK_network::TakeOverReadNetwork(VEK_network& fresh) {
     textBoxes_.swap(fresh.textBoxes_);
     extFunctions_.swap(fresh.extFunctions_);
     sliceCount_ = fresh.sliceCount_;
+    dynamic_.swap(fresh.dynamic_);
+    if (dynamic_) dynamic_->Rebind(*this);
+    if (fresh.dynamic_) fresh.dynamic_->Rebind(fresh);
     infCache_.Reset();
     scopeDirty_ = false;
     return VEK_OKAY;

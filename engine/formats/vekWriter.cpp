@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "dynamic/dynamicNet.h"
 #include "formats/fileFormat.h"
 #include "network/cast.h"
 #include "network/cpt.h"
@@ -287,6 +288,12 @@ std::string VekWriter::SubmodelId(int handle) const {
 // ============================================================== network
 
 int VekWriter::Write() {
+    // Temporal arcs and tables are kept by the XML format; a text file
+    // without them would silently lose the model.
+    if (const VEK_dynamicNet* dyn = net_.GetDynamic(); dyn && dyn->GetMaxTemporalOrder() > 0) {
+        return net_.Logger().LogError(VEK_WRONG_NODE_TYPE,
+                                      "The text network format cannot hold temporal arcs; use the XML format");
+    }
     out_.Write("// Network in the pyquarn text format\n");
     Open("network", net_.Header().GetId(), kId);
     WriteNetworkFields();

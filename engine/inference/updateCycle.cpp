@@ -15,6 +15,7 @@
 #include "inference/sampling.h"
 #include "network/mau.h"
 #include "network/network.h"
+#include "dynamic/dbnSolver.h"
 #include "network/nodeDef.h"
 
 unsigned VEK_initRelevanceFlags() {
@@ -79,10 +80,10 @@ int VEK_network::DoUpdateBeliefs() {
     if (nodeCount_ == 0) return CallBNAlgorithm();
     bool influence = false;
     bool equations = false;
-    for (int h = 0; h < GetSlotCount(); ++h) {
-        if (nodes_[h] && nodes_[h]->GetTemporalType() == VEK_TEMPORAL_PLATE) {
-            return logger_.LogError(VEK_WRONG_NODE_TYPE, "Dynamic network update is not available");
-        }
+    if (HasPlateNodes()) {
+        RemoveJpts();
+        InferenceCache().BumpBeliefsVersion();
+        return VEK_dbnSolver(*this).UpdateBeliefs();
     }
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (!nodes_[h]) continue;

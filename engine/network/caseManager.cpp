@@ -3,6 +3,7 @@
 #include <cmath>
 #include <string>
 
+#include "dynamic/dynamicNet.h"
 #include "network/discVal.h"
 #include "network/network.h"
 
@@ -84,9 +85,15 @@ int VEK_caseManager::ApplyToNetwork(int i, VEK_network& net) const {
     net.ClearAllEvidence();
     int first = VEK_OKAY;
     for (const auto& e : c->evidence) {
-        if (e.slice >= 0) continue;  // temporal evidence needs dynamic networks
-        VEK_nodeVal* v = net.GetVal(e.node);
         int res = VEK_OKAY;
+        if (e.slice >= 0) {
+            // Numeric temporal evidence belongs to continuous nodes, not read here.
+            if (e.type == VEK_CASE_DISCRETE) res = net.Dynamic().SetTemporalEvidence(e.node, e.slice, e.outcome);
+            if (e.type == VEK_CASE_VIRTUAL) res = net.Dynamic().SetTemporalVirtualEvidence(e.node, e.slice, e.virtualEvidence);
+            if (res < 0 && first == VEK_OKAY) first = res;
+            continue;
+        }
+        VEK_nodeVal* v = net.GetVal(e.node);
         switch (e.type) {
             case VEK_CASE_DISCRETE: res = v->SetEvidence(e.outcome); break;
             case VEK_CASE_CONTINUOUS: res = v->SetEvidence(e.value); break;
@@ -127,6 +134,23 @@ int VEK_caseManager::SaveFromNetwork(int i, const VEK_network& net) {
             c->evidence.push_back(e);
         }
         if (n->IsTarget()) c->targets.push_back(h);
+        const VEK_dynamicNet* dyn = net.GetDynamic();
+        if (!dyn || n->GetTemporalType() != VEK_TEMPORAL_PLATE) continue;
+        for (int t = 0; t < net.GetNumberOfSlices(); ++t) {
+            VEK_caseEvidence te;
+            te.node = h;
+            te.slice = t;
+            te.outcome = dyn->GetTemporalEvidence(h, t);
+            if (te.outcome >= 0) {
+                te.type = VEK_CASE_DISCRETE;
+                c->evidence.push_back(te);
+            } else if (const std::vector<double>* ve = dyn->GetTemporalVirtualEvidence(h, t)) {
+                te.outcome = -1;
+                te.type = VEK_CASE_VIRTUAL;
+                te.virtualEvidence = *ve;
+                c->evidence.push_back(te);
+            }
+        }
     }
     return VEK_OKAY;
 }

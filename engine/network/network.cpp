@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "dynamic/dynamicNet.h"
 #include "network/identifier.h"
 
 VEK_network::VEK_network() : relevanceMask_(VEK_initRelevanceFlags()), randGen_(1) {}
@@ -71,6 +72,7 @@ void VEK_network::CopyFrom(const VEK_network& other) {
     textBoxes_ = other.textBoxes_;
     extFunctions_ = other.extFunctions_;
     sliceCount_ = other.sliceCount_;
+    dynamic_.reset(other.dynamic_ ? new VEK_dynamicNet(*other.dynamic_, *this) : nullptr);
 }
 
 void VEK_network::Clear() {
@@ -102,6 +104,7 @@ void VEK_network::Clear() {
     textBoxes_.clear();
     extFunctions_.clear();
     sliceCount_ = 0;
+    dynamic_.reset();
 }
 
 // ---------------------------------------------------------------- nodes
@@ -159,6 +162,7 @@ int VEK_network::DeleteNode(int handle) {
 int VEK_network::RemoveNodeSlot(int handle) {
     VEK_updateImmediateContext scope(*this);
     orderValid_ = false;
+    if (dynamic_) dynamic_->OnNodeDeleting(handle);
     VEK_node* node = nodes_[handle].get();
     while (node->Children().GetSize() > 0) RemoveArc(handle, node->Children()[node->Children().GetSize() - 1]);
     while (node->Parents().GetSize() > 0) RemoveArc(node->Parents()[node->Parents().GetSize() - 1], handle);
@@ -307,7 +311,9 @@ int VEK_network::ChangeOrderOfParents(int handle, const VEK_intArray& newOrder) 
     VEK_updateImmediateContext scope(*this);
     int res = node->Definition()->OnParentReorder(newOrder);
     if (res < 0) return res;
+    const std::vector<int> oldParents(parents.begin(), parents.end());
     parents.ChangeOrder(newOrder);
+    if (dynamic_) dynamic_->OnParentsReordered(handle, oldParents);
     RelevanceDefinitionChanged(handle, VEK_REL_DEF_CHANGE_1);
     scopeDirty_ = true;
     return VEK_OKAY;
@@ -316,7 +322,9 @@ int VEK_network::ChangeOrderOfParents(int handle, const VEK_intArray& newOrder) 
 int VEK_network::ChangeNodeType(int handle, int type) {
     VEK_node* node = GetNode(handle);
     if (!node) return VEK_OUT_OF_RANGE;
-    return node->ChangeType(type);
+    int res = node->ChangeType(type);
+    if (dynamic_) dynamic_->Conform();
+    return res;
 }
 
 // ---------------------------------------------------------------- arcs
@@ -364,6 +372,7 @@ int VEK_network::AddArc(int parent, int child, int arcType) {
         logger_.LogError(res, "Arc rejected by child node");
         return res;
     }
+    if (dynamic_) dynamic_->OnArcAdded(parent, child);
     RelevanceArcAdded(parent, child);
     scopeDirty_ = true;
     return VEK_OKAY;
@@ -379,6 +388,7 @@ int VEK_network::RemoveArc(int parent, int child, int arcType) {
     if (ci < 0) return VEK_OUT_OF_RANGE;
     VEK_updateImmediateContext scope(*this);
     orderValid_ = false;
+    if (dynamic_) dynamic_->OnArcRemoving(parent, child);
     c->Definition()->RemoveParent(parent);
     p->Children().Delete(ci);
     int pi = c->Parents().FindPosition(parent);
@@ -708,7 +718,58 @@ int VEK_network::SetLBPParams(const VEK_LBPParams& p) {
 
 int VEK_network::SetNumberOfSlices(int n) {
     if (n < 0) return VEK_OUT_OF_RANGE;
+    if (n == sliceCount_) return VEK_OKAY;
     sliceCount_ = n;
+    if (dynamic_) dynamic_->OnSliceCountChanged(n);
+    InvalidateAllBeliefs();
+    return VEK_OKAY;
+}
+
+VEK_dynamicNet& VEK_network::Dynamic() {
+    if (!dynamic_) dynamic_ = std::make_unique<VEK_dynamicNet>(*this);
+    return *dynamic_;
+}
+
+bool VEK_network::HasPlateNodes() const {
+    for (const auto& n : nodes_) {
+        if (n && n->GetTemporalType() == VEK_TEMPORAL_PLATE) return true;
+    }
+    return false;
+}
+
+namespace {
+// Temporal types that allow an arc from parent to child.
+bool TemporalArcAllowed(int pt, int ct) {
+    if (pt == VEK_TEMPORAL_TERMINAL) return ct == VEK_TEMPORAL_TERMINAL;
+    if (pt == VEK_TEMPORAL_PLATE) return ct == VEK_TEMPORAL_PLATE || ct == VEK_TEMPORAL_TERMINAL;
+    return true;
+}
+}  // namespace
+
+int VEK_network::SetTemporalType(int handle, int type) {
+    VEK_node* node = GetNode(handle);
+    if (!node || type < VEK_TEMPORAL_CONTEMPORAL || type > VEK_TEMPORAL_PLATE) return VEK_OUT_OF_RANGE;
+    const int old = node->GetTemporalType();
+    if (old == type) return VEK_OKAY;
+    for (int p : node->Parents()) {
+        if (!TemporalArcAllowed(nodes_[p]->GetTemporalType(), type)) {
+            return logger_.VLogError(VEK_WRONG_NODE_TYPE, "Parent '%s' does not allow this temporal type", GetNodeId(p));
+        }
+    }
+    for (int c : node->Children()) {
+        if (!TemporalArcAllowed(type, nodes_[c]->GetTemporalType())) {
+            return logger_.VLogError(VEK_WRONG_NODE_TYPE, "Child '%s' does not allow this temporal type", GetNodeId(c));
+        }
+    }
+    VEK_updateImmediateContext scope(*this);
+    node->SetTemporalType(type);
+    if (dynamic_) {
+        if (old == VEK_TEMPORAL_PLATE) dynamic_->OnTemporalTypeChanged(handle);
+        dynamic_->Conform();
+    }
+    RelevanceDefinitionChanged(handle, VEK_REL_DEF_CHANGE_1);
+    InvalidateAllBeliefs();
+    scopeDirty_ = true;
     return VEK_OKAY;
 }
 

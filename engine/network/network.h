@@ -23,6 +23,7 @@
 class VEK_network;
 class VEK_fileFormat;
 class VEK_inferenceCache;
+class VEK_dynamicNet;
 
 // Owns a network's inference cache (compiled join trees, stored potentials);
 // created on first use, never copied with the network.
@@ -300,9 +301,16 @@ public:
     VEK_randGen& GetRandGen() { return randGen_; }
     void RestartRandGen() { randGen_.Init(static_cast<unsigned>(randSeed_)); }
 
-    // ---- dynamic networks (slices only, for now) ------------------------
+    // ---- dynamic networks ------------------------------------------------
     int GetNumberOfSlices() const { return sliceCount_; }
     int SetNumberOfSlices(int n);
+    // -51 when the node's arcs do not allow the type.
+    int SetTemporalType(int handle, int type);
+    // Temporal arcs, temporal definitions and evidence per slice (created on
+    // first use; engine/dynamic).
+    VEK_dynamicNet& Dynamic();
+    VEK_dynamicNet* GetDynamic() const { return dynamic_.get(); }
+    bool HasPlateNodes() const;
 
     // Reads an integer user property; the default when absent or not a number.
     int GetIntProperty(const char* name, int defaultValue) const;
@@ -368,6 +376,7 @@ private:
     std::vector<VEK_textBox> textBoxes_;
     std::vector<std::string> extFunctions_;
     int sliceCount_ = 0;
+    std::unique_ptr<VEK_dynamicNet> dynamic_;
     int reading_ = 0;
     VEK_inferenceCacheHolder infCache_;
 };

@@ -1,11 +1,14 @@
 // Outcome notifications, evidence-wide operations and targets.
 #include "network/network.h"
 
+#include "dynamic/dynamicNet.h"
+
 void VEK_network::OnAddOutcome(int handle, int outcome) {
     VEK_node* n = GetNode(handle);
     if (!n) return;
     n->Value()->OnOutcomeInsert(outcome);
     for (int c : n->CostChildren()) nodes_[c]->RebuildCostTable();
+    if (dynamic_) dynamic_->OnOutcomeInsert(handle, outcome);
     scopeDirty_ = true;
 }
 
@@ -14,6 +17,7 @@ void VEK_network::OnDeleteOutcome(int handle, int outcome) {
     if (!n) return;
     n->Value()->OnOutcomeRemove(outcome);
     for (int c : n->CostChildren()) nodes_[c]->RebuildCostTable();
+    if (dynamic_) dynamic_->OnOutcomeRemove(handle, outcome);
     scopeDirty_ = true;
 }
 
@@ -22,6 +26,7 @@ void VEK_network::OnReorderOutcomes(int handle, const VEK_intArray& order) {
     if (!n) return;
     n->Value()->OnOutcomeReorder(order);
     for (int c : n->CostChildren()) nodes_[c]->RebuildCostTable();
+    if (dynamic_) dynamic_->OnOutcomeReorder(handle, order);
     scopeDirty_ = true;
 }
 
@@ -30,6 +35,7 @@ void VEK_network::OnOutcomeCountChanged(int handle) {
     if (!n) return;
     n->Value()->OnOutcomeCountChange();
     for (int c : n->CostChildren()) nodes_[c]->RebuildCostTable();
+    if (dynamic_) dynamic_->OnOutcomeCountChanged(handle);
     scopeDirty_ = true;
 }
 
@@ -50,6 +56,7 @@ int VEK_network::ClearAllEvidence() {
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (nodes_[h] && nodes_[h]->Value()->IsPropagatedEvidence()) nodes_[h]->Value()->ClearPropagatedEvidence();
     }
+    if (dynamic_) dynamic_->ClearAllTemporalEvidence();
     InvalidateAllBeliefs();
     scopeDirty_ = true;
     return VEK_OKAY;

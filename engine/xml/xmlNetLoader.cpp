@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 
+#include "dynamic/dynamicNet.h"
 #include "equations/equation.h"
 #include "network/cast.h"
 #include "network/cpt.h"
@@ -311,10 +312,22 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
     // ---- temporal structure ----
     Handler* dynamic = Bind("dynamic", &XmlNetLoader::OnDynamicStart);
     dynamic->AddAttribute("numslices", true);
+    Handler* temporalParents =
+        Bind("parents", &XmlNetLoader::OnTemporalParentsStart, nullptr, &XmlNetLoader::OnTemporalParentItem);
+    Handler* temporalTable = Bind("probabilities", &XmlNetLoader::OnTemporalTableStart,
+                                  &XmlNetLoader::OnTemporalTableEnd, &XmlNetLoader::OnFillItem);
     for (const char* name : {"cpt", "deterministic", "noisymax", "noisyadder", "demorgan", "equation", "node"}) {
-        Handler* temporal = Bind(name, &XmlNetLoader::OnTemporalStart);
-        temporal->AddAttribute("id", false);
-        temporal->AddAttribute("order", false);
+        // Temporal tables are probability tables: the other kinds are refused.
+        const bool table = std::strcmp(name, "cpt") == 0 || std::strcmp(name, "node") == 0;
+        Handler* temporal =
+            Bind(name, table ? &XmlNetLoader::OnTemporalStart : &XmlNetLoader::OnTemporalKindStart,
+                 &XmlNetLoader::OnTemporalEnd);
+        temporal->AddAttribute("id", true);
+        temporal->AddAttribute("order", true);
+        if (table) {
+            temporal->AddChild(temporalParents, 0);
+            temporal->AddChild(temporalTable, 0);
+        }
         dynamic->AddChild(temporal, XmlChildMayRepeat);
     }
     root->AddChild(dynamic, 0);
@@ -433,8 +446,70 @@ void XmlNetLoader::OnDynamicStart(IXmlReader* r) {
     if (net_.SetNumberOfSlices(slices) < 0) Fail(r, "Invalid number of slices", std::to_string(slices));
 }
 
+void XmlNetLoader::OnTemporalKindStart(IXmlReader* r) {
+    std::string id;
+    r->GetAttribute("id", id);
+    Fail(r, "Invalid temporal defintion type", id);
+}
+
 void XmlNetLoader::OnTemporalStart(IXmlReader* r) {
-    Fail(r, "Temporal definitions of dynamic networks are not supported yet");
+    temporalNode_ = -1;
+    temporalParents_.clear();
+    temporalArcsAdded_ = false;
+    r->GetAttribute("id", nodeId_);
+    const int node = FindNode(nodeId_);
+    if (node < 0 || net_.GetNode(node)->GetTemporalType() != VEK_TEMPORAL_PLATE) {
+        return Fail(r, "Node is not part of temporal plate", nodeId_);
+    }
+    if (!r->GetAttribute("order", temporalOrder_, 0)) return;
+    if (temporalOrder_ < 1) return Fail(r, "Temporal defintion not found", nodeId_);
+    temporalNode_ = node;
+}
+
+void XmlNetLoader::OnTemporalParentsStart(IXmlReader*) { temporalParents_.clear(); }
+
+void XmlNetLoader::OnTemporalParentItem(IXmlReader* r) {
+    if (temporalNode_ < 0) return;
+    const std::string& id = r->GetContent();
+    const int p = FindNode(id);
+    if (p < 0) return Fail(r, "Node parent not found: ", id);
+    temporalParents_.push_back(p);
+}
+
+bool XmlNetLoader::AddTemporalArcs(IXmlReader* r) {
+    if (temporalArcsAdded_) return true;
+    temporalArcsAdded_ = true;
+    if (temporalParents_.empty()) {
+        Fail(r, "No temporal parents specified", nodeId_);
+        return false;
+    }
+    for (int p : temporalParents_) {
+        if (net_.Dynamic().AddTemporalArc(p, temporalNode_, temporalOrder_) < 0) {
+            Fail(r, "AddTemporalArc failed", nodeId_);
+            return false;
+        }
+    }
+    return true;
+}
+
+void XmlNetLoader::OnTemporalTableStart(IXmlReader* r) {
+    if (temporalNode_ < 0 || !AddTemporalArcs(r)) return;
+    const VEK_Dmatrix* m = net_.Dynamic().GetTemporalDefinition(temporalNode_, temporalOrder_);
+    if (!m) return Fail(r, "Temporal defintion not found", nodeId_);
+    temporalTable_.assign(static_cast<size_t>(m->GetSize()), 0.0);
+    BeginFill(r, temporalTable_.data(), m->GetSize(), "SetProbabilities failed");
+}
+
+void XmlNetLoader::OnTemporalTableEnd(IXmlReader* r) {
+    if (!fill_) return;
+    fill_ = nullptr;
+    if (fillCount_ != fillSize_) return Fail(r, fillFailure_, nodeId_);
+    net_.Dynamic().SetTemporalDefinition(temporalNode_, temporalOrder_, temporalTable_);
+}
+
+void XmlNetLoader::OnTemporalEnd(IXmlReader* r) {
+    if (temporalNode_ >= 0) AddTemporalArcs(r);
+    temporalNode_ = -1;
 }
 
 void XmlNetLoader::OnEquationDefStart(IXmlReader* r) {

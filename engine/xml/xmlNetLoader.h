@@ -16,8 +16,9 @@
 //   defaults; `noisymax` takes `synchronized`, `noisyadder` `dstate` (the
 //   node's distinguished state) and `dstates` of one per parent (a list one
 //   longer starts with the node's own);
-// - `dynamic` with `numslices` only is read; temporal definitions inside it
-//   are refused as not supported yet;
+// - `dynamic` holds one `cpt` (or `node`) element per plate node and
+//   temporal order, with the temporal parents of that order in `parents` and
+//   the table of that order in `probabilities`; other kinds are refused;
 // - an `equation` node's bounds are set before its equation, and its
 //   `discretization` after both.
 #pragma once
@@ -80,6 +81,13 @@ private:
     void OnEquationDefEnd(IXmlReader* r);
     void OnIntervalStart(IXmlReader* r);
     void OnDiscretizationEnd(IXmlReader* r);
+    void OnTemporalKindStart(IXmlReader* r);
+    void OnTemporalEnd(IXmlReader* r);
+    void OnTemporalParentsStart(IXmlReader* r);
+    void OnTemporalParentItem(IXmlReader* r);
+    void OnTemporalTableStart(IXmlReader* r);
+    void OnTemporalTableEnd(IXmlReader* r);
+    bool AddTemporalArcs(IXmlReader* r);
 
     // ---- nodes ----
     void StartNode(IXmlReader* r, Kind kind);
@@ -195,6 +203,13 @@ private:
     // Observation costs.
     int costNode_ = -1;
     bool costFilled_ = false;
+
+    // The temporal definition being read.
+    int temporalNode_ = -1;
+    int temporalOrder_ = 0;
+    bool temporalArcsAdded_ = false;
+    std::vector<int> temporalParents_;
+    std::vector<double> temporalTable_;
 
     // Cases.
     VEK_case* case_ = nullptr;

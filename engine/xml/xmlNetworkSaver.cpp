@@ -1,10 +1,12 @@
 #include "xml/xmlNetworkSaver.h"
 
+
 #include <charconv>
 #include <cstring>
 #include <memory>
 #include <new>
 
+#include "dynamic/dynamicNet.h"
 #include "equations/equation.h"
 #include "network/cast.h"
 #include "network/cpt.h"
@@ -122,7 +124,12 @@ int XmlNetworkSaver::DoSave() {
     for (int h : order_) temporal |= net_.GetNode(h)->GetTemporalType() != 0;
     if (net_.GetNumberOfSlices() > 0 && temporal) {
         w_.PushAttribute("numslices", net_.GetNumberOfSlices());
-        w_.WriteElement("dynamic", nullptr);
+        const VEK_dynamicNet* dyn = net_.GetDynamic();
+        if (!dyn || dyn->GetMaxTemporalOrder() == 0) {
+            w_.WriteElement("dynamic", nullptr);
+        } else {
+            WriteTemporalDefinitions(*dyn);
+        }
     }
     if (extension_ && (!builtIn_ || builtIn_->HasContent())) {
         IXmlWriter::ScopedElement extensions(&w_, "extensions");
@@ -360,6 +367,29 @@ void XmlNetworkSaver::Visit(VEK_demorgan* def) {
     }
     w_.WriteElement("priorbelief", DoubleText(def->GetPriorBelief()).c_str());
     EndNode("demorgan");
+}
+
+// One element per plate node and temporal order: that order's temporal
+// parents and table.
+void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
+    IXmlWriter::ScopedElement dynamic(&w_, "dynamic");
+    std::vector<int> orders;
+    std::vector<VEK_temporalArc> arcs;
+    for (int h : order_) {
+        if (net_.GetNode(h)->GetTemporalType() != VEK_TEMPORAL_PLATE) continue;
+        dyn.GetTemporalOrders(h, orders);
+        for (int k : orders) {
+            w_.PushAttribute("id", net_.GetNodeId(h));
+            w_.PushAttribute("order", k);
+            IXmlWriter::ScopedElement temporal(&w_, "cpt");
+            dyn.GetTemporalParents(h, k, arcs);
+            strings_.clear();
+            for (const VEK_temporalArc& a : arcs) strings_.push_back(net_.GetNodeId(a.node));
+            w_.WriteStringArray("parents", strings_.data(), static_cast<int>(strings_.size()));
+            const VEK_Dmatrix* m = dyn.GetTemporalDefinition(h, k);
+            w_.WriteDoubleArray("probabilities", m->Items(), m->GetSize());
+        }
+    }
 }
 
 void XmlNetworkSaver::WriteCosts() {

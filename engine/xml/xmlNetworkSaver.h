@@ -8,6 +8,7 @@
 
 #include "network/nodeDefVisitor.h"
 
+class VEK_dynamicNet;
 class VEK_network;
 class VEK_nodeDef;
 class VEK_discDef;
@@ -53,6 +54,7 @@ private:
     void WriteStates(const VEK_discDef& def);
     void WriteParents();
     void WriteNodes();
+    void WriteTemporalDefinitions(const VEK_dynamicNet& dyn);
     void WriteCosts();
     void WriteCases();
 

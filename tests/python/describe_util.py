@@ -86,8 +86,22 @@ def _cases(net):
     return out
 
 
+def _temporal(net):
+    slices = range(net.get_slice_count())
+    out = [net.get_slice_count(), net.get_temporal_plate_position(), net.get_temporal_plate_widths()]
+    for h in net.get_all_nodes():
+        orders = net.get_temporal_orders(h)
+        out.append((int(net.get_node_temporal_type(h)), orders,
+                    [([(p.parent_handle, p.order) for p in net.get_temporal_parents(h, k)],
+                      net.get_node_temporal_definition(h, k)) for k in orders],
+                    [(_get(net.get_temporal_evidence, h, s), _get(net.get_temporal_virtual_evidence, h, s))
+                     for s in slices]))
+    return out
+
+
 def describe(net):
     return {
+        "temporal": _temporal(net),
         "core": describe_core(net),
         "nodes": {h: _node(net, h) for h in net.get_all_nodes()},
         "submodels": _submodels(net),

@@ -105,6 +105,7 @@ CLASS_DOCS = [
     ("Network", "Bayesian network structure and inference engine"),
     ("ObservationInfo", "Information about an observation in diagnostic reasoning"),
     ("TemporalInfo", "Temporal configuration information for dynamic networks"),
+    ("UnrollResults", "Results of temporal unrolling of a dynamic network"),
     ("ValueOfInfo", "Value of Information analysis results"),
     ("DiagNetwork", "Wrapper for diagnostic Bayesian networks"),
     ("UserProperty", "User-defined property attached to a network or node"),

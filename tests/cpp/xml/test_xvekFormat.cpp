@@ -366,7 +366,7 @@ TEST(XvekDocument, SemanticFaultsUseTheLoadersMessages) {
          "Expression parse error: 'E'"},
         {Doc(kAB, "<dynamic numslices=\"3\"><cpt id=\"A\" order=\"1\"><parents>A</parents>"
                   "<probabilities>1 0 0 1</probabilities></cpt></dynamic>"),
-         "Temporal definitions of dynamic networks are not supported yet"},
+         "Node is not part of temporal plate: 'A'"},
         {Doc("<cpt id=\"1bad\"><state id=\"a\"/><state id=\"b\"/><probabilities>1 0</probabilities></cpt>"),
          "Invalid node identifier: '1bad'"},
         {Doc(kAB + "<cpt id=\"A\"><state id=\"a\"/><state id=\"b\"/><probabilities>1 0</probabilities></cpt>"),

@@ -1,0 +1,129 @@
+// The dynamic-network extension of a network: temporal arcs between plate
+// nodes, the temporal definitions they call for, evidence per time slice and
+// the temporal plate's presentation.
+//
+// A temporal arc (parent, child, order k >= 1) links the parent in slice t-k
+// to the child in slice t. A plate node whose incoming temporal arcs have the
+// orders K = {k1 < k2 < ...} has one table per order in K besides its
+// ordinary definition; slice t uses the table of the largest order in K that
+// is at most t, and the ordinary definition when there is none. The table of
+// order k is indexed by the node's static parents in parent order (anchor
+// parents excepted: they reach slice 0 only), then its temporal parents of
+// orders 1 to k (by increasing order, within one order in the order their
+// arcs were added), with the node's own outcome fastest.
+#pragma once
+
+#include <vector>
+
+#include "network/dmatrix.h"
+#include "network/screenInfo.h"
+
+class VEK_network;
+
+struct VEK_temporalArc {
+    int node;  // the parent (or, for children lists, the child)
+    int order;
+    bool operator==(const VEK_temporalArc&) const = default;
+};
+
+class VEK_dynamicNet {
+public:
+    explicit VEK_dynamicNet(VEK_network& net) : net_(&net) {}
+    VEK_dynamicNet(const VEK_dynamicNet& other, VEK_network& net);
+    // The network took the extension over from another (file reading).
+    void Rebind(VEK_network& net) { net_ = &net; }
+
+    // ---- temporal arcs ----------------------------------------------------
+    int AddTemporalArc(int parent, int child, int order);
+    int RemoveTemporalArc(int parent, int child, int order);
+    bool TemporalArcExists(int parent, int child, int order) const;
+    // Incoming arcs in the order they were added.
+    const std::vector<VEK_temporalArc>& GetTemporalParents(int node) const;
+    // Parents of exactly this order, in the order their arcs were added.
+    void GetTemporalParents(int node, int order, std::vector<VEK_temporalArc>& out) const;
+    // Outgoing arcs (child handle, order), children in handle order.
+    void GetTemporalChildren(int node, std::vector<VEK_temporalArc>& out) const;
+    // Distinct orders of the node's incoming arcs, ascending.
+    void GetTemporalOrders(int node, std::vector<int>& out) const;
+    int GetMaxNodeTemporalOrder(int node) const;
+    int GetMaxTemporalOrder() const;
+    // The parents that index the node's table of this order (0: the ordinary
+    // definition), as (handle, order) with order 0 for static parents.
+    int GetUnrolledParents(int node, int order, std::vector<VEK_temporalArc>& out) const;
+    // The order of the table used in slice t (0: the ordinary definition).
+    int OrderForSlice(int node, int slice) const;
+
+    // ---- temporal definitions -----------------------------------------------
+    // Order 0 is the node's ordinary definition. -2 for an order the node has
+    // no table for, -2 for a wrong size.
+    int SetTemporalDefinition(int node, int order, const std::vector<double>& values);
+    // Null for an order the node has no table for; order 0 is the ordinary
+    // definition's probability table.
+    const VEK_Dmatrix* GetTemporalDefinition(int node, int order) const;
+
+    // ---- evidence per slice -------------------------------------------------
+    int SetTemporalEvidence(int node, int slice, int outcome);
+    int GetTemporalEvidence(int node, int slice) const;  // -1 when none
+    int SetTemporalVirtualEvidence(int node, int slice, const std::vector<double>& likelihoods);
+    const std::vector<double>* GetTemporalVirtualEvidence(int node, int slice) const;
+    bool IsTemporalEvidence(int node, int slice) const;
+    bool HasTemporalEvidence(int node) const;
+    int ClearTemporalEvidence(int node, int slice);
+    void ClearAllTemporalEvidence();
+
+    // ---- temporal plate presentation -----------------------------------------
+    VEK_rectangle& PlatePosition() { return platePosition_; }
+    const VEK_rectangle& PlatePosition() const { return platePosition_; }
+    int GetLeftWidth() const { return leftWidth_; }
+    int GetRightWidth() const { return rightWidth_; }
+    void SetPlateWidths(int left, int right) { leftWidth_ = left; rightWidth_ = right; }
+
+    // ---- reactions to changes of the network ------------------------------------
+    void OnArcAdded(int parent, int child);
+    void OnArcRemoving(int parent, int child);
+    void OnParentsReordered(int node, const std::vector<int>& oldParents);
+    void OnNodeDeleting(int node);
+    void OnTemporalTypeChanged(int node);
+    void OnOutcomeInsert(int node, int position);
+    void OnOutcomeRemove(int node, int position);
+    void OnOutcomeReorder(int node, const VEK_intArray& order);
+    void OnOutcomeCountChanged(int node);
+    void OnSliceCountChanged(int count);
+    // Makes every table match the current graph again (uniform where it did
+    // not), for changes that no notification describes (type changes).
+    void Conform();
+
+private:
+    struct Table {
+        int order;
+        VEK_Dmatrix matrix;
+    };
+    struct NodeRec {
+        std::vector<VEK_temporalArc> parents;
+        std::vector<Table> tables;  // ascending order
+        std::vector<int> evidence;  // per slice, -1 for none
+        std::vector<std::vector<double>> virtualEvidence;  // per slice, empty for none
+    };
+
+    NodeRec* Rec(int node);
+    const NodeRec* Rec(int node) const;
+    Table* FindTable(NodeRec& r, int order);
+    // The nodes whose outcomes are the dimensions of the table of this order.
+    void DimOwners(int node, int order, std::vector<int>& owners) const;
+    void DimSizes(const std::vector<int>& owners, VEK_intArray& sizes) const;
+    // Builds a table over owners from one over a subsequence of them: each
+    // column of the source is copied to every combination of the new parents.
+    void Expand(const VEK_Dmatrix& src, const std::vector<int>& srcOwners, const std::vector<int>& dstOwners,
+                VEK_Dmatrix& dst) const;
+    // The table a new order starts from: the nearest lower order's table,
+    // expanded over the parents it lacks.
+    void MakeTable(int node, int order, VEK_Dmatrix& out) const;
+    bool IsStaticDim(int node, int parent) const;
+    void Changed(int node);
+
+    VEK_network* net_;
+    std::vector<NodeRec> recs_;  // by handle
+    VEK_rectangle platePosition_;
+    int leftWidth_ = 0;
+    int rightWidth_ = 0;
+};

@@ -1,0 +1,139 @@
+#include "dynamic/unroll.h"
+
+#include <string>
+
+#include "dynamic/dynamicNet.h"
+#include "network/network.h"
+
+namespace {
+
+std::string UniqueId(const VEK_network& net, const char* id, int slice) {
+    std::string base = std::string(id) + "_" + std::to_string(slice);
+    std::string out = base;
+    for (int k = 2; net.FindNode(out.c_str()) >= 0; ++k) out = base + "_" + std::to_string(k);
+    return out;
+}
+
+}  // namespace
+
+int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>& mapping) {
+    mapping.clear();
+    const int slices = net.GetNumberOfSlices();
+    if (slices < 1) return VEK_OUT_OF_RANGE;
+    const VEK_dynamicNet* dyn = net.GetDynamic();
+    std::vector<int> plates;
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+        const VEK_node* n = net.GetNode(h);
+        if (n->GetTemporalType() != VEK_TEMPORAL_PLATE) continue;
+        plates.push_back(h);
+        if (!n->Definition()->GetMatrix() || n->Definition()->GetDiscreteOutcomeCount() < 1) {
+            return net.Logger().VLogError(VEK_WRONG_NODE_TYPE, "Plate node '%s' has no probability table", n->GetId());
+        }
+        for (int t = 1; t < slices; ++t) {
+            if (dyn && dyn->OrderForSlice(h, t) > 0) continue;
+            for (int p : n->Parents()) {
+                if (net.GetNode(p)->GetTemporalType() == VEK_TEMPORAL_ANCHOR) {
+                    return net.Logger().VLogError(VEK_WRONG_NODE_TYPE,
+                                                  "Plate node '%s' has anchor parents but no temporal arcs", n->GetId());
+                }
+            }
+        }
+    }
+
+    out = net;
+    const unsigned options = out.GetOptions();
+    // The slices repeat an acyclic pattern forward in time: no cycle can form.
+    out.SetOptions(options | VEK_OPT_NO_CYCLE_TEST);
+    if (VEK_dynamicNet* d = out.GetDynamic()) {
+        for (int h : plates) {
+            while (!d->GetTemporalParents(h).empty()) {
+                const VEK_temporalArc a = d->GetTemporalParents(h).back();
+                d->RemoveTemporalArc(a.node, h, a.order);
+            }
+        }
+        d->ClearAllTemporalEvidence();
+    }
+    for (int h = out.GetFirstNode(); h >= 0; h = out.GetNextNode(h)) out.GetNode(h)->SetTemporalType(VEK_TEMPORAL_CONTEMPORAL);
+    out.SetNumberOfSlices(0);
+
+    // copies[t][i]: the handle of plates[i] in slice t.
+    std::vector<std::vector<int>> copies(slices, std::vector<int>(plates.size(), -1));
+    int res = VEK_OKAY;
+    for (size_t i = 0; i < plates.size() && res >= 0; ++i) {
+        copies[0][i] = plates[i];
+        VEK_nodeVal* v = out.GetVal(plates[i]);
+        if (v->IsEvidence() || v->IsVirtualEvidence()) v->ClearEvidence();
+        res = out.ChangeNodeId(plates[i], UniqueId(out, net.GetNodeId(plates[i]), 0).c_str());
+    }
+    auto indexOf = [&plates](int h) {
+        for (size_t i = 0; i < plates.size(); ++i) {
+            if (plates[i] == h) return static_cast<int>(i);
+        }
+        return -1;
+    };
+    for (int t = 1; t < slices && res >= 0; ++t) {
+        for (size_t i = 0; i < plates.size() && res >= 0; ++i) {
+            const int h = plates[i];
+            res = out.AddNode(VEK_CPT, UniqueId(out, net.GetNodeId(h), t).c_str());
+            if (res < 0) break;
+            copies[t][i] = res;
+            res = out.GetDef(res)->SetNumberOfOutcomes(*net.GetDef(h)->GetOutcomeIds());
+        }
+        for (size_t i = 0; i < plates.size() && res >= 0; ++i) {
+            const int h = plates[i];
+            const int c = copies[t][i];
+            const int order = dyn ? dyn->OrderForSlice(h, t) : 0;
+            for (int p : net.GetNode(h)->Parents()) {
+                if (net.GetNode(p)->GetTemporalType() == VEK_TEMPORAL_ANCHOR) continue;
+                const int k = indexOf(p);
+                if ((res = out.AddArc(k >= 0 ? copies[t][k] : p, c)) < 0) break;
+            }
+            for (int k = 1; k <= order && res >= 0; ++k) {
+                for (const VEK_temporalArc& a : dyn->GetTemporalParents(h)) {
+                    if (a.order != k) continue;
+                    if ((res = out.AddArc(copies[t - k][indexOf(a.node)], c)) < 0) break;
+                }
+            }
+            if (res < 0) break;
+            const VEK_Dmatrix* table = order > 0 ? dyn->GetTemporalDefinition(h, order) : net.GetDef(h)->GetMatrix();
+            res = out.GetDef(c)->SetDefinition(*table);
+        }
+    }
+    // Terminal nodes hang from the last slice.
+    for (int h = net.GetFirstNode(); h >= 0 && res >= 0 && slices > 1; h = net.GetNextNode(h)) {
+        const VEK_node* n = net.GetNode(h);
+        if (n->GetTemporalType() != VEK_TEMPORAL_TERMINAL) continue;
+        bool plateParent = false;
+        for (int p : n->Parents()) plateParent = plateParent || indexOf(p) >= 0;
+        if (!plateParent) continue;
+        const VEK_Dmatrix saved(n->Definition()->GetParameters());
+        std::vector<int> wanted;
+        for (int p : n->Parents()) {
+            const int k = indexOf(p);
+            wanted.push_back(k >= 0 ? copies[slices - 1][k] : p);
+            if (k < 0) continue;
+            if ((res = out.RemoveArc(p, h)) < 0 || (res = out.AddArc(wanted.back(), h)) < 0) break;
+        }
+        if (res < 0) break;
+        VEK_intArray perm;
+        for (int w : wanted) perm.Add(out.GetNode(h)->Parents().FindPosition(w));
+        if ((res = out.ChangeOrderOfParents(h, perm)) < 0) break;
+        res = out.GetDef(h)->SetDefinition(saved);
+    }
+    for (int t = 0; t < slices && res >= 0; ++t) {
+        for (size_t i = 0; i < plates.size() && res >= 0; ++i) {
+            mapping.push_back({plates[i], t, copies[t][i]});
+            if (!dyn) continue;
+            VEK_nodeVal* v = out.GetVal(copies[t][i]);
+            if (const int e = dyn->GetTemporalEvidence(plates[i], t); e >= 0) res = v->SetEvidence(e);
+            if (const std::vector<double>* ve = dyn->GetTemporalVirtualEvidence(plates[i], t)) res = v->SetVirtualEvidence(*ve);
+        }
+    }
+    out.SetOptions(options);
+    if (res < 0) {
+        mapping.clear();
+        out.Clear();
+        return res;
+    }
+    return VEK_OKAY;
+}

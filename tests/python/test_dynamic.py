@@ -1,0 +1,309 @@
+"""Dynamic networks: temporal arcs and definitions, evidence per slice,
+belief updating over time and unrolling."""
+import random
+
+import numpy as np
+import pytest
+
+import pyquarn
+from pyquarn import NodeTemporalType as TT
+from pyquarn import NodeType
+from conftest import OCCURED
+from describe_util import assert_refused
+
+
+def _cpt_node(net, name, states, ttype=TT.PLATE):
+    h = net.add_node(NodeType.CPT, name)
+    for _ in range(states - 2):
+        net.add_outcome(h, "s%d" % net.get_outcome_count(h))
+    net.set_node_temporal_type(h, ttype)
+    return h
+
+
+def _random_table(rng, rows, states):
+    t = rng.random((rows, states)) + 0.05
+    # Few digits, so that files hold the tables exactly.
+    t = np.round(t / t.sum(axis=1, keepdims=True), 8)
+    t[:, -1] = np.round(1.0 - t[:, :-1].sum(axis=1), 8)
+    return t.ravel().tolist()
+
+
+def _randomize(net, rng):
+    """Random tables for every definition of every node, temporal ones included."""
+    for h in net.get_all_nodes():
+        n = net.get_outcome_count(h)
+        net.set_node_definition(h, _random_table(rng, len(net.get_node_definition(h)) // n, n))
+        for k in net.get_temporal_orders(h):
+            net.set_node_temporal_definition(h, k, _random_table(rng, len(net.get_node_temporal_definition(h, k)) // n, n))
+
+
+def _hmm(slices, hidden=3, seen=2):
+    net = pyquarn.Network()
+    net.set_slice_count(slices)
+    h = _cpt_node(net, "H", hidden)
+    o = _cpt_node(net, "O", seen)
+    net.add_arc(h, o)
+    net.add_temporal_arc(h, h, 1)
+    return net, h, o
+
+
+def _forward_backward(prior, trans, emit, lik):
+    """Smoothed posteriors of an HMM; lik[t] holds the likelihood of slice t's
+    observation for each hidden state."""
+    alpha = [prior * lik[0]]
+    alpha[0] /= alpha[0].sum()
+    for t in range(1, len(lik)):
+        a = (alpha[-1] @ trans) * lik[t]
+        alpha.append(a / a.sum())
+    beta = np.ones_like(prior)
+    post = [None] * len(lik)
+    for t in range(len(lik) - 1, -1, -1):
+        p = alpha[t] * beta
+        post[t] = p / p.sum()
+        b = trans @ (lik[t] * beta)
+        beta = b / b.sum()
+    return post
+
+
+@pytest.mark.parametrize("slices", [1, 2, 5, 37, 200])
+def test_hmm_beliefs_match_forward_backward(slices):
+    rng = np.random.default_rng(slices)
+    net, h, o = _hmm(slices)
+    _randomize(net, rng)
+    prior = np.array(net.get_node_definition(h))
+    trans = np.array(net.get_node_temporal_definition(h, 1)).reshape(3, 3)
+    emit = np.array(net.get_node_definition(o)).reshape(3, 2)
+    lik = []
+    for t in range(slices):
+        kind = rng.integers(3)  # gap, hard or virtual evidence
+        if kind == 1:
+            e = int(rng.integers(2))
+            net.set_temporal_evidence(o, t, e)
+            lik.append(emit[:, e].copy())
+        elif kind == 2:
+            v = rng.random(2).tolist()
+            net.set_temporal_virtual_evidence(o, t, v)
+            lik.append(emit @ np.array(v))
+        else:
+            lik.append(np.ones(3))
+    net.update_beliefs()
+    post = _forward_backward(prior, trans, emit, lik)
+    got = np.array(net.get_node_value(h)).reshape(slices, 3)
+    assert np.allclose(got, np.array(post), atol=1e-9)
+    obs = np.array(net.get_node_value(o)).reshape(slices, 2)
+    for t in range(slices):
+        if net.is_temporal_evidence(o, t):
+            assert obs[t].tolist() == [1.0 if i == net.get_temporal_evidence(o, t) else 0.0 for i in range(2)]
+        elif not net.is_temporal_virtual_evidence(o, t):
+            assert np.allclose(obs[t], post[t] @ emit)
+
+
+def _rich(slices, seed):
+    """Anchor and contemporal parents, temporal arcs of orders 1 to 3 and a
+    terminal child, with random tables and evidence."""
+    rng = np.random.default_rng(seed)
+    net = pyquarn.Network()
+    net.set_slice_count(slices)
+    a = _cpt_node(net, "A", 2, TT.ANCHOR)
+    c = _cpt_node(net, "C", 3, TT.CONTEMPORAL)
+    x = _cpt_node(net, "X", 3)
+    y = _cpt_node(net, "Y", 2)
+    z = _cpt_node(net, "Z", 2)
+    t = _cpt_node(net, "T", 2, TT.TERMINAL)
+    net.add_arc(a, x)
+    net.add_arc(c, x)
+    net.add_arc(x, y)
+    net.add_arc(y, t)
+    net.add_arc(z, t)
+    net.add_temporal_arc(x, x, 1)
+    net.add_temporal_arc(y, x, 3)
+    net.add_temporal_arc(y, y, 2)
+    net.add_temporal_arc(x, z, 1)
+    net.add_temporal_arc(z, z, 1)
+    _randomize(net, rng)
+    for s in range(slices):
+        if rng.random() < 0.4:
+            net.set_temporal_evidence(y, s, int(rng.integers(2)))
+        if rng.random() < 0.2:
+            net.set_temporal_virtual_evidence(z, s, rng.random(2).tolist())
+    net.set_evidence(t, 1)
+    return net
+
+
+@pytest.mark.parametrize("slices, seed", [(1, 1), (2, 2), (4, 3), (9, 4)])
+def test_higher_orders_match_the_unrolled_network(slices, seed):
+    net = _rich(slices, seed)
+    net.update_beliefs()
+    res = net.unroll()
+    flat = res.network
+    flat.update_beliefs()
+    assert flat.get_node_count() == 3 + 3 * slices
+    for (node, s), uid in res.mapping.items():
+        n = net.get_outcome_count(node)
+        assert np.allclose(net.get_node_value(node)[s * n:(s + 1) * n], flat.get_node_value(uid), atol=1e-9)
+    for node in ["A", "C", "T"]:
+        assert np.allclose(net.get_node_value(node), flat.get_node_value(node), atol=1e-9)
+
+
+def test_unrolled_structure_follows_the_temporal_definitions():
+    net = _rich(5, 7)
+    res = net.unroll()
+    flat, m = res.network, res.mapping
+    assert sorted(res.mapping) == sorted((n, s) for n in "XYZ" for s in range(5))
+    assert m[("X", 0)] == "X_0" and m[("Z", 4)] == "Z_4"
+    # X in slice 4 uses its order-3 table: C, then X of slice 3, then Y of slice 1.
+    assert flat.get_parent_ids(m[("X", 4)]) == ["C", m[("X", 3)], m[("Y", 1)]]
+    assert flat.get_node_definition(m[("X", 4)]) == pytest.approx(net.get_node_temporal_definition("X", 3))
+    # In slice 2 the order-3 parent does not exist yet: the order-1 table.
+    assert flat.get_parent_ids(m[("X", 2)]) == ["C", m[("X", 1)]]
+    assert flat.get_node_definition(m[("X", 2)]) == pytest.approx(net.get_node_temporal_definition("X", 1))
+    assert flat.get_parent_ids(m[("X", 0)]) == ["A", "C"]
+    assert flat.get_parent_ids(m[("Y", 1)]) == [m[("X", 1)]]
+    assert flat.get_parent_ids("T") == [m[("Y", 4)], m[("Z", 4)]]
+    assert flat.get_node_definition("T") == net.get_node_definition("T")
+    for s in range(5):
+        assert flat.is_evidence(m[("Y", s)]) == net.is_temporal_evidence("Y", s)
+    assert [(p.parent_id, p.order) for p in net.get_unrolled_parents("X")] == [("C", 0), ("X", 1), ("Y", 3)]
+    assert [(p.parent_id, p.order) for p in net.get_unrolled_parents("X", 0)] == [("A", 0), ("C", 0)]
+
+
+def test_temporal_tables_follow_graph_changes():
+    net, h, o = _hmm(3)
+    net.add_temporal_arc(o, h, 1)
+    table = _random_table(np.random.default_rng(5), 6, 3)  # rows: H(t-1) x O(t-1)
+    net.set_node_temporal_definition(h, 1, table)
+    net.set_node_temporal_definition(o, 0, [0.5, 0.5] * 3)
+    g = _cpt_node(net, "G", 2)
+    net.add_arc(g, h)
+    # The new static parent comes first and the table repeats for each of its outcomes.
+    assert net.get_node_temporal_definition(h, 1) == pytest.approx(table * 2)
+    net.add_outcome(o, "extra")
+    rows = np.array(net.get_node_temporal_definition(h, 1)).reshape(2, 3, 3, 3)
+    assert rows[:, :, :2] == pytest.approx(np.array(table).reshape(1, 3, 2, 3).repeat(2, axis=0))
+    assert rows[:, :, 2] == pytest.approx(np.full((2, 3, 3), 1 / 3))
+    net.delete_node(g)
+    net.delete_outcome(o, 2)
+    assert net.get_node_temporal_definition(h, 1) == pytest.approx(table)
+    net.delete_temporal_arc(h, h, 1)
+    assert [(p.parent_id, p.order) for p in net.get_temporal_parents(h, 1)] == [("O", 1)]
+    assert net.get_node_temporal_definition(h, 1) == pytest.approx(np.array(table).reshape(3, 2, 3)[0].ravel())
+    net.delete_node(o)
+    assert net.get_temporal_orders(h) == [] and net.get_max_temporal_order() == 0
+
+
+def test_copies_keep_the_temporal_model():
+    net = _rich(4, 11)
+    net.set_temporal_plate_position(10, 20, 300, 200)
+    net.set_temporal_plate_widths(40, 50)
+    import copy
+    from describe_util import describe
+    assert describe(copy.deepcopy(net)) == describe(net)
+    assert net.get_temporal_plate_position() == [10, 20, 300, 200]
+    assert [(c.parent_id, c.order) for c in net.get_temporal_children("Y")] == [("X", 3), ("Y", 2)]
+    assert net.get_max_temporal_order() == 3 and net.get_max_node_temporal_order("Z") == 1
+
+
+def test_reading_values_needs_an_update():
+    net, h, _ = _hmm(4)
+    net.update_beliefs()
+    net.set_temporal_evidence(h, 2, 1)
+    with pytest.raises(pyquarn.QUARNException):
+        net.get_node_value(h)
+    net.update_beliefs()
+    assert net.get_node_value(h)[6:9] == [0.0, 1.0, 0.0]
+    assert net.get_temporal_evidence_id("H", 2) == "State1"
+    net.clear_temporal_evidence(h, 2)
+    assert not net.has_temporal_evidence(h)
+
+
+def test_bad_input_is_refused_and_changes_nothing():
+    net, h, o = _hmm(3)
+    c = _cpt_node(net, "C", 2, TT.CONTEMPORAL)
+    refused = [
+        (-2, net.add_temporal_arc, (h, o, 0), None),
+        (-2, net.add_temporal_arc, (h, o, -1), None),
+        (-51, net.add_temporal_arc, (h, c, 1), None),
+        (-2, net.add_temporal_arc, (h, h, 1), None),
+        (-4, net.set_temporal_evidence, (h, -1, 0), OCCURED + "Slice cannot be negative"),
+        (-2, net.set_temporal_evidence, (h, 3, 0),
+         OCCURED + "Slice index must be less than slice count, which is set to 3"),
+        (-2, net.get_temporal_evidence, ("H", 1), None),
+        (-51, net.set_temporal_evidence, (c, 0, 0), None),
+        (-2, net.set_temporal_virtual_evidence, (h, 0, [0.5, 0.5]), None),
+        (-2, net.set_node_temporal_definition, (h, 1, [0.5] * 4), None),
+        (-2, net.set_node_temporal_definition, (h, 2, [0.5] * 18), None),
+        (-2, net.set_slice_count, (0,), None),
+        (-51, net.set_node_temporal_type, (o, TT.CONTEMPORAL), None),
+        (-2, net.delete_temporal_arc, (o, h, 1), None),
+        (1, net.set_temporal_plate_position, ([1, 2, 3],), None),
+    ]
+    for code, call, args, text in refused:
+        assert_refused(net, code, call, *args, text=text)
+    assert "Network.SetNodeTemporalType" in assert_refused(net, -51, net.set_node_temporal_type, o, TT.CONTEMPORAL)
+
+
+@pytest.mark.parametrize("seed", range(4))
+def test_xml_round_trip_of_random_dynamic_networks(seed):
+    rng = random.Random(seed)
+    net = pyquarn.Network()
+    net.set_slice_count(rng.randint(1, 6))
+    plates = [_cpt_node(net, "P%d" % i, rng.randint(2, 3)) for i in range(4)]
+    _cpt_node(net, "K", 2, TT.CONTEMPORAL)
+    for i, h in enumerate(plates):
+        if i and rng.random() < 0.6:
+            net.add_arc(plates[rng.randrange(i)], h)
+        for _ in range(rng.randint(0, 3)):
+            p, k = rng.choice(plates), rng.randint(1, 3)
+            if not net.temporal_arc_exists(p, h, k):
+                net.add_temporal_arc(p, h, k)
+    _randomize(net, np.random.default_rng(seed))
+    from describe_util import describe
+    copy = pyquarn.Network()
+    copy.read_string(net.write_string())
+    assert describe(copy)["temporal"] == describe(net)["temporal"]
+    assert [copy.get_parent_ids(h) for h in plates] == [net.get_parent_ids(h) for h in plates]
+
+
+_PLATE_DOC = ('<?xml version="1.0"?><quarn version="1.0" id="n"><nodes>'
+              '<cpt id="X" dynamic="plate"><state id="a"/><state id="b"/><probabilities>0.5 0.5</probabilities></cpt>'
+              '<cpt id="C"><state id="a"/><state id="b"/><probabilities>0.5 0.5</probabilities></cpt>'
+              '</nodes><dynamic numslices="3">%s</dynamic></quarn>')
+
+
+@pytest.mark.parametrize("body, message", [
+    ('<cpt id="C" order="1"><parents>X</parents><probabilities>1 0 0 1</probabilities></cpt>',
+     "Node is not part of temporal plate: 'C'"),
+    ('<cpt id="X" order="1"><probabilities>1 0 0 1</probabilities></cpt>', "No temporal parents specified: 'X'"),
+    ('<cpt id="X" order="0"><parents>X</parents></cpt>', "Temporal defintion not found: 'X'"),
+    ('<noisymax id="X" order="1"/>', "Invalid temporal defintion type: 'X'"),
+    ('<cpt id="X" order="1"><parents>X X</parents></cpt>', "AddTemporalArc failed: 'X'"),
+])
+def test_faulty_dynamic_sections_are_refused(net, body, message):
+    with pytest.raises(pyquarn.QUARNException) as info:
+        net.read_string(_PLATE_DOC % body)
+    assert message in str(info.value)
+    assert net.get_node_count() == 0
+    net.read_string(_PLATE_DOC % '<cpt id="X" order="1"><parents>X</parents><probabilities>1 0 0 1</probabilities></cpt>')
+    assert net.get_node_temporal_definition("X", 1) == [1, 0, 0, 1]
+
+
+def test_cases_store_and_apply_evidence_per_slice():
+    net, h, o = _hmm(4)
+    net.set_temporal_evidence(o, 1, 1)
+    net.set_temporal_virtual_evidence(h, 3, [0.25, 0.5, 1.0])
+    net.add_case("c")
+    net.save_network_to_case("c")
+    stored = [(e.slice, e.outcome, list(e.virtual_evidence)) for e in net.get_case_temporal_evidence("c", o)]
+    assert stored == [(1, 1, [])]
+    net.clear_all_evidence()
+    assert not net.has_temporal_evidence(o) and not net.has_temporal_evidence(h)
+    net.apply_case_to_network("c")
+    assert net.get_temporal_evidence(o, 1) == 1
+    assert net.get_temporal_virtual_evidence(h, 3) == [0.25, 0.5, 1.0]
+
+
+def test_text_format_refuses_temporal_arcs(tmp_path):
+    net, h, _ = _hmm(2)
+    with pytest.raises(pyquarn.QUARNException) as info:
+        net.write_file(str(tmp_path / "n.vek"))
+    assert "cannot hold temporal arcs" in str(info.value)
