@@ -278,6 +278,7 @@ int VEK_rNetwork::Build(bool noisyChains) {
         nodes_.push_back(std::move(a));
     }
     RenumberNodes();
+    for (auto& n : nodes_) n->built = n->index;
     return VEK_OKAY;
 }
 
