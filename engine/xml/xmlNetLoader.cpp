@@ -35,6 +35,12 @@ struct XmlNetLoader::NodeKind {
 
 namespace {
 
+// Exhausted memory leaves the parse as std::bad_alloc, so that the whole
+// read reports -42 instead of a damaged file.
+void ThrowIfOutOfMemory(int status) {
+    if (status == VEK_OUT_OF_MEMORY) throw std::bad_alloc();
+}
+
 int DefinitionType(XmlNetLoader::Kind kind) {
     switch (kind) {
         case XmlNetLoader::kCpt: return VEK_CPT;
@@ -562,9 +568,12 @@ bool XmlNetLoader::Commit(IXmlReader* r) {
                 for (const PendingState& s : states_) ids.VEK_stringArray::Add(s.id.c_str());
                 res = disc->SetNumberOfOutcomes(ids);
             }
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception&) {
             res = VEK_OUT_OF_MEMORY;
         }
+        ThrowIfOutOfMemory(res);
         if (res < 0) {
             Fail(r, "SetNumberOfOutcomes failed", nodeId_);
             return false;
@@ -598,9 +607,12 @@ bool XmlNetLoader::Commit(IXmlReader* r) {
         int res;
         try {
             res = net_.AddArc(p, node_);
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception&) {
             res = VEK_OUT_OF_MEMORY;
         }
+        ThrowIfOutOfMemory(res);
         if (res < 0) {
             Fail(r, "AddArc failed", std::string(net_.GetNodeId(p)) + " -> " + nodeId_);
             return false;
@@ -956,9 +968,12 @@ void XmlNetLoader::OnCostParentItem(IXmlReader* r) {
     int res;
     try {
         res = net_.AddArc(p, costNode_, 1);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception&) {
         res = VEK_OUT_OF_MEMORY;
     }
+    ThrowIfOutOfMemory(res);
     if (res < 0) Fail(r, "AddArc failed", id + " -> " + child);
 }
 
