@@ -94,7 +94,6 @@ XmlNetLoader::XmlNetLoader(VEK_network& net, size_t documentSize)
     : net_(net), maxItems_(documentSize == 0 ? 0 : documentSize / 2 + 64) {}
 
 XmlNetLoader::~XmlNetLoader() {
-    for (IXmlBinding* b : bindings_) b->Delete();
     for (NodeKind* k : kinds_) delete k;
 }
 
@@ -248,6 +247,7 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
         {"noisymax", kNoisyMax, true, required}, {"noisyadder", kNoisyAdder, true, required},
     };
     for (const KindInfo& info : kinds) {
+        kinds_.reserve(kinds_.size() + 1);
         auto* kind = new NodeKind{this, info.kind};
         kinds_.push_back(kind);
         auto* b = new XmlHandler<NodeKind>(kind, info.name, &NodeKind::Start, &NodeKind::End);
