@@ -175,6 +175,8 @@ std::vector<double> WrpDiscretize(VEK_dataset& data, const VarRef& ref, Discreti
     const int res = data.Discretize(var, static_cast<int>(algorithm), intervalCount, prefix, edges, &message);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithMessage(res, "DataSet.Discretize", message);
     return edges;
+}
+
 // A dataset from whole columns: integer arrays make discrete columns (the
 // cells equal to their marker missing), float arrays continuous ones (NaN
 // missing). All or nothing: a refused column leaves no dataset behind.

@@ -1083,10 +1083,10 @@ int VEK_network::TakeOverReadNetwork(VEK_network& fresh) {
 }
 
 int VEK_network::WriteFile(const char* path, int format, void* extension) {
-    std::unique_ptr<VEK_fileFormat> speaker(CreateFileFormat(path, format));
-    if (!speaker) return VEK_OUT_OF_RANGE;
-    if (extension) speaker->SetUserExtension(extension);
     try {
+        std::unique_ptr<VEK_fileFormat> speaker(CreateFileFormat(path, format));
+        if (!speaker) return VEK_OUT_OF_RANGE;
+        if (extension) speaker->SetUserExtension(extension);
         return speaker->WriteNetwork(path);
     } catch (const std::bad_alloc&) {
         return logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while writing the network");
@@ -1101,40 +1101,49 @@ int VEK_network::ReadString(const char* text, void* extension) {
 // Reads a file (text null) or a string into a fresh network and takes it
 // over only when the read succeeds.
 int VEK_network::ReadThroughSpeaker(const char* path, const char* text, int format, void* extension) {
-    VEK_network fresh;
-    fresh.Logger().RedirectToLogger(&logger_);
-    fresh.SetHandleAllocPolicy(allocPolicy_);
-    std::unique_ptr<VEK_fileFormat> speaker(VEK_createFileFormat(fresh, path, format, logger_));
-    if (!speaker) return VEK_OUT_OF_RANGE;
-    if (extension) speaker->SetUserExtension(extension);
-    const unsigned savedOptions = fresh.options_;
-    if (speaker->SuppressAcyclic()) fresh.options_ |= VEK_OPT_NO_CYCLE_TEST;
-    if (speaker->SuppressIdInUse()) fresh.options_ |= VEK_OPT_DUPLICATE_IDS;
-    fresh.BeginRead();
-    int res;
+    // Memory can run out before the speaker runs as well (the fresh network,
+    // the speaker itself); the network is untouched until the take-over.
+    auto read = [&]() -> int {
+        VEK_network fresh;
+        fresh.Logger().RedirectToLogger(&logger_);
+        fresh.SetHandleAllocPolicy(allocPolicy_);
+        std::unique_ptr<VEK_fileFormat> speaker(VEK_createFileFormat(fresh, path, format, logger_));
+        if (!speaker) return VEK_OUT_OF_RANGE;
+        if (extension) speaker->SetUserExtension(extension);
+        const unsigned savedOptions = fresh.options_;
+        if (speaker->SuppressAcyclic()) fresh.options_ |= VEK_OPT_NO_CYCLE_TEST;
+        if (speaker->SuppressIdInUse()) fresh.options_ |= VEK_OPT_DUPLICATE_IDS;
+        fresh.BeginRead();
+        int res;
+        try {
+            res = text ? speaker->ReadNetworkFromString(text) : speaker->ReadNetwork(path);
+        } catch (const std::bad_alloc&) {
+            res = logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network");
+        } catch (const std::exception& e) {
+            std::string message = "Can't read the network: ";
+            message += e.what();
+            res = logger_.LogError(VEK_GENERAL_ERROR, message.c_str());
+        }
+        fresh.EndRead();
+        fresh.options_ = savedOptions;
+        speaker.reset();
+        if (res < 0) return res;
+        return TakeOverReadNetwork(fresh);
+    };
     try {
-        res = text ? speaker->ReadNetworkFromString(text) : speaker->ReadNetwork(path);
+        return read();
     } catch (const std::bad_alloc&) {
-        res = logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network");
-    } catch (const std::exception& e) {
-        std::string message = "Can't read the network: ";
-        message += e.what();
-        res = logger_.LogError(VEK_GENERAL_ERROR, message.c_str());
+        return logger_.LogError(VEK_OUT_OF_MEMORY, "Out of memory while reading the network");
     }
-    fresh.EndRead();
-    fresh.options_ = savedOptions;
-    speaker.reset();
-    if (res < 0) return res;
-    return TakeOverReadNetwork(fresh);
 }
 
 int VEK_network::WriteString(std::string& out, void* extension) {
     out.clear();
     int format = VEK_FORMAT_XVEK;
-    std::unique_ptr<VEK_fileFormat> speaker(VEK_createFileFormat(*this, nullptr, format, logger_));
-    if (!speaker) return VEK_OUT_OF_RANGE;
-    if (extension) speaker->SetUserExtension(extension);
     try {
+        std::unique_ptr<VEK_fileFormat> speaker(VEK_createFileFormat(*this, nullptr, format, logger_));
+        if (!speaker) return VEK_OUT_OF_RANGE;
+        if (extension) speaker->SetUserExtension(extension);
         return speaker->WriteNetworkToString(out);
     } catch (const std::bad_alloc&) {
         out.clear();

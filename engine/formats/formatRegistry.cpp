@@ -83,10 +83,6 @@ VEK_fileFormat* VEK_createFileFormat(VEK_network& net, const char* path, int& fo
         log.LogError(VEK_OUT_OF_RANGE, message.c_str());
         return nullptr;
     }
-    try {
-        return info->create(net);
-    } catch (...) {
-        log.LogError(VEK_OUT_OF_MEMORY, "Can't create the file reader");
-        return nullptr;
-    }
+    // Running out of memory is the caller's -42, not an unknown format.
+    return info->create(net);
 }

@@ -23,7 +23,8 @@ const VEK_formatInfo* VEK_findFormat(int number);
 // dxp, bif, uai; null when there is none or it is unknown.
 const VEK_formatInfo* VEK_findFormatByExtension(const char* path);
 // The speaker for path and format over net, as VEK_network::CreateFileFormat
-// describes; failures are logged to log.
+// describes; failures are logged to log. Exhausted memory throws
+// std::bad_alloc.
 VEK_fileFormat* VEK_createFileFormat(VEK_network& net, const char* path, int& format, VEK_logger& log);
 
 // Speaker factories; each is defined beside its speaker.

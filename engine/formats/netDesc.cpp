@@ -237,10 +237,17 @@ private:
         return order;
     }
 
+    // Exhausted memory is not a fault of the file: it leaves the read as
+    // std::bad_alloc, which the network reports as -42.
+    static int Checked(int status) {
+        if (status == VEK_OUT_OF_MEMORY) throw std::bad_alloc();
+        return status;
+    }
+
     void BuildNode(int i) {
         const VEK_descNode& s = desc_.nodes[i];
         NodeInfo& ni = info_[i];
-        int h = net_.AddNode(s.type, ni.id.c_str());
+        int h = Checked(net_.AddNode(s.type, ni.id.c_str()));
         if (h < 0) {
             Fail(VEK_FILE_READ_ERROR, s.pos, "QUARN failed to create node: " + Quote(s.name));
             return;
@@ -303,7 +310,7 @@ private:
         } else {
             for (const std::string& name : s.states) ids.Add(name.c_str());
         }
-        if (def->SetNumberOfOutcomes(ids) < 0) {
+        if (Checked(def->SetNumberOfOutcomes(ids)) < 0) {
             Fail(VEK_FILE_READ_ERROR, s.pos, "SetNumberOfOutcomes failed: " + Quote(s.name));
             return;
         }
@@ -313,11 +320,11 @@ private:
             }
         }
         if (!s.intervals.empty()) {
-            if (s.intervals.size() != s.states.size() + 1 || def->SetIntervals(s.intervals, false) < 0) {
+            if (s.intervals.size() != s.states.size() + 1 || Checked(def->SetIntervals(s.intervals, false)) < 0) {
                 Fail(VEK_FILE_READ_ERROR, s.pos, "SetIntervals failed: " + Quote(s.name));
             }
         } else if (!s.pointValues.empty()) {
-            if (def->SetPointValues(s.pointValues) < 0) Fail(VEK_FILE_READ_ERROR, s.pos, "SetPointValues failed: " + Quote(s.name));
+            if (Checked(def->SetPointValues(s.pointValues)) < 0) Fail(VEK_FILE_READ_ERROR, s.pos, "SetPointValues failed: " + Quote(s.name));
         }
     }
 
@@ -326,7 +333,7 @@ private:
         const VEK_descTable& tab = desc_.tables[info_[c].table];
         const std::vector<int>& parents = ParentsOf(c);
         for (size_t k = 0; k < parents.size(); ++k) {
-            if (net_.AddArc(info_[parents[k]].handle, info_[c].handle) < 0) {
+            if (Checked(net_.AddArc(info_[parents[k]].handle, info_[c].handle)) < 0) {
                 Fail(VEK_FILE_READ_ERROR, k < tab.parentPos.size() ? tab.parentPos[k] : tab.pos,
                      "AddArc failed: " + Quote(tab.parents[k]) + " -> " + Quote(tab.child));
                 return;
@@ -383,9 +390,9 @@ private:
             if (tab.order == VEK_DESC_CHILD_SLOWEST && states > 1) {
                 std::vector<double> values = tab.values;
                 ChildToFastest(values, states);
-                def->SetDefinition(values);
+                Checked(def->SetDefinition(values));
             } else {
-                def->SetDefinition(tab.values);
+                Checked(def->SetDefinition(tab.values));
             }
             return;
         }
@@ -396,7 +403,7 @@ private:
         std::vector<double> values;
         if (!FillFromRows(i, tab, s, states, expected, values)) return;
         if (!CheckValues(values, probabilities, tab.pos, s.name)) return;
-        def->SetDefinition(values);
+        Checked(def->SetDefinition(values));
     }
 
     // States by their names in the file and by the ids they got; made when

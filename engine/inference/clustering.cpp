@@ -34,6 +34,20 @@ void KeepTree(VEK_network& net, std::vector<int>& key, std::unique_ptr<TsJoinTre
     if (fresh && fresh->IsBuilt()) net.InferenceCache().StoreTree(std::move(key), std::move(fresh));
 }
 
+// Ranks of the whole network's elimination order, as the tree without
+// relevance reasoning would triangulate it; empty when it cannot be made.
+void WholeNetworkRanks(VEK_network& net, int64_t limit, std::vector<int>& ranks) {
+    ranks.clear();
+    VEK_rNetwork whole(net);
+    if (whole.Build(true) < 0 || whole.GetNodeCount() < 2) return;
+    TsAdapter adapter(whole);
+    TsJoinTree tree(adapter);
+    std::vector<int> order;
+    if (!tree.EliminationOrder(limit, order)) return;
+    ranks.assign(static_cast<size_t>(whole.GetNodeCount()), 0);
+    for (size_t k = 0; k < order.size(); ++k) ranks[static_cast<size_t>(whole.GetNode(order[k])->built)] = static_cast<int>(k);
+}
+
 struct Decomposition {
     VEK_network& net;
     std::unique_ptr<bool[]> pending;
@@ -139,6 +153,16 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
     net.InferenceCache().BeginPass();
     double pe = 1.0;
     std::vector<int> key;
+    // Made at most once a pass, and only when a new reduced tree is large.
+    std::vector<int> wholeRanks;
+    bool wholeTried = false;
+    auto wholeOrder = [&]() -> const std::vector<int>* {
+        if (!wholeTried) {
+            wholeTried = true;
+            WholeNetworkRanks(net, effective, wholeRanks);
+        }
+        return wholeRanks.empty() ? nullptr : &wholeRanks;
+    };
     for (int i = 0; i < container.GetCount(); ++i) {
         VEK_rNetwork* sub = container.GetAt(i);
         if (sub->GetNodeCount() == 1) {
@@ -147,6 +171,7 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
             if (pending && h >= 0) pending[h] = false;
         } else {
             TsAdapter adapter(*sub, zeroCounter);
+            if (net.IsRelevanceEnabled()) adapter.SetWholeOrder(wholeOrder);
             std::unique_ptr<TsJoinTree> fresh;
             TsJoinTree* tree = FindOrMakeTree(net, adapter, key, fresh);
             if (!tree->UpdateBeliefs(pending, effective)) return false;

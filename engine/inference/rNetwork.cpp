@@ -278,6 +278,7 @@ int VEK_rNetwork::Build(bool noisyChains) {
         nodes_.push_back(std::move(a));
     }
     RenumberNodes();
+    for (auto& n : nodes_) n->built = n->index;
     return VEK_OKAY;
 }
 
@@ -391,6 +392,8 @@ void VEK_rNetwork::Split(std::vector<VEK_rNetwork*>& out) {
         }
         ++count;
     }
+    // The slots first, so that no sub-network is made that cannot be handed over.
+    out.reserve(out.size() + static_cast<size_t>(count));
     if (count == 1) {
         out.push_back(TakeAll());
         return;
@@ -403,7 +406,12 @@ void VEK_rNetwork::Split(std::vector<VEK_rNetwork*>& out) {
         for (VEK_rNetwork* p : parts) delete p;
         throw;
     }
-    for (size_t i = 0; i < n; ++i) parts[static_cast<size_t>(component[i])]->nodes_.push_back(std::move(nodes_[i]));
+    try {
+        for (size_t i = 0; i < n; ++i) parts[static_cast<size_t>(component[i])]->nodes_.push_back(std::move(nodes_[i]));
+    } catch (...) {
+        for (VEK_rNetwork* p : parts) delete p;
+        throw;
+    }
     nodes_.clear();
     for (VEK_rNetwork* p : parts) {
         p->RenumberNodes();

@@ -51,6 +51,9 @@ public:
     // handle is -1, source the node's); its table sums to 1 like any other.
     bool link = false;
     int index = -1;
+    // Position when the reduced network was first built; the relevance steps
+    // keep it, so a node can be matched with its place in the whole network.
+    int built = -1;
 
     const VEK_Dmatrix& Table() const { return ownsTable ? table : *netTable; }
     // The node's own copy of its table, made on first use.

@@ -1,5 +1,7 @@
 #include "inference/tsAdapter.h"
 
+#include <algorithm>
+
 #include "inference/inferenceCache.h"
 #include "inference/rNetwork.h"
 #include "network/network.h"
@@ -76,6 +78,23 @@ void TsAdapter::ReportZeroPotential(int i) {
 }
 
 int TsAdapter::GetDefaultTriangHeuristics() const { return net_->Network().GetIntProperty("VEK_TRIANG_HEUR", 0); }
+
+bool TsAdapter::GetWholeOrder(std::vector<int>& order) const {
+    const std::vector<int>* ranks = wholeOrder_ ? wholeOrder_() : nullptr;
+    if (!ranks) return false;
+    const int n = GetNodeCount();
+    order.resize(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        const int b = net_->GetNode(i)->built;
+        if (b < 0 || b >= static_cast<int>(ranks->size())) return false;
+        order[static_cast<size_t>(i)] = i;
+    }
+    std::sort(order.begin(), order.end(), [&](int a, int b) {
+        return (*ranks)[static_cast<size_t>(net_->GetNode(a)->built)] <
+               (*ranks)[static_cast<size_t>(net_->GetNode(b)->built)];
+    });
+    return true;
+}
 
 void TsAdapter::GetStructureKey(int heuristic, std::vector<int>& key) const {
     const int n = GetNodeCount();

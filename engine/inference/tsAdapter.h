@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "network/dmatrix.h"
@@ -49,6 +50,16 @@ public:
     // The user property "VEK_TRIANG_HEUR" (default 0).
     int GetDefaultTriangHeuristics() const;
 
+    // Ranks of an elimination order of the whole network, indexed by the
+    // reduced nodes' VEK_rNode::built, made on the first request (null when
+    // there is none). A reduced network triangulates worse than the whole
+    // one at times; that order restricted to its nodes is then a candidate.
+    using WholeOrder = std::function<const std::vector<int>*()>;
+    void SetWholeOrder(WholeOrder source) { wholeOrder_ = std::move(source); }
+    // Positions of this view's nodes in the whole network's order; false
+    // when there is none.
+    bool GetWholeOrder(std::vector<int>& order) const;
+
     // Everything a join tree's structure depends on: nodes, their states,
     // whether they are observed, and their parents. Equal keys give equal
     // trees.
@@ -58,4 +69,5 @@ private:
     VEK_rNetwork* net_;
     int* zeroCounter_;
     mutable std::vector<int> handleIndex_;
+    WholeOrder wholeOrder_;
 };

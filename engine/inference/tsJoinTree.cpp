@@ -62,6 +62,7 @@ bool TsJoinTree::Triangulate(int64_t limit) {
         TsTriangulator tri(*adapter_);
         if (!tri.Triangulate(limit, setting, pool_, cliques_)) return false;
         totalSize_ = tri.GetTotalSize();
+        elimination_ = tri.GetEliminationOrder();
     } else if (!SearchTriangulation(TsTriangulator::EffectiveLimit(limit))) {
         return false;
     }
@@ -74,6 +75,7 @@ bool TsJoinTree::SearchTriangulation(uint64_t limit) {
     bool found = false;
     uint64_t best = 0;
     uint64_t work = 0;
+    std::vector<int> given;
     auto attempt = [&](Rule rule, bool reverse, uint64_t seed) {
         // Only a strictly smaller total replaces the best, so a run stops as
         // soon as it cannot win.
@@ -81,18 +83,29 @@ bool TsJoinTree::SearchTriangulation(uint64_t limit) {
         TsTriangulator tri(*adapter_);
         TsClique::Pool pool(nodeCount_);
         std::vector<TsClique*> cliques;
-        const bool ok = tri.TriangulateWith(bound, rule, reverse, seed, pool, cliques);
+        const bool ok = given.empty() ? tri.TriangulateWith(bound, rule, reverse, seed, pool, cliques)
+                                      : tri.TriangulateInOrder(bound, given, pool, cliques);
         work += tri.GetWork();
         if (ok) {
             found = true;
             best = tri.GetTotalSize();
             pool_ = std::move(pool);
             cliques_ = std::move(cliques);
+            elimination_ = tri.GetEliminationOrder();
         }
+    };
+    // The whole network's order restricted to this one's nodes is tried
+    // last (a smaller bound would cut the random restarts short): it is
+    // about as good as the whole network's tree at worst.
+    auto attemptWhole = [&]() {
+        if (!adapter_->GetWholeOrder(given)) return;
+        attempt(Rule::MinCliqueWidth, false, 0);
+        given.clear();
     };
     // Heuristic 1 first; ties keep it.
     attempt(Rule::MinCliqueWidth, false, 0);
     if (found && best <= kSearchFrom) {
+        attemptWhole();
         totalSize_ = best;
         return true;
     }
@@ -102,11 +115,21 @@ bool TsJoinTree::SearchTriangulation(uint64_t limit) {
     attempt(Rule::MinWeightedFill, true, 0);
     // Random restarts while their cost stays small next to one propagation
     // over the best tree so far; none when no rule found a tree at all.
-    if (!found) return false;
-    const uint64_t budget = std::min(kMaxSearchWork, best / kEntriesPerWork);
-    for (uint64_t seed = 1; seed <= kMaxRandomRuns && work < budget; ++seed) attempt(Rule::RandomWeightedFill, false, seed);
+    if (found) {
+        const uint64_t budget = std::min(kMaxSearchWork, best / kEntriesPerWork);
+        for (uint64_t seed = 1; seed <= kMaxRandomRuns && work < budget; ++seed)
+            attempt(Rule::RandomWeightedFill, false, seed);
+    }
+    attemptWhole();
     totalSize_ = best;
     return found;
+}
+
+bool TsJoinTree::EliminationOrder(int64_t limit, std::vector<int>& order) {
+    nodeCount_ = adapter_->GetNodeCount();
+    if (nodeCount_ <= 0 || !Triangulate(limit)) return false;
+    order = elimination_;
+    return true;
 }
 
 void TsJoinTree::ConnectCliques() {

@@ -43,6 +43,9 @@ public:
     void SetMaxProduct(bool on) { maxProduct_ = on; }
     bool IsMaxProduct() const { return maxProduct_; }
 
+    // Triangulates only and gives the elimination order (node positions).
+    bool EliminationOrder(int64_t limit, std::vector<int>& order);
+
     bool IsBuilt() const { return built_; }
     uint64_t GetTotalSize() const { return totalSize_; }
     // Probability of evidence found by the last collect pass.
@@ -94,6 +97,7 @@ protected:
     TsClique* root_ = nullptr;
     bool built_ = false;
     uint64_t totalSize_ = 0;
+    std::vector<int> elimination_;
     // Children before parents; the root last.
     std::vector<TsClique*> postOrder_;
     // Per node: the clique (sorted position) its marginal is read from, and

@@ -38,6 +38,26 @@ bool TsTriangulator::TriangulateWith(uint64_t limit, Rule rule, bool reverse, ui
     return sum_ <= limit_;
 }
 
+bool TsTriangulator::TriangulateInOrder(uint64_t limit, const std::vector<int>& order, TsClique::Pool& pool,
+                                        std::vector<TsClique*>& cliques) {
+    limit_ = limit;
+    pool_ = &pool;
+    cliques_ = &cliques;
+    sum_ = 0;
+    eliminated_ = 0;
+    order_.clear();
+    if (!Moralize() || static_cast<int>(order.size()) != n_) return false;
+    for (int v : order) {
+        // A node can go earlier as part of another node's clique.
+        if (v < 0 || v >= n_ || nodes_[static_cast<size_t>(v)].eliminated) continue;
+        const uint64_t size = CliqueSize(v);
+        if (size == 0) return false;
+        AddFillIns(v);
+        if (!AddClique(v, size) || sum_ > limit_) return false;
+    }
+    return eliminated_ == n_;
+}
+
 void TsTriangulator::Connect(int a, int b) {
     // Nodes adjacent to both ends lose one fill-in.
     const std::vector<uint16_t>& na = nodes_[static_cast<size_t>(a)].neighbours;

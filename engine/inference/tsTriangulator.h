@@ -45,6 +45,11 @@ public:
     bool TriangulateWith(uint64_t limit, Rule rule, bool reverse, uint64_t seed, TsClique::Pool& pool,
                          std::vector<TsClique*>& cliques);
 
+    // Eliminates the nodes (positions) in the given order, which must hold
+    // each node once.
+    bool TriangulateInOrder(uint64_t limit, const std::vector<int>& order, TsClique::Pool& pool,
+                            std::vector<TsClique*>& cliques);
+
     uint64_t GetTotalSize() const { return sum_; }
     const std::vector<int>& GetEliminationOrder() const { return order_; }
     // Adjacency tests and similar steps done so far: a deterministic measure

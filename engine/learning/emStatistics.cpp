@@ -400,13 +400,30 @@ int VEK_emCommitTables(VEK_network& net, const std::vector<int>& handles, std::v
                                           net.GetNodeId(handles[i]));
         }
     }
-    for (size_t i = 0; i < handles.size(); ++i) {
-        using std::swap;
-        swap(net.GetDef(handles[i])->GetWriteableParameters(), tables[i]);
-    }
-    for (int h : handles) {
-        net.GetDef(h)->OnParametersChanged();
-        net.GetDef(h)->TellNetworkOfChange();
+    auto swapAll = [&]() {
+        for (size_t i = 0; i < handles.size(); ++i) {
+            using std::swap;
+            swap(net.GetDef(handles[i])->GetWriteableParameters(), tables[i]);
+        }
+    };
+    auto notifyAll = [&]() {
+        for (int h : handles) {
+            net.GetDef(h)->OnParametersChanged();
+            net.GetDef(h)->TellNetworkOfChange();
+        }
+    };
+    swapAll();
+    // Telling the network may need memory; when it fails the old tables go
+    // back, so that the failed run still leaves every table alone.
+    try {
+        notifyAll();
+    } catch (const std::bad_alloc&) {
+        swapAll();
+        try {
+            notifyAll();
+        } catch (const std::bad_alloc&) {
+        }
+        throw;
     }
     return VEK_OKAY;
 }

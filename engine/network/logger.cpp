@@ -1,6 +1,7 @@
 #include "network/logger.h"
 
 #include <cstdarg>
+#include <new>
 
 #include "network/status.h"
 #include "network/textEncoding.h"
@@ -50,16 +51,23 @@ VEK_logger& VEK_logger::operator=(const VEK_logger& other) {
 }
 
 int VEK_logger::LogError(int code, const char* message, const char* prefix) {
-    std::string text;
-    if (prefix) text = prefix;
-    text += message ? message : VEK_statusText(code);
-    // Cut on a character boundary: the text must stay valid UTF-8.
-    if (text.size() > kMaxLoggedText) text.resize(VEK_utf8Prefix(text, kMaxLoggedText));
-    if (redirect_) {
-        redirect_->LogError(code, text.c_str());
-    } else {
-        codes_.push_back(code);
-        messages_.push_back(std::move(text));
+    // Failures are logged on their way out, out-of-memory ones too: when
+    // memory does not suffice even for the entry, it is lost and the status
+    // still returned.
+    try {
+        std::string text;
+        if (prefix) text = prefix;
+        text += message ? message : VEK_statusText(code);
+        // Cut on a character boundary: the text must stay valid UTF-8.
+        if (text.size() > kMaxLoggedText) text.resize(VEK_utf8Prefix(text, kMaxLoggedText));
+        if (redirect_) {
+            redirect_->LogError(code, text.c_str());
+        } else {
+            codes_.reserve(codes_.size() + 1);
+            messages_.push_back(std::move(text));
+            codes_.push_back(code);
+        }
+    } catch (const std::bad_alloc&) {
     }
     return code;
 }

@@ -54,6 +54,30 @@ public:
     virtual ~IXmlBinding() = default;
 };
 
+// Bindings a loader made and owns: each is deleted with the list, also when
+// the loader's constructor fails half-way, and one that cannot be added is
+// deleted at once.
+class XmlBindingList {
+public:
+    XmlBindingList() = default;
+    ~XmlBindingList() {
+        for (IXmlBinding* b : list_) b->Delete();
+    }
+    XmlBindingList(const XmlBindingList&) = delete;
+    XmlBindingList& operator=(const XmlBindingList&) = delete;
+    void push_back(IXmlBinding* b) {
+        try {
+            list_.push_back(b);
+        } catch (...) {
+            if (b) b->Delete();
+            throw;
+        }
+    }
+
+private:
+    std::vector<IXmlBinding*> list_;
+};
+
 class XmlBinding : public IXmlBinding {
 public:
     XmlBinding(IXmlHandler* handler, const char* name, int mode);

@@ -37,6 +37,12 @@ struct XmlNetLoader::NodeKind {
 
 namespace {
 
+// Exhausted memory leaves the parse as std::bad_alloc, so that the whole
+// read reports -42 instead of a damaged file.
+void ThrowIfOutOfMemory(int status) {
+    if (status == VEK_OUT_OF_MEMORY) throw std::bad_alloc();
+}
+
 int DefinitionType(XmlNetLoader::Kind kind) {
     switch (kind) {
         case XmlNetLoader::kCpt: return VEK_CPT;
@@ -91,7 +97,6 @@ XmlNetLoader::XmlNetLoader(VEK_network& net, size_t documentSize)
     : net_(net), maxItems_(documentSize == 0 ? 0 : documentSize / 2 + 64) {}
 
 XmlNetLoader::~XmlNetLoader() {
-    for (IXmlBinding* b : bindings_) b->Delete();
     for (NodeKind* k : kinds_) delete k;
 }
 
@@ -256,6 +261,7 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
     interval->AddAttribute("upper", true);
     discretization->AddChild(interval, XmlChildRequired | XmlChildMayRepeat);
     for (const KindInfo& info : kinds) {
+        kinds_.reserve(kinds_.size() + 1);
         auto* kind = new NodeKind{this, info.kind};
         kinds_.push_back(kind);
         auto* b = new XmlHandler<NodeKind>(kind, info.name, &NodeKind::Start, &NodeKind::End);
@@ -690,9 +696,12 @@ bool XmlNetLoader::Commit(IXmlReader* r) {
                 for (const PendingState& s : states_) ids.VEK_stringArray::Add(s.id.c_str());
                 res = disc->SetNumberOfOutcomes(ids);
             }
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception&) {
             res = VEK_OUT_OF_MEMORY;
         }
+        ThrowIfOutOfMemory(res);
         if (res < 0) {
             Fail(r, "SetNumberOfOutcomes failed", nodeId_);
             return false;
@@ -726,9 +735,12 @@ bool XmlNetLoader::Commit(IXmlReader* r) {
         int res;
         try {
             res = net_.AddArc(p, node_);
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception&) {
             res = VEK_OUT_OF_MEMORY;
         }
+        ThrowIfOutOfMemory(res);
         if (res < 0) {
             Fail(r, "AddArc failed", std::string(net_.GetNodeId(p)) + " -> " + nodeId_);
             return false;
@@ -1084,9 +1096,12 @@ void XmlNetLoader::OnCostParentItem(IXmlReader* r) {
     int res;
     try {
         res = net_.AddArc(p, costNode_, 1);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception&) {
         res = VEK_OUT_OF_MEMORY;
     }
+    ThrowIfOutOfMemory(res);
     if (res < 0) Fail(r, "AddArc failed", id + " -> " + child);
 }
 

@@ -150,7 +150,7 @@ private:
 
     VEK_network& net_;
     size_t maxItems_;
-    std::vector<IXmlBinding*> bindings_;
+    XmlBindingList bindings_;
     std::vector<NodeKind*> kinds_;
     std::unordered_map<std::string, int> ids_;
 

@@ -487,6 +487,7 @@ int XmlSave(const char* path, std::string* out, VEK_network* net, IXmlWriterExte
         bool ok = !writer.HasOutputFailed();
         if (path) ok = file.Close() && ok;
         if (res < 0) return res;
+        if (writer.RanOutOfMemory()) throw std::bad_alloc();
         if (!ok) {
             std::string message = "Error writing ";
             message += path ? path : "the network";

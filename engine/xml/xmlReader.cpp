@@ -44,6 +44,7 @@ struct XmlReaderCallbacks {
         try {
             reader->OnStartElement(name, attrs);
         } catch (const std::bad_alloc&) {
+            reader->outOfMemory_ = true;
             reader->ReportError("Out of memory");
         } catch (...) {
             reader->ReportError("Unexpected failure while reading an element");
@@ -55,6 +56,7 @@ struct XmlReaderCallbacks {
         try {
             reader->OnEndElement(name);
         } catch (const std::bad_alloc&) {
+            reader->outOfMemory_ = true;
             reader->ReportError("Out of memory");
         } catch (...) {
             reader->ReportError("Unexpected failure while reading an element");
@@ -66,6 +68,7 @@ struct XmlReaderCallbacks {
         try {
             reader->OnCharacterData(text, length);
         } catch (const std::bad_alloc&) {
+            reader->outOfMemory_ = true;
             reader->ReportError("Out of memory");
         } catch (...) {
             reader->ReportError("Unexpected failure while reading text");
@@ -106,6 +109,7 @@ bool XmlReader::ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IX
     root_ = root;
     errors_ = errors;
     stopped_ = false;
+    outOfMemory_ = false;
     attrs_ = nullptr;
     depth_ = 0;
     top_ = nullptr;
@@ -167,6 +171,7 @@ bool XmlReader::ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IX
     attrs_ = nullptr;
     errors_ = nullptr;
     root_ = nullptr;
+    if (outOfMemory_) throw std::bad_alloc();
     return ok;
 }
 

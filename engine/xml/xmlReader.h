@@ -91,6 +91,9 @@ private:
     IXmlErrorHandler* errors_ = nullptr;
     const char** attrs_ = nullptr;
     bool stopped_ = false;
+    // A callback ran out of memory: the parse ends and ParseStream throws
+    // std::bad_alloc, so that callers do not report a damaged file.
+    bool outOfMemory_ = false;
     int events_ = 0;  // callbacks during the current chunk
     // The open elements are states_[0 .. depth_-1]; states above depth_ are
     // kept between elements so their buffers are reused.

@@ -179,7 +179,6 @@ XmlTovraLoader::XmlTovraLoader(VEK_network& net) : net_(net) {
 }
 
 XmlTovraLoader::~XmlTovraLoader() {
-    for (IXmlBinding* b : bindings_) b->Delete();
 }
 
 XmlHandler<XmlTovraLoader>* XmlTovraLoader::Bind(const char* name, void (XmlTovraLoader::*start)(IXmlReader*),

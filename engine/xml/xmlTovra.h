@@ -89,7 +89,7 @@ private:
     void OnFixEnd(IXmlReader* r);
 
     VEK_network& net_;
-    std::vector<IXmlBinding*> bindings_;
+    XmlBindingList bindings_;
     IXmlBinding* root_ = nullptr;
     std::unordered_map<std::string, int> nodes_;
     std::vector<Context> stack_;

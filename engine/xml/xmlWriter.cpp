@@ -43,6 +43,7 @@ void XmlWriter::Guarded(F&& body) {
     } catch (const std::bad_alloc&) {
         buffer_.clear();
         failed_ = true;
+        outOfMemory_ = true;
     }
 }
 

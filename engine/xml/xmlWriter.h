@@ -91,6 +91,8 @@ public:
     int GetIndentLevel() const { return level_; }
     // True once any write to the output failed (or there was no output).
     bool HasOutputFailed() const { return failed_; }
+    // The failure was exhausted memory, not the output.
+    bool RanOutOfMemory() const { return outOfMemory_; }
 
 private:
     template <class F>
@@ -111,4 +113,5 @@ private:
     // (or every few tens of kilobytes inside long arrays).
     std::string buffer_;
     bool failed_ = false;
+    bool outOfMemory_ = false;
 };

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <numeric>
 #include <random>
 
 #include "../inference/infTestUtil.h"
@@ -16,40 +15,8 @@ namespace antest {
 
 using inftest::AddNode;
 using inftest::Name;
-
-// Fills the nodes' tables with random columns, about a fraction zeros of
-// the entries 0.
-inline void RandomTables(VEK_network& net, const std::vector<int>& nodes, std::mt19937& rng, double zeros = 0.15) {
-    std::uniform_real_distribution<double> u(0.0, 1.0);
-    for (int x : nodes) {
-        const VEK_Dmatrix* m = net.GetDef(x)->GetMatrix();
-        const int k = m->GetLastDimensionSize();
-        std::vector<double> t(static_cast<size_t>(m->GetSize()));
-        for (size_t c = 0; c < t.size(); c += static_cast<size_t>(k)) {
-            double sum = 0.0;
-            for (int s = 0; s < k; ++s) sum += (t[c + static_cast<size_t>(s)] = u(rng) < zeros ? 0.0 : 0.05 + u(rng));
-            if (sum == 0.0) sum = t[c] = 1.0;
-            for (int s = 0; s < k; ++s) t[c + static_cast<size_t>(s)] /= sum;
-        }
-        net.GetDef(x)->SetDefinition(t);
-    }
-}
-
-// n nodes with 2..maxStates states, up to three parents among earlier nodes.
-inline std::vector<int> RandomNet(VEK_network& net, std::mt19937& rng, int n, int maxStates = 4,
-                                  double zeros = 0.15) {
-    std::vector<int> h;
-    for (int i = 0; i < n; ++i) h.push_back(AddNode(net, Name("n", i), 2 + static_cast<int>(rng() % static_cast<unsigned>(maxStates - 1))));
-    for (int i = 1; i < n; ++i) {
-        std::vector<int> cands(static_cast<size_t>(i));
-        std::iota(cands.begin(), cands.end(), 0);
-        std::shuffle(cands.begin(), cands.end(), rng);
-        const int np = std::min<int>(i, static_cast<int>(rng() % 4));
-        for (int k = 0; k < np; ++k) net.AddArc(h[static_cast<size_t>(cands[static_cast<size_t>(k)])], h[static_cast<size_t>(i)]);
-    }
-    RandomTables(net, h, rng, zeros);
-    return h;
-}
+using inftest::RandomNet;
+using inftest::RandomTables;
 
 // Calls fn(states by handle, P(states) times the likelihoods of virtual
 // evidence) for every configuration that agrees with the hard evidence.

@@ -62,6 +62,32 @@ private:
     std::string path_;
 };
 
+// A node's table, parents' ids, outcome ids and discrete definition, by id.
+inline std::vector<double> Table(const VEK_network& net, const char* id) {
+    const int h = net.FindNode(id);
+    EXPECT_GE(h, 0) << id;
+    if (h < 0) return {};
+    return net.GetDef(h)->GetMatrix()->GetItems().ToVector();
+}
+
+inline std::vector<std::string> Parents(const VEK_network& net, const char* id) {
+    std::vector<std::string> out;
+    const int h = net.FindNode(id);
+    if (h < 0) return out;
+    for (int p : net.GetNode(h)->Parents()) out.push_back(net.GetNodeId(p));
+    return out;
+}
+
+inline std::vector<std::string> States(const VEK_network& net, const char* id) {
+    const int h = net.FindNode(id);
+    if (h < 0) return {};
+    return net.GetDef(h)->GetOutcomeIds()->ToVector();
+}
+
+inline const VEK_discDef* Disc(const VEK_network& net, const char* id) {
+    return static_cast<const VEK_discDef*>(net.GetDef(net.FindNode(id)));
+}
+
 // The last message of a logger ("" when none).
 inline std::string LastMessage(const VEK_network& net) {
     int n = net.Logger().GetErrorCount();

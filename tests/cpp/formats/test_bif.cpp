@@ -26,7 +26,11 @@
 #include "foreignNetUtil.h"
 #include "sharedNetworks.h"
 
+using foreign::Disc;
 using foreign::LastMessage;
+using foreign::Parents;
+using foreign::States;
+using foreign::Table;
 using foreign::TempFile;
 
 namespace {
@@ -35,32 +39,6 @@ int ReadBif(VEK_network& net, const std::string& text, const char* extension = "
     TempFile file(extension);
     file.Write(text);
     return net.ReadFile(file.c_str(), VEK_FORMAT_XMLBIF);
-}
-
-std::vector<double> Table(const VEK_network& net, const char* id) {
-    int h = net.FindNode(id);
-    EXPECT_GE(h, 0) << id;
-    if (h < 0) return {};
-    return net.GetDef(h)->GetMatrix()->GetItems().ToVector();
-}
-
-std::vector<std::string> Parents(const VEK_network& net, const char* id) {
-    std::vector<std::string> out;
-    int h = net.FindNode(id);
-    if (h < 0) return out;
-    const VEK_intArray& p = net.GetNode(h)->Parents();
-    for (int k = 0; k < p.GetSize(); ++k) out.push_back(net.GetNodeId(p[k]));
-    return out;
-}
-
-std::vector<std::string> States(const VEK_network& net, const char* id) {
-    int h = net.FindNode(id);
-    if (h < 0) return {};
-    return net.GetDef(h)->GetOutcomeIds()->ToVector();
-}
-
-const VEK_discDef* Disc(const VEK_network& net, const char* id) {
-    return static_cast<const VEK_discDef*>(net.GetDef(net.FindNode(id)));
 }
 
 }  // namespace

@@ -16,24 +16,11 @@
 #include "foreignNetUtil.h"
 #include "sharedNetworks.h"
 
+using foreign::Disc;
 using foreign::LastMessage;
+using foreign::Table;
 using foreign::TempFile;
 
-namespace {
-
-
-std::vector<double> Table(const VEK_network& net, const char* id) {
-    int h = net.FindNode(id);
-    EXPECT_GE(h, 0) << id;
-    if (h < 0) return {};
-    return net.GetDef(h)->GetMatrix()->GetItems().ToVector();
-}
-
-const VEK_discDef* Disc(const VEK_network& net, const char* id) {
-    return static_cast<const VEK_discDef*>(net.GetDef(net.FindNode(id)));
-}
-
-}  // namespace
 
 // ------------------------------------------------------------ shared networks
 

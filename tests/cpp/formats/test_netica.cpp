@@ -89,10 +89,6 @@ ElimOrder = (Weather, Forecast, Umbrella, Wet);
 };
 )";
 
-std::vector<double> Items(const VEK_network& net, const char* id) {
-    return net.GetDef(net.FindNode(id))->GetMatrix()->GetItems().ToVector();
-}
-
 void CheckNeticaNetwork(const VEK_network& net) {
     ASSERT_EQ(net.GetNumberOfNodes(), 5);
     EXPECT_STREQ(net.Header().GetId(), "Umbrella");
@@ -107,8 +103,8 @@ void CheckNeticaNetwork(const VEK_network& net) {
     const auto* wd = static_cast<const VEK_discDef*>(w.Definition());
     EXPECT_STREQ(wd->GetOutcomeLabel(0), "Sunny");
     EXPECT_STREQ(wd->GetOutcomeLabel(1), "");
-    EXPECT_EQ(Items(net, "Weather"), (std::vector<double>{0.7, 0.3}));
-    EXPECT_EQ(Items(net, "Forecast"), (std::vector<double>{0.6, 0.2, 0.2, 0.1, 0.7, 0.2}));
+    EXPECT_EQ(foreign::Table(net, "Weather"), (std::vector<double>{0.7, 0.3}));
+    EXPECT_EQ(foreign::Table(net, "Forecast"), (std::vector<double>{0.6, 0.2, 0.2, 0.1, 0.7, 0.2}));
     const VEK_node& f = *net.GetNode(net.FindNode("Forecast"));
     EXPECT_STREQ(f.Header().GetComment(), "noisy");
     EXPECT_STREQ(static_cast<const VEK_discDef*>(f.Definition())->GetOutcomeComment(1), "bad news");
@@ -119,12 +115,12 @@ void CheckNeticaNetwork(const VEK_network& net) {
     EXPECT_EQ(u.Parents()[0], net.FindNode("Forecast"));
     const VEK_node& wet = *net.GetNode(net.FindNode("Wet"));
     EXPECT_EQ(wet.Definition()->GetType(), VEK_TRUTHTABLE);
-    EXPECT_EQ(Items(net, "Wet"), (std::vector<double>{0, 1, 1, 0, 0, 1, 0, 1}));
+    EXPECT_EQ(foreign::Table(net, "Wet"), (std::vector<double>{0, 1, 1, 0, 0, 1, 0, 1}));
     const VEK_node& s = *net.GetNode(net.FindNode("Satisfaction"));
     EXPECT_EQ(s.Definition()->GetType(), VEK_TABLE);
     ASSERT_EQ(s.Parents().GetSize(), 2);
     EXPECT_EQ(s.Parents()[0], net.FindNode("Wet"));
-    EXPECT_EQ(Items(net, "Satisfaction"), (std::vector<double>{-100, -90, 20, 100}));
+    EXPECT_EQ(foreign::Table(net, "Satisfaction"), (std::vector<double>{-100, -90, 20, 100}));
 }
 
 }  // namespace

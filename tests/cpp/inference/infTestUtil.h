@@ -3,6 +3,9 @@
 // enumeration of the full joint distribution.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdint>
@@ -10,6 +13,8 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <numeric>
+#include <random>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -262,6 +267,55 @@ inline std::vector<double> Beliefs(const VEK_network& net, int h) {
     if (m)
         for (int i = 0; i < m->GetSize(); ++i) v.push_back((*m)[i]);
     return v;
+}
+
+// Fills the nodes' tables with random columns, about a fraction zeros of
+// the entries 0; a truth table selects one outcome per column.
+inline void RandomTables(VEK_network& net, const std::vector<int>& nodes, std::mt19937& rng, double zeros = 0.15) {
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    for (int x : nodes) {
+        const VEK_Dmatrix* m = net.GetDef(x)->GetMatrix();
+        const size_t k = static_cast<size_t>(m->GetLastDimensionSize());
+        const bool deterministic = net.GetDef(x)->GetType() == VEK_TRUTHTABLE;
+        std::vector<double> t(static_cast<size_t>(m->GetSize()));
+        for (size_t c = 0; c < t.size(); c += k) {
+            if (deterministic) {
+                t[c + rng() % k] = 1.0;
+                continue;
+            }
+            double sum = 0.0;
+            for (size_t s = 0; s < k; ++s) sum += (t[c + s] = u(rng) < zeros ? 0.0 : 0.05 + u(rng));
+            if (sum == 0.0) sum = t[c] = 1.0;
+            for (size_t s = 0; s < k; ++s) t[c + s] /= sum;
+        }
+        EXPECT_EQ(net.GetDef(x)->SetDefinition(t), 0);
+    }
+}
+
+// n nodes named n0, n1, ... with 2..maxStates states and up to three parents
+// among the earlier nodes; with chain each node also depends on the one
+// before it, with truthTables about a quarter of the nodes after the first
+// two are truth tables.
+inline std::vector<int> RandomNet(VEK_network& net, std::mt19937& rng, int n, int maxStates = 4, double zeros = 0.15,
+                                  bool truthTables = false, bool chain = false) {
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    std::vector<int> h;
+    for (int i = 0; i < n; ++i) {
+        const int states = 2 + static_cast<int>(rng() % static_cast<unsigned>(maxStates - 1));
+        h.push_back(AddNode(net, Name("n", i), states, truthTables && i > 1 && u(rng) < 0.25 ? VEK_TRUTHTABLE : VEK_CPT));
+    }
+    for (int i = 1; i < n; ++i) {
+        std::vector<int> cands(static_cast<size_t>(i));
+        std::iota(cands.begin(), cands.end(), 0);
+        std::shuffle(cands.begin(), cands.end(), rng);
+        const int np = std::min<int>(i, static_cast<int>(rng() % 4));
+        for (int k = 0; k < np; ++k) EXPECT_EQ(net.AddArc(h[static_cast<size_t>(cands[static_cast<size_t>(k)])], h[static_cast<size_t>(i)]), 0);
+        if (chain && !net.Related(h[static_cast<size_t>(i - 1)], h[static_cast<size_t>(i)])) {
+            EXPECT_EQ(net.AddArc(h[static_cast<size_t>(i - 1)], h[static_cast<size_t>(i)]), 0);
+        }
+    }
+    RandomTables(net, h, rng, zeros);
+    return h;
 }
 
 // ---------------------------------------------------------------- enumeration

@@ -14,53 +14,13 @@ using namespace inftest;
 
 namespace {
 
-struct RandomNet {
+struct RandomModel {
     VEK_network net;
     std::vector<int> handles;
 };
 
-// n nodes with 2..4 states, up to three parents among the earlier nodes,
-// tables with occasional zeros, and some truth tables.
-void Build(RandomNet& r, std::mt19937& rng, int n, bool truthTables, bool chain = false) {
-    std::uniform_int_distribution<int> states(2, 4);
-    std::uniform_real_distribution<double> u(0.0, 1.0);
-    for (int i = 0; i < n; ++i) {
-        const bool tt = truthTables && i > 1 && u(rng) < 0.25;
-        r.handles.push_back(AddNode(r.net, Name("n", i), states(rng), tt ? VEK_TRUTHTABLE : VEK_CPT));
-    }
-    for (int i = 1; i < n; ++i) {
-        std::vector<int> cands(static_cast<size_t>(i));
-        for (int k = 0; k < i; ++k) cands[static_cast<size_t>(k)] = k;
-        std::shuffle(cands.begin(), cands.end(), rng);
-        const int np = std::min<int>(i, static_cast<int>(rng() % 4));
-        for (int k = 0; k < np; ++k) ASSERT_EQ(r.net.AddArc(r.handles[cands[static_cast<size_t>(k)]], r.handles[i]), 0);
-        if (chain && !r.net.Related(r.handles[i - 1], r.handles[i])) {
-            ASSERT_EQ(r.net.AddArc(r.handles[i - 1], r.handles[i]), 0);
-        }
-    }
-    for (int i = 0; i < n; ++i) {
-        const int h = r.handles[i];
-        const VEK_Dmatrix* m = r.net.GetDef(h)->GetMatrix();
-        const int k = m->GetLastDimensionSize();
-        std::vector<double> t(static_cast<size_t>(m->GetSize()));
-        for (size_t c = 0; c < t.size(); c += static_cast<size_t>(k)) {
-            if (r.net.GetDef(h)->GetType() == VEK_TRUTHTABLE) {
-                t[c + rng() % static_cast<unsigned>(k)] = 1.0;
-                continue;
-            }
-            double sum = 0.0;
-            for (int s = 0; s < k; ++s) {
-                t[c + static_cast<size_t>(s)] = u(rng) < 0.15 ? 0.0 : u(rng);
-                sum += t[c + static_cast<size_t>(s)];
-            }
-            if (sum == 0.0) {
-                t[c] = 1.0;
-                sum = 1.0;
-            }
-            for (int s = 0; s < k; ++s) t[c + static_cast<size_t>(s)] /= sum;
-        }
-        ASSERT_EQ(SetTable(r.net, h, t), 0);
-    }
+void Build(RandomModel& r, std::mt19937& rng, int n, bool truthTables, bool chain = false) {
+    r.handles = inftest::RandomNet(r.net, rng, n, 4, 0.15, truthTables, chain);
 }
 
 // A joint sample, so that evidence drawn from it is possible.
@@ -114,7 +74,7 @@ struct Case {
     std::vector<int> targets;
 };
 
-Case DrawCase(RandomNet& r, std::mt19937& rng, bool allowVirtual) {
+Case DrawCase(RandomModel& r, std::mt19937& rng, bool allowVirtual) {
     Case c;
     std::uniform_real_distribution<double> u(0.0, 1.0);
     const std::vector<int> x = Sample(r.net, r.handles, rng);
@@ -137,7 +97,7 @@ Case DrawCase(RandomNet& r, std::mt19937& rng, bool allowVirtual) {
 }
 
 // Enters the case; the likelihoods are read back as the value stores them.
-void Enter(RandomNet& r, Case& c, bool withTargets) {
+void Enter(RandomModel& r, Case& c, bool withTargets) {
     VEK_network& net = r.net;
     net.ClearAllEvidence();
     net.ClearAllTargets();
@@ -151,7 +111,7 @@ void Enter(RandomNet& r, Case& c, bool withTargets) {
     }
 }
 
-std::vector<int> Required(const RandomNet& r, const Case& c, bool withTargets) {
+std::vector<int> Required(const RandomModel& r, const Case& c, bool withTargets) {
     if (withTargets && !c.targets.empty()) return c.targets;
     return r.handles;
 }
@@ -161,7 +121,7 @@ std::vector<int> Required(const RandomNet& r, const Case& c, bool withTargets) {
 TEST(InferenceRandom, EveryAlgorithmMatchesEnumeration) {
     std::mt19937 rng(20240601);
     for (int trial = 0; trial < 60; ++trial) {
-        RandomNet r;
+        RandomModel r;
         const int n = 2 + static_cast<int>(rng() % 11);
         Build(r, rng, n, trial % 2 == 1);
         Case c = DrawCase(r, rng, true);
@@ -193,7 +153,7 @@ TEST(InferenceRandom, EveryAlgorithmMatchesEnumeration) {
 TEST(InferenceRandom, DecompositionsInSmallBatchesMatchEnumeration) {
     std::mt19937 rng(7);
     for (int trial = 0; trial < 25; ++trial) {
-        RandomNet r;
+        RandomModel r;
         Build(r, rng, 6 + static_cast<int>(rng() % 7), false);
         // Batches of three and a tiny clique limit force the halving down to
         // single nodes, whose trees are built whatever their size.
@@ -221,7 +181,7 @@ TEST(InferenceRandom, DecompositionsInSmallBatchesMatchEnumeration) {
 TEST(InferenceRandom, ClusteringFallsBackToDecompositionWhenTheTreeIsTooBig) {
     std::mt19937 rng(11);
     for (int trial = 0; trial < 10; ++trial) {
-        RandomNet r;
+        RandomModel r;
         Build(r, rng, 8 + static_cast<int>(rng() % 4), false, true);
         r.net.UserProperties().AddProperty("VEK_CLUSTERING_INITIAL_THRESHOLD", "4");
         r.net.UserProperties().AddProperty("VEK_REL_DECOMP_THRESHOLD", "2");
@@ -242,7 +202,7 @@ TEST(InferenceRandom, ClusteringFallsBackToDecompositionWhenTheTreeIsTooBig) {
 TEST(InferenceRandom, InterventionsCutTheParentsOff) {
     std::mt19937 rng(99);
     for (int trial = 0; trial < 20; ++trial) {
-        RandomNet r;
+        RandomModel r;
         Build(r, rng, 4 + static_cast<int>(rng() % 6), false);
         // Control a node none of whose descendants carries evidence.
         const int controlled = r.handles[static_cast<size_t>(rng() % r.handles.size())];
@@ -286,7 +246,7 @@ TEST(InferenceRandom, InterventionsCutTheParentsOff) {
 
 TEST(InferenceRandom, CachedTreesFollowEvidenceValuesAndTableChanges) {
     std::mt19937 rng(5);
-    RandomNet r;
+    RandomModel r;
     Build(r, rng, 10, false);
     const int e = r.handles[9];
     std::uniform_real_distribution<double> u(0.05, 1.0);

@@ -220,6 +220,14 @@ TEST(TsTriangulator, ScanOrderBreaksTiesAndLimitsApply) {
     EXPECT_TRUE(tri.Triangulate(48, 1, pool, cliques));
     EXPECT_FALSE(tri.Triangulate(-1, 4, pool, cliques));
     EXPECT_FALSE(tri.Triangulate(-1, 0, pool, cliques));
+    // The order heuristic 1 found, given: the same cliques.
+    const std::vector<int> order{4, 5, 6, 7, 0, 1, 2, 3};
+    pool.Clear();
+    cliques.clear();
+    ASSERT_TRUE(tri.TriangulateInOrder(TS_UNLIMITED, order, pool, cliques));
+    EXPECT_EQ(tri.GetTotalSize(), 6u * 8u);
+    EXPECT_FALSE(tri.TriangulateInOrder(47, order, pool, cliques));
+    EXPECT_FALSE(tri.TriangulateInOrder(TS_UNLIMITED, {0, 1, 2}, pool, cliques));
     EXPECT_EQ(TsTriangulator::EffectiveLimit(0), uint64_t(1) << 28);
     EXPECT_EQ(TsTriangulator::EffectiveLimit(-1), 1152921504606846975ULL);
     EXPECT_EQ(TsTriangulator::EffectiveLimit(77), 77u);

@@ -210,44 +210,42 @@ public:
     }
 
     // Reads the node's table into the model (after the test set new values).
-    void Capture(const VEK_network& net, int h) {
-        ModelNode& n = nodes[h];
-        n.table.clear();
-        ForEachItem(net, h, [&](const Assign& a, const std::string& key, double v) { n.table[a][key] = v; });
-    }
+    void Capture(const VEK_network& net, int h) { Snapshot(net, h, nodes[h].table); }
 
-    // Calls f(assignment, own key, value) for every item of the real table,
-    // naming coordinates by the ids the network reports.
-    template <typename F>
-    static void ForEachItem(const VEK_network& net, int h, F f) {
+    // The network's table of node h keyed as the model keys it, coordinates
+    // named by the ids the network reports; false when its shape does not
+    // follow the parents (table parents in order, then the own dimension).
+    static bool Snapshot(const VEK_network& net, int h, Table& out) {
+        out.clear();
         const VEK_nodeDef* def = net.GetDef(h);
         const VEK_Dmatrix* m = def->GetMatrix();
-        const VEK_intArray& parents = net.GetNode(h)->Parents();
-        std::vector<int> tableParents;
-        std::vector<int> utilityParents;
-        for (int p : parents) {
-            if (def->GetType() == VEK_MAU && IsUtilityKind(net.GetDef(p)->GetType())) {
-                utilityParents.push_back(p);
-            } else {
-                tableParents.push_back(p);
-            }
+        std::vector<int> tableParents, utilityParents;
+        for (int p : net.GetNode(h)->Parents())
+            (def->GetType() == VEK_MAU && IsUtilityKind(net.GetDef(p)->GetType()) ? utilityParents : tableParents).push_back(p);
+        std::vector<int> dims;
+        for (int p : tableParents) dims.push_back(net.GetDef(p)->GetNumberOfOutcomes());
+        if (def->GetType() == VEK_MAU) {
+            dims.push_back(std::max(1, static_cast<int>(utilityParents.size())));
+        } else {
+            dims.push_back(def->GetType() == VEK_TABLE ? 1 : def->GetNumberOfOutcomes());
         }
+        if (m->GetDimensions().ToVector() != dims) return false;
         VEK_intArray coords;
         for (int i = 0; i < m->GetSize(); ++i) {
             m->IndexToCoordinates(i, coords);
             Assign a;
-            for (size_t d = 0; d < tableParents.size(); ++d) {
-                a[tableParents[d]] = (*net.GetDef(tableParents[d])->GetOutcomeIds())[coords[d]];
-            }
-            int own = coords[coords.GetSize() - 1];
+            for (size_t d = 0; d < tableParents.size(); ++d)
+                a[tableParents[d]] = (*net.GetDef(tableParents[d])->GetOutcomeIds())[coords[static_cast<int>(d)]];
+            const int own = coords[coords.GetSize() - 1];
             std::string key;
             if (def->GetType() == VEK_MAU) {
-                key = utilityParents.empty() ? "*" : Cat("u", utilityParents[own]);
+                key = utilityParents.empty() ? "*" : Cat("u", utilityParents[static_cast<size_t>(own)]);
             } else if (def->GetType() != VEK_TABLE) {
                 key = (*def->GetOutcomeIds())[own];
             }
-            f(a, key, (*m)[i]);
+            out[a][key] = (*m)[i];
         }
+        return true;
     }
 
     // Compares every node with the model; returns a description of the
@@ -261,49 +259,14 @@ public:
                 if (def->GetMatrix() != nullptr) return "decision with a table";
                 continue;
             }
-            const VEK_Dmatrix* m = def->GetMatrix();
-            // Shape: one dimension per table parent, then the own/last one.
-            std::vector<int> dims;
-            int utilityParents = 0;
-            for (int p : net.GetNode(h)->Parents()) {
-                const VEK_nodeDef* pd = net.GetDef(p);
-                if (n.type == VEK_MAU && IsUtilityKind(pd->GetType())) {
-                    ++utilityParents;
-                } else {
-                    dims.push_back(pd->GetNumberOfOutcomes());
-                }
+            Table t;
+            bool same = Snapshot(net, h, t) && t.size() == n.table.size();
+            for (auto a = t.cbegin(), b = n.table.cbegin(); same && a != t.end(); ++a, ++b) {
+                same = a->first == b->first && a->second.size() == b->second.size();
+                for (auto x = a->second.cbegin(), y = b->second.cbegin(); same && x != a->second.end(); ++x, ++y)
+                    same = x->first == y->first && std::fabs(x->second - y->second) <= 1e-9;
             }
-            if (n.type == VEK_MAU) {
-                dims.push_back(std::max(1, utilityParents));
-            } else {
-                dims.push_back(n.type == VEK_TABLE ? 1 : static_cast<int>(n.ids.size()));
-            }
-            if (m->GetDimensions().ToVector() != dims) return Cat("dimensions of node ", h);
-            size_t expectedItems = 0;
-            for (const auto& [a, col] : n.table) expectedItems += col.size();
-            if (expectedItems != static_cast<size_t>(m->GetSize())) return Cat("item count of node ", h);
-            std::string diff;
-            ForEachItem(net, h, [&](const Assign& a, const std::string& key, double v) {
-                if (!diff.empty()) return;
-                auto ct = n.table.find(a);
-                if (ct == n.table.end()) {
-                    diff = Cat("missing column in node ", h);
-                    return;
-                }
-                auto it = ct->second.find(key);
-                if (it == ct->second.end()) {
-                    diff = Cat("missing entry in node ", h);
-                    diff += ": ";
-                    diff += key;
-                } else if (std::fabs(it->second - v) > 1e-9) {
-                    diff = Cat("value in node ", h);
-                    diff += ", entry ";
-                    diff += key;
-                    diff += Cat(": ", v);
-                    diff += Cat(" instead of ", it->second);
-                }
-            });
-            if (!diff.empty()) return diff;
+            if (!same) return Cat("table of node ", h);
         }
         return "";
     }
