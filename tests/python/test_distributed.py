@@ -201,7 +201,7 @@ def test_family_scores_against_direct_sums(client):
     def direct(child, parents, score):
         total = 0.0
         r = frame[child].nunique()
-        configs = frame.groupby(parents) if parents else [((), frame)]
+        configs = frame.groupby(parents if len(parents) > 1 else parents[0]) if parents else [((), frame)]
         q = np.prod([frame[p].nunique() for p in parents]) if parents else 1
         for _, rows in configs:
             counts = rows[child].value_counts().reindex(range(r), fill_value=0).to_numpy()
