@@ -1,5 +1,5 @@
 // Load times of the shared networks in every format that holds them: text
-// BIF and XMLBIF (format 6), Hugin .net (format 5), UAI (format 9, written
+// BIF and XMLBIF (format 6), Hugin .net (format 5), UAI (by its extension, written
 // from the XML file into the temporary directory first) and, as the
 // yardstick, the XML network format. One benchmark per network and format,
 // named Load/<format>/<network>.
@@ -62,9 +62,9 @@ struct Registrar {
             VEK_network net;
             const std::string uai = (std::filesystem::temp_directory_path() / ("quarn_bench_" + name + ".uai")).string();
             if (net.ReadFile((NetworksDir() + "/xvek/" + name + ".xvek").c_str()) == 0 &&
-                net.WriteFile(uai.c_str(), VEK_FORMAT_UAI) == 0) {
+                net.WriteFile(uai.c_str()) == 0) {
                 written.push_back(uai);
-                benchmark::RegisterBenchmark(("Load/uai/" + name).c_str(), Load, uai, VEK_FORMAT_UAI)
+                benchmark::RegisterBenchmark(("Load/uai/" + name).c_str(), Load, uai, VEK_FORMAT_AUTO)
                     ->Unit(benchmark::kMillisecond)
                     ->MinTime(0.2);
             }

@@ -104,6 +104,7 @@ constexpr int VEK_FORMAT_HUGIN = 5;
 constexpr int VEK_FORMAT_XMLBIF = 6;
 constexpr int VEK_FORMAT_KI = 7;
 constexpr int VEK_FORMAT_XVEK = 8;
+// Chosen by the .uai extension only; CreateFileFormat refuses the number.
 constexpr int VEK_FORMAT_UAI = 9;
 
 // ReadField's answer when the block's closer came instead of a field.

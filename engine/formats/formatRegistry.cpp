@@ -68,7 +68,9 @@ VEK_fileFormat* VEK_createFileFormat(VEK_network& net, const char* path, int& fo
         }
         format = info->number;
     } else {
-        info = VEK_findFormat(format);
+        // Numbers 1..8 name formats; later formats (UAI) are chosen by their
+        // extension only, so the numbers users pass keep one meaning.
+        info = format <= VEK_FORMAT_XVEK ? VEK_findFormat(format) : nullptr;
         if (!info) {
             log.LogError(VEK_OUT_OF_RANGE, "Unknown File Format");
             return nullptr;

@@ -16,7 +16,7 @@ struct VEK_formatInfo {
     VEK_speakerFactory create;    // null: not available
 };
 
-// The entry of a format number (1..9), or null.
+// The entry of a format number (1..9; 9 is reached by extension only), or null.
 const VEK_formatInfo* VEK_findFormat(int number);
 // The format chosen by the extension of path (after the last dot, case
 // ignored), tested in the fixed order xvek/qvek, erg, dne, dsc, vek, net,

@@ -141,8 +141,8 @@ def test_extension_case_is_ignored_and_format_numbers_override_it(net, tmp_path)
     with quarn_error(-2, contains="Unknown File Format"):
         back.read_file(txt)
     with quarn_error(-2, contains="Unknown File Format"):
-        net.write_file(str(tmp_path / "ten.xvek"), format=10)
-    assert not os.path.exists(str(tmp_path / "ten.xvek"))
+        net.write_file(str(tmp_path / "nine.uai"), format=9)
+    assert not os.path.exists(str(tmp_path / "nine.uai"))
 
 
 def test_failed_reads_raise_with_the_log_and_change_nothing(small, tmp_path):

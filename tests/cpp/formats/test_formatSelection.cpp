@@ -83,21 +83,21 @@ TEST(FormatSelection, CreateFileFormatWritesTheChosenNumberBack) {
         EXPECT_STREQ(net.Logger().GetLastErrorMessage(), "Unknown File Format");
     }
     // A number out of range leaves the argument as it was.
-    for (int bad : {10, -1, 100}) {
+    for (int bad : {9, 10, -1, 100}) {
         net.Logger().Clear();
         format = bad;
         EXPECT_EQ(net.CreateFileFormat("m.xvek", format), nullptr);
         EXPECT_EQ(format, bad);
         EXPECT_STREQ(net.Logger().GetLastErrorMessage(), "Unknown File Format");
     }
-    // A number from 1 to 9 wins over the extension.
+    // A number from 1 to 8 wins over the extension.
     format = 8;
     std::unique_ptr<VEK_fileFormat> x(net.CreateFileFormat("model.net", format));
     EXPECT_NE(dynamic_cast<VEK_xvekSpeaker*>(x.get()), nullptr);
     EXPECT_EQ(format, 8);
 }
 
-TEST(FormatSelection, FormatEightReadsAnyNameAndTenWritesNothing) {
+TEST(FormatSelection, FormatEightReadsAnyNameAndNineWritesNothing) {
     VEK_network net;
     testnet::RandomNetwork(net, 3);
     const std::string txt = testing::TempDir() + "model.txt";
@@ -108,10 +108,10 @@ TEST(FormatSelection, FormatEightReadsAnyNameAndTenWritesNothing) {
     EXPECT_EQ(testnet::Describe(back), testnet::Describe(net));
     std::remove(txt.c_str());
 
-    const std::string ten = testing::TempDir() + "ten.xvek";
-    std::remove(ten.c_str());
-    EXPECT_EQ(net.WriteFile(ten.c_str(), 10), -2);
-    EXPECT_FALSE(Exists(ten));
+    const std::string nine = testing::TempDir() + "nine.uai";
+    std::remove(nine.c_str());
+    EXPECT_EQ(net.WriteFile(nine.c_str(), 9), -2);
+    EXPECT_FALSE(Exists(nine));
     const std::string none = testing::TempDir() + "noext";
     EXPECT_EQ(net.WriteFile(none.c_str()), -2);
     EXPECT_FALSE(Exists(none));

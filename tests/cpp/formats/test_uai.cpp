@@ -51,7 +51,7 @@ TEST(UaiFormat, SharedNetworksReadBackWithEqualTables) {
         if (shared::IsBig(name) && name != "pathfinder") continue;
         SCOPED_TRACE(name);
         VEK_network copy(*shared::Reference(name)), back;
-        RoundTrip(copy, VEK_FORMAT_UAI, ".uai", back);
+        RoundTrip(copy, VEK_FORMAT_AUTO, ".uai", back);
         EXPECT_EQ(ByPosition(back), ByPosition(copy));
     }
 }
@@ -92,7 +92,7 @@ TEST(UaiFormat, FaultsDamageAndHugeCountsFailWhereTheyAreAndChangeNothing) {
                  });
     VEK_network alarm(*shared::Reference("alarm")), back;
     std::string text;
-    RoundTrip(alarm, VEK_FORMAT_UAI, ".uai", back, &text);
+    RoundTrip(alarm, VEK_FORMAT_AUTO, ".uai", back, &text);
     ExpectCutAndGarbledFailCleanly(FileReader(".uai"), text, 17, 150, 150);
 }
 
