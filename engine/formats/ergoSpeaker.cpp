@@ -174,19 +174,12 @@ std::string ErgoName(const char* id, const char* name, char prefix) {
 void VEK_ergoSpeaker::WriteText() {
     VEK_network& net = Network();
     std::string& out = Text();
-    std::vector<int> handles;
-    std::vector<int> index(static_cast<size_t>(net.GetSlotCount()), -1);
-    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
-        index[static_cast<size_t>(h)] = static_cast<int>(handles.size());
-        handles.push_back(h);
-    }
+    std::vector<int> handles, index;
+    NumberNodes(handles, index);
     out += "/* Number of variables */\n";
     out += std::to_string(handles.size());
     out += "\n/* Number of states */\n";
-    for (size_t i = 0; i < handles.size(); ++i) {
-        if (i) out += ' ';
-        out += std::to_string(net.GetDef(handles[i])->GetNumberOfOutcomes());
-    }
+    AppendOutcomeCounts(handles);
     out += "\n/* Parents */\n";
     for (int h : handles) {
         const VEK_intArray& parents = net.GetNode(h)->Parents();
@@ -198,18 +191,7 @@ void VEK_ergoSpeaker::WriteText() {
         out += '\n';
     }
     out += "/* Probabilities */\n";
-    for (int h : handles) {
-        const VEK_Dmatrix& m = *net.GetDef(h)->GetMatrix();
-        const int size = m.GetSize();
-        const int states = m.GetLastDimensionSize();
-        out += std::to_string(size);
-        out += '\n';
-        for (int i = 0; i < size; ++i) {
-            VEK_appendDouble(out, m[i]);
-            out += (i + 1) % states == 0 ? '\n' : ' ';
-            if (out.size() > (1 << 16)) FlushText();
-        }
-    }
+    for (int h : handles) AppendTable(h);
     out += "/* Names */\n";
     for (int h : handles) {
         const VEK_node* node = net.GetNode(h);

@@ -6,6 +6,7 @@
 
 #include "network/identifier.h"
 #include "network/network.h"
+#include "network/nodeDef.h"
 
 namespace {
 // Carries a described node's index through the build, as a user property that
@@ -221,5 +222,35 @@ int VEK_textSpeaker::WriteNetworkToString(std::string& out) {
         CloseOutput();
         out.clear();
         return Logger().LogError(VEK_OUT_OF_MEMORY, "Out of memory while writing the text");
+    }
+}
+
+void VEK_textSpeaker::NumberNodes(std::vector<int>& handles, std::vector<int>& index) {
+    VEK_network& net = Network();
+    handles.clear();
+    index.assign(static_cast<size_t>(net.GetSlotCount()), -1);
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+        index[static_cast<size_t>(h)] = static_cast<int>(handles.size());
+        handles.push_back(h);
+    }
+}
+
+void VEK_textSpeaker::AppendOutcomeCounts(const std::vector<int>& handles) {
+    for (size_t i = 0; i < handles.size(); ++i) {
+        if (i) text_ += ' ';
+        text_ += std::to_string(Network().GetDef(handles[i])->GetNumberOfOutcomes());
+    }
+}
+
+void VEK_textSpeaker::AppendTable(int handle) {
+    const VEK_Dmatrix& m = *Network().GetDef(handle)->GetMatrix();
+    const int size = m.GetSize();
+    const int states = m.GetLastDimensionSize();
+    text_ += std::to_string(size);
+    text_ += '\n';
+    for (int i = 0; i < size; ++i) {
+        VEK_appendDouble(text_, m[i]);
+        text_ += (i + 1) % states == 0 ? '\n' : ' ';
+        if (text_.size() > (1 << 16)) FlushText();
     }
 }

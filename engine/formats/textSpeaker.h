@@ -60,6 +60,14 @@ protected:
     // ---- writing ----
     std::string& Text() { return text_; }
     void FlushText();
+    // The network's nodes in their order, and each handle's position there
+    // (-1 for free slots): the numbering of formats that name nodes by index.
+    void NumberNodes(std::vector<int>& handles, std::vector<int>& index);
+    // The outcome counts of the nodes, space-separated (no line end).
+    void AppendOutcomeCounts(const std::vector<int>& handles);
+    // A node's table: its size on a line, then one line per parent
+    // configuration, flushing as the text grows.
+    void AppendTable(int handle);
     // Chance nodes of every kind (canonical ones are written by their
     // computed table).
     static bool IsChanceType(int type);

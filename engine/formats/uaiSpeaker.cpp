@@ -198,19 +198,12 @@ std::string VEK_uaiSpeaker::CheckWritable() {
 void VEK_uaiSpeaker::WriteText() {
     VEK_network& net = Network();
     std::string& out = Text();
-    std::vector<int> handles;
-    std::vector<int> index(static_cast<size_t>(net.GetSlotCount()), -1);
-    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
-        index[static_cast<size_t>(h)] = static_cast<int>(handles.size());
-        handles.push_back(h);
-    }
+    std::vector<int> handles, index;
+    NumberNodes(handles, index);
     out += "BAYES\n";
     out += std::to_string(handles.size());
     out += '\n';
-    for (size_t i = 0; i < handles.size(); ++i) {
-        if (i) out += ' ';
-        out += std::to_string(net.GetDef(handles[i])->GetNumberOfOutcomes());
-    }
+    AppendOutcomeCounts(handles);
     out += '\n';
     out += std::to_string(handles.size());
     out += '\n';
@@ -226,17 +219,8 @@ void VEK_uaiSpeaker::WriteText() {
         out += '\n';
     }
     for (int h : handles) {
-        const VEK_Dmatrix& mat = *net.GetDef(h)->GetMatrix();
-        const int size = mat.GetSize();
-        const int states = mat.GetLastDimensionSize();
         out += '\n';
-        out += std::to_string(size);
-        out += '\n';
-        for (int i = 0; i < size; ++i) {
-            VEK_appendDouble(out, mat[i]);
-            out += (i + 1) % states == 0 ? '\n' : ' ';
-            if (out.size() > (1 << 16)) FlushText();
-        }
+        AppendTable(h);
     }
 }
 

@@ -10,7 +10,7 @@ import pytest
 
 import pyquarn
 from pyquarn.learning import DataSet, DataMatch, EM
-from conftest import quarn_error
+from conftest import quarn_error, shared_xvek
 
 pd = pytest.importorskip("pandas")
 dd = pytest.importorskip("dask.dataframe")
@@ -18,7 +18,7 @@ distributed = pytest.importorskip("dask.distributed")
 from pyquarn import distributed as qd  # noqa: E402
 from pyquarn._frames import sample_frame  # noqa: E402
 
-ASIA = "/work/shared/networks/xvek/asia.xvek"
+ASIA = shared_xvek("asia")
 
 
 def load(path=ASIA):
