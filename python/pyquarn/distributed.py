@@ -90,14 +90,33 @@ def _connected(client, timeout):
 
 
 def _persist(parts, client):
+    """Keeps the partitions in worker memory, placed round-robin so that
+    every worker holds an equal share of the E-step's work (a worker that
+    dies hands its share to the others)."""
     import dask
     if client is None:
         return list(dask.persist(*parts))
-    return client.persist(parts)
+    workers = sorted(client.scheduler_info().get("workers", ()))
+    if not workers:
+        return client.persist(parts)
+    return [client.persist(p, workers=[workers[i % len(workers)]], allow_other_workers=True)
+            for i, p in enumerate(parts)]
 
 
-def _e_step(helper, frame):
-    return helper.e_step(frame) if len(frame) else None
+def _records(frame):
+    """A partition as the engine's DataSet, converted once where it lives
+    rather than on every E-step."""
+    from pyquarn._frames import from_pandas
+    return from_pandas(frame) if len(frame) else None
+
+
+def _e_step(helper, part):
+    return helper.e_step(part) if part is not None else None
+
+
+def _converted(net, ddf, matching, function):
+    from dask import delayed
+    return [delayed(_records)(p) for p in _matched(net, ddf, matching, function).to_delayed()]
 
 
 def _add(helper, *items):
@@ -151,7 +170,7 @@ def _fit_em(net, ddf, matching, client, fixed_nodes, eq_sample_size, uniformize,
             relevance, progress):
     helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size, relevance)
     helper.set_seed(seed)
-    parts = _persist(_matched(net, ddf, matching, "fit_em").to_delayed(), client)
+    parts = _persist(_converted(net, ddf, matching, "fit_em"), client)
     best, best_ll = None, -math.inf
     for _ in range(max(restarts, 0) if randomize else 1):
         if randomize:
@@ -178,7 +197,7 @@ def fit_counts(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sampl
     normalised columns (with eq_sample_size times the current tables added).
     Returns the log-likelihood of the data under the fitted tables."""
     helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size)
-    parts = _matched(net, ddf, matching, "fit_counts").to_delayed()
+    parts = _converted(net, ddf, matching, "fit_counts")
     with _connected(client, timeout) as client:
         total = _statistics(helper, parts, client, "fit_counts")
     counts = [c.copy() for c in total["counts"]]
