@@ -2,6 +2,7 @@
 import contextlib
 import json
 import os
+import re
 
 import pytest
 
@@ -147,6 +148,13 @@ def build_impossible(net):
     return net
 
 
+def with_nodes_a_b(net):
+    """Two unconnected CPT nodes A and B."""
+    net.add_node(NodeType.CPT, "A")
+    net.add_node(NodeType.CPT, "B")
+    return net
+
+
 @pytest.fixture
 def net():
     return pyquarn.Network()
@@ -156,6 +164,24 @@ def net():
 def small(net):
     handles = build_small(net)
     return net, handles
+
+
+def refusal_test(rows):
+    """A test over rows (method, arguments, code, text): the call on the
+    small network raises the code with exactly that text, "..." standing for
+    any run of characters, and leaves the network as it was."""
+
+    @pytest.mark.parametrize("method, args, code, text", rows)
+    def test_refused(small, method, args, code, text):
+        net, _ = small
+        before = describe(net)
+        with quarn_error(code) as info:
+            getattr(net, method)(*args)
+        pattern = ".*".join(re.escape(part) for part in text.split("..."))
+        assert re.fullmatch(pattern, str(info.value), re.S), str(info.value)
+        assert describe(net) == before
+
+    return test_refused
 
 
 def bad_node_cases(table):

@@ -1,15 +1,13 @@
 import pytest
 
 import pyquarn
+from conftest import with_nodes_a_b
 from describe_util import assert_refused, describe
 
 
 @pytest.fixture
-def net():
-    n = pyquarn.Network()
-    n.add_node(pyquarn.NodeType.CPT, "A")
-    n.add_node(pyquarn.NodeType.CPT, "B")
-    return n
+def net(net):
+    return with_nodes_a_b(net)
 
 
 @pytest.mark.parametrize("rect", [[10, 20, 5, 7], [10, 20, 4, 6], [-11, -3, 5, 3], [0, 0, 0, 0], [7, 8, 81, 1]])

@@ -1,6 +1,7 @@
 import pytest
 
 import pyquarn
+from conftest import with_nodes_a_b
 from describe_util import assert_refused, describe
 
 UP = pyquarn.UserProperty
@@ -8,11 +9,8 @@ DOC = pyquarn.DocItemInfo
 
 
 @pytest.fixture
-def net():
-    n = pyquarn.Network()
-    n.add_node(pyquarn.NodeType.CPT, "A")
-    n.add_node(pyquarn.NodeType.CPT, "B")
-    return n
+def net(net):
+    return with_nodes_a_b(net)
 
 
 def pairs(items):

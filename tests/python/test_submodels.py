@@ -1,17 +1,15 @@
 import pytest
 
 import pyquarn
+from conftest import with_nodes_a_b
 from describe_util import assert_refused, describe
 
 MAIN = 0x8000
 
 
 @pytest.fixture
-def net():
-    n = pyquarn.Network()
-    n.add_node(pyquarn.NodeType.CPT, "A")
-    n.add_node(pyquarn.NodeType.CPT, "B")
-    return n
+def net(net):
+    return with_nodes_a_b(net)
 
 
 def walk(net):

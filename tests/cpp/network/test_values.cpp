@@ -322,17 +322,6 @@ void MakeDeterministic(VEK_network& net, int b) {
 }
 }  // namespace
 
-TEST_F(ValueTest, PropagatedEvidenceDerivedByTheNetwork) {
-    MakeDeterministic(net, b);
-    ASSERT_EQ(V(a)->SetEvidence(0), VEK_OKAY);
-    ASSERT_TRUE(V(b)->IsPropagatedEvidence());
-    EXPECT_EQ(V(b)->GetEvidence(), 0);
-    EXPECT_EQ(V(b)->SetEvidence(1), VEK_EVIDENCE_CONFLICT);
-    EXPECT_EQ(V(b)->GetFlags(), VEK_VALUE_PROPAGATED | VEK_VALUE_VALID);
-    ASSERT_EQ(V(b)->SetEvidence(0), VEK_OKAY);
-    EXPECT_EQ(V(b)->GetFlags(), VEK_VALUE_EVIDENCE | VEK_VALUE_VALID);
-}
-
 TEST_F(ValueTest, RefusedEvidencePutsBackWhatItReplaced) {
     // Outcome d1 is impossible.
     ASSERT_EQ(net.GetDef(d)->SetDefinition(std::vector<double>{1.0, 0.0}), VEK_OKAY);
