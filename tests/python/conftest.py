@@ -166,22 +166,35 @@ def small(net):
     return net, handles
 
 
-def refusal_test(rows):
+def refusal_test(rows, fixture="small", picture=None):
     """A test over rows (method, arguments, code, text): the call on the
-    small network raises the code with exactly that text, "..." standing for
-    any run of characters, and leaves the network as it was."""
+    fixture's network raises QUARNException with the code and exactly that
+    text, "..." standing for any run of characters (or raises TypeError where
+    the code is TypeError), and leaves the network as it was, as picture (by
+    default describe) draws it."""
+    picture = picture or describe
 
     @pytest.mark.parametrize("method, args, code, text", rows)
-    def test_refused(small, method, args, code, text):
-        net, _ = small
-        before = describe(net)
-        with quarn_error(code) as info:
-            getattr(net, method)(*args)
-        pattern = ".*".join(re.escape(part) for part in text.split("..."))
-        assert re.fullmatch(pattern, str(info.value), re.S), str(info.value)
-        assert describe(net) == before
+    def test_refused(request, method, args, code, text):
+        net = request.getfixturevalue(fixture)
+        net = net[0] if isinstance(net, tuple) else net
+        before = picture(net)
+        if code is TypeError:
+            with pytest.raises(TypeError):
+                getattr(net, method)(*args)
+        else:
+            with quarn_error(code) as info:
+                getattr(net, method)(*args)
+            pattern = ".*".join(re.escape(part) for part in text.split("..."))
+            assert re.fullmatch(pattern, str(info.value), re.S), str(info.value)
+        assert picture(net) == before
 
     return test_refused
+
+
+def type_errors(calls):
+    """Rows for refusal_test of (method, arguments) calls that raise TypeError."""
+    return [(method, args, TypeError, None) for method, args in calls]
 
 
 def bad_node_cases(table):

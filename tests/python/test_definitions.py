@@ -3,7 +3,7 @@ import pytest
 
 from pyquarn import NodeType
 
-from conftest import describe, node_argument_tests, refusal_test
+from conftest import describe, node_argument_tests, refusal_test, type_errors
 
 DEFINITION_METHODS = [
     ("set_node_definition", ([0.5, 0.5],), "hi"),
@@ -23,7 +23,9 @@ test_refused = refusal_test([
     for items in ([], [0.5], [0.5] * 11, [0.5] * 13)
 ] + [(method, ("C",) + args, -51, "QUARN Error -51 in function Network.%s. Node 'C' is not a MAU node" % label)
      for method, args, label in [("get_mau_expressions", (), "GetMauExpressions"),
-                                 ("set_mau_expressions", (["x"],), "SetMauExpressions")]])
+                                 ("set_mau_expressions", (["x"],), "SetMauExpressions")]]
+  + type_errors([("set_node_definition", ("A", items)) for items in ["abc", [None, 0.5], [[0.5], [0.5]], 0.5,
+                                                                      ["0.5", "0.5"]]]))
 
 
 def test_definitions_by_handle_and_by_id(small):
@@ -37,15 +39,6 @@ def test_definitions_by_handle_and_by_id(small):
     net.add_arc("B", "U")
     net.set_node_definition("U", [10.0, -5.0, 2.5])
     assert net.get_node_definition("U") == [10.0, -5.0, 2.5]
-
-
-@pytest.mark.parametrize("items", ["abc", [None, 0.5], [[0.5], [0.5]], 0.5, ["0.5", "0.5"]])
-def test_definition_of_the_wrong_type(small, items):
-    net, _ = small
-    before = describe(net)
-    with pytest.raises(TypeError):
-        net.set_node_definition("A", items)
-    assert describe(net) == before
 
 
 def test_new_definitions_are_uniform(net):
