@@ -726,12 +726,9 @@ TEST(DefinitionDecision, OptionsOnlyAndInformationalParents) {
     ASSERT_EQ(def->AddOutcome(nullptr), VEK_OKAY);
     EXPECT_EQ(Ids(def).back(), "Choice2");
     ASSERT_EQ(net.AddArc(p, d), VEK_OKAY);
-    EXPECT_EQ(net.GetDef(p)->AddOutcome("more"), VEK_OKAY);
-    EXPECT_EQ(net.GetDef(p)->RemoveOutcome(0), VEK_OKAY);
     bool necessary = false;
     ASSERT_EQ(def->IsParentNecessary(p, 1.0, necessary), VEK_OKAY);
     EXPECT_TRUE(necessary);
-    EXPECT_EQ(net.RemoveArc(p, d), VEK_OKAY);
 }
 
 TEST(DefinitionUtility, TableAndNormalisation) {
