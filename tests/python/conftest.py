@@ -2,6 +2,7 @@
 import contextlib
 import json
 import os
+import re
 
 import pytest
 
@@ -147,6 +148,13 @@ def build_impossible(net):
     return net
 
 
+def with_nodes_a_b(net):
+    """Two unconnected CPT nodes A and B."""
+    net.add_node(NodeType.CPT, "A")
+    net.add_node(NodeType.CPT, "B")
+    return net
+
+
 @pytest.fixture
 def net():
     return pyquarn.Network()
@@ -156,6 +164,37 @@ def net():
 def small(net):
     handles = build_small(net)
     return net, handles
+
+
+def refusal_test(rows, fixture="small", picture=None):
+    """A test over rows (method, arguments, code, text): the call on the
+    fixture's network raises QUARNException with the code and exactly that
+    text, "..." standing for any run of characters (or raises TypeError where
+    the code is TypeError), and leaves the network as it was, as picture (by
+    default describe) draws it."""
+    picture = picture or describe
+
+    @pytest.mark.parametrize("method, args, code, text", rows)
+    def test_refused(request, method, args, code, text):
+        net = request.getfixturevalue(fixture)
+        net = net[0] if isinstance(net, tuple) else net
+        before = picture(net)
+        if code is TypeError:
+            with pytest.raises(TypeError):
+                getattr(net, method)(*args)
+        else:
+            with quarn_error(code) as info:
+                getattr(net, method)(*args)
+            pattern = ".*".join(re.escape(part) for part in text.split("..."))
+            assert re.fullmatch(pattern, str(info.value), re.S), str(info.value)
+        assert picture(net) == before
+
+    return test_refused
+
+
+def type_errors(calls):
+    """Rows for refusal_test of (method, arguments) calls that raise TypeError."""
+    return [(method, args, TypeError, None) for method, args in calls]
 
 
 def bad_node_cases(table):

@@ -2,17 +2,13 @@
 the refusal of bad input with the network left as it was."""
 import copy
 import math
-import os
 
 import pytest
 
 import pyquarn
 from pyquarn import NodeType
+from conftest import shared_network
 from describe_util import assert_refused
-
-XVEK = os.path.join(os.environ.get("QUARN_SHARED_DIR",
-                                   os.path.join(os.path.dirname(__file__), "..", "..", "..", "shared")),
-                    "networks", "xvek")
 
 
 def prob_of(net, assignment):
@@ -42,8 +38,7 @@ def chain():
 
 @pytest.mark.parametrize("name", ["asia", "alarm", "insurance"])
 def test_explanations_have_the_probability_of_their_assignment(name):
-    net = pyquarn.Network()
-    net.read_file(os.path.join(XVEK, name + ".xvek"))
+    net = shared_network(name)
     ids = net.get_all_node_ids()
     prior = net.most_probable_explanation()
     for i in range(0, len(ids), 4):

@@ -136,15 +136,6 @@ def test_error_text_names_the_operation(canon):
         net.set_de_morgan_parent_weight("D", 5, 0.5)
 
 
-def test_arcs_into_demorgan_only_from_demorgan(canon):
-    net, h = canon
-    with quarn_error(-51):
-        net.add_arc(h["A"], h["D"])
-    with quarn_error(-51):
-        net.add_arc(h["D"], h["N"])
-
-
-
 def build_noisy_or(net, k, seed):
     """Y: binary noisy-MAX over k independent binary roots P0..; returns the
     roots' priors of their first outcome, their strengths and the leak."""

@@ -1,6 +1,7 @@
 import pytest
 
 import pyquarn
+from conftest import refusal_test, type_errors
 from describe_util import assert_refused, describe
 
 NA = 8.900295434028806e-308  # the engine's "not available" cost
@@ -225,14 +226,9 @@ def test_bad_nodes_in_cost_arcs(net, pair):
     assert_refused(net, -3, net.delete_cost_arc, *pair)
 
 
-@pytest.mark.parametrize("method, args", [
+test_wrong_argument_types = refusal_test(type_errors([
     ("set_node_diag_type", (0, 1)), ("set_node_question", (0, 5)), ("get_node_question", (0,)),
     ("set_ranked", (0, 1)), ("set_mandatory", ("A", None)), ("add_cost_arc", (0, "B")),
     ("set_node_cost", (0, ["x"])), ("set_fault_outcome", (0, 0, 1)), ("set_outcome_label", (0, 0.0, "x")),
     ("get_default_outcome_id", (0,)), ("get_cost_parent_ids", (0,)),
-])
-def test_wrong_argument_types(net, method, args):
-    before = describe(net)
-    with pytest.raises(TypeError):
-        getattr(net, method)(*args)
-    assert describe(net) == before
+]), "net", describe)

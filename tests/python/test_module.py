@@ -11,7 +11,7 @@ import pytest
 import pyquarn
 from pyquarn import NodeType, QUARNException
 
-from conftest import OCCURED, build_impossible, describe, quarn_error
+from conftest import OCCURED, build_impossible, describe, quarn_error, refusal_test, type_errors
 
 ENUMS = {
     "NodeType": [
@@ -372,13 +372,10 @@ def test_set_id_refuses_invalid_identifiers(net, bad_id):
     assert net.get_id() == "Good"
 
 
-@pytest.mark.parametrize("method, args", [
+test_identity_methods_refuse_wrong_types = refusal_test(type_errors([
     ("set_id", (5,)), ("set_name", (None,)), ("set_description", (1.5,)), ("redirect_log", ([],)),
     ("redirect_log", (1.0,)),
-])
-def test_identity_methods_refuse_wrong_types(net, method, args):
-    with pytest.raises(TypeError):
-        getattr(net, method)(*args)
+]), "net")
 
 
 @pytest.mark.parametrize("how", [copy.copy, copy.deepcopy, lambda n: n.__deepcopy__({})])

@@ -1,15 +1,13 @@
 import pytest
 
 import pyquarn
+from conftest import refusal_test, type_errors, with_nodes_a_b
 from describe_util import assert_refused, describe
 
 
 @pytest.fixture
-def net():
-    n = pyquarn.Network()
-    n.add_node(pyquarn.NodeType.CPT, "A")
-    n.add_node(pyquarn.NodeType.CPT, "B")
-    return n
+def net(net):
+    return with_nodes_a_b(net)
 
 
 @pytest.mark.parametrize("rect", [[10, 20, 5, 7], [10, 20, 4, 6], [-11, -3, 5, 3], [0, 0, 0, 0], [7, 8, 81, 1]])
@@ -106,15 +104,10 @@ def test_bad_nodes(net, method, extra, bad):
     assert_refused(net, -3, getattr(net, method), 0, *extra)
 
 
-@pytest.mark.parametrize("method, args", [
+test_wrong_argument_types = refusal_test(type_errors([
     ("set_node_position", (0, 1.5, 2, 3, 4)), ("set_node_position", (0, [1, 2, None, 4])),
     ("set_node_position", (0, 1, 2, 3)), ("set_node_bg_color", (0, -1)), ("set_node_bg_color", (0, 2**32)),
     ("set_node_text_color", (0, "red")), ("set_node_border_color", (0, 1.0)), ("set_node_border_width", (0, "2")),
     ("set_node_chart_enabled", (0, 1)), ("set_node_chart_size", (0, 3)), ("set_noisy_decomposition_enabled", (1,)),
     ("set_noisy_decomposition_limit", (2.5,)), ("get_node_position", (1.0,)),
-])
-def test_wrong_argument_types(net, method, args):
-    before = describe(net)
-    with pytest.raises(TypeError):
-        getattr(net, method)(*args)
-    assert describe(net) == before
+]), "net", describe)

@@ -1,6 +1,7 @@
 import pytest
 
 import pyquarn
+from conftest import refusal_test, type_errors, with_nodes_a_b
 from describe_util import assert_refused, describe
 
 UP = pyquarn.UserProperty
@@ -8,11 +9,8 @@ DOC = pyquarn.DocItemInfo
 
 
 @pytest.fixture
-def net():
-    n = pyquarn.Network()
-    n.add_node(pyquarn.NodeType.CPT, "A")
-    n.add_node(pyquarn.NodeType.CPT, "B")
-    return n
+def net(net):
+    return with_nodes_a_b(net)
 
 
 def pairs(items):
@@ -92,14 +90,9 @@ def test_bad_nodes(net, method, extra, bad):
                    text=f"QUARN Error Occured. Invalid node handle: {handle}")
 
 
-@pytest.mark.parametrize("method, args", [
+test_wrong_argument_types = refusal_test(type_errors([
     ("set_user_properties", ([("a", "1")],)), ("set_user_properties", (UP("a", "1"),)),
     ("set_user_properties", ([DOC("a", "1")],)), ("set_node_user_properties", (0, [1])),
     ("set_node_documentation", (0, [UP("a", "1")])), ("set_node_documentation", (0.0, [])),
     ("get_node_documentation", (None,)),
-])
-def test_wrong_argument_types(net, method, args):
-    before = describe(net)
-    with pytest.raises(TypeError):
-        getattr(net, method)(*args)
-    assert describe(net) == before
+]), "net", describe)

@@ -1,17 +1,15 @@
 import pytest
 
 import pyquarn
+from conftest import refusal_test, type_errors, with_nodes_a_b
 from describe_util import assert_refused, describe
 
 MAIN = 0x8000
 
 
 @pytest.fixture
-def net():
-    n = pyquarn.Network()
-    n.add_node(pyquarn.NodeType.CPT, "A")
-    n.add_node(pyquarn.NodeType.CPT, "B")
-    return n
+def net(net):
+    return with_nodes_a_b(net)
 
 
 def walk(net):
@@ -216,14 +214,9 @@ def test_main_cannot_be_deleted(net):
     assert_refused(net, -2, net.delete_submodel, "Main")
 
 
-@pytest.mark.parametrize("method, args", [
+test_wrong_argument_types = refusal_test(type_errors([
     ("add_submodel", (1.5, "X")), ("add_submodel", (MAIN, 3)), ("get_submodel", (MAIN,)),
     ("get_submodel_id", ("Main",)), ("set_submodel_of_node", (0, "Main")), ("set_submodel_of_submodel", ("Main", MAIN)),
     ("set_submodel_position", (MAIN, [1, 2, "3", 4])), ("set_submodel_position", (MAIN, 1.0, 2, 3, 4)),
     ("get_next_submodel", ("Main",)),
-])
-def test_wrong_argument_types(net, method, args):
-    before = describe(net)
-    with pytest.raises(TypeError):
-        getattr(net, method)(*args)
-    assert describe(net) == before
+]), "net", describe)

@@ -145,6 +145,7 @@ TEST(RandGen, Roulette) {
     EXPECT_EQ(VEK_randGen::Roulette(1.5, p, 3), 2);
     const double zeros[] = {0.0, 0.0, 0.0, 0.0};
     EXPECT_EQ(VEK_randGen::Roulette(0.0, zeros, 4), 3);
+    EXPECT_EQ(VEK_randGen::Roulette(0.3, zeros, 4), 3);
     EXPECT_EQ(VEK_randGen::Roulette(0.5, p, 0), -1);
     const double skip[] = {0.0, 0.0, 1.0};
     EXPECT_EQ(VEK_randGen::Roulette(0.0, skip, 3), 2);

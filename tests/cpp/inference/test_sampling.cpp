@@ -1,11 +1,10 @@
 // Stochastic sampling and message passing (Bayesian algorithm ids 1 to 9):
-// the generator's stream, Roulette, EPIS parameters, estimates against the
+// EPIS parameters, estimates against the
 // reference posteriors of the shared networks and against enumeration,
 // reproducibility, and failures that leave the network usable.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -57,36 +56,6 @@ double MaxError(const VEK_network& net, const Scenario& sc) {
 // carries the evidence, has a standard error of at most 0.5 / sqrt(n pe).
 double SamplingTolerance(int samples, double pe, double sigmas) { return sigmas * 0.5 / std::sqrt(samples * pe); }
 
-// Independent model of the generator, from its documented steps.
-struct StepGen {
-    uint32_t x = 123456789u, y = 987654321u, z = 43219876u, c = 6543217u;
-    static uint32_t H(uint32_t a) {
-        a = a * 4097u + 2127912214u;
-        a = a ^ 3345072700u ^ (a >> 19);
-        a = a * 33u;
-        a = (a - 369570787u) ^ ((a + 374761393u) << 9);
-        a = a * 9u - 42973499u;
-        return a ^ 3042594569u ^ (a >> 16);
-    }
-    explicit StepGen(uint32_t seed) {
-        const uint32_t h1 = H(seed), h2 = H(h1 ^ 3042594569u ^ 285207212u), h3 = H(h2 ^ 3042594569u ^ 1246457319u);
-        x ^= h1;
-        y ^= h2;
-        z ^= h3;
-        for (int i = 0; i < 7; ++i) Next();
-    }
-    uint32_t Next() {
-        x = 314527869u * x + 1234567u;
-        y ^= y << 5;
-        y ^= y >> 7;
-        y ^= y << 22;
-        const uint64_t t = uint64_t{4294584393u} * z + c;
-        z = static_cast<uint32_t>(t);
-        c = static_cast<uint32_t>(t >> 32);
-        return x + y + z;
-    }
-};
-
 // A -> B -> C, A -> C and D -> C: one loop, a node with three parents.
 // Without the arc A -> C the arcs form a tree.
 struct Loop {
@@ -113,33 +82,6 @@ struct Loop {
 const int kSamplers[] = {1, 3, 4, 5, 6, 7, 8};
 
 }  // namespace
-
-TEST(SamplingGenerator, StreamAfterInitOneAndRoulette) {
-    VEK_randGen gen(1);
-    StepGen ref(1);
-    for (int i = 0; i < 50; ++i) ASSERT_EQ(gen.Next(), ref.Next()) << i;
-    for (int i = 0; i < 20; ++i) {
-        const uint32_t a = ref.Next() >> 6, b = ref.Next() >> 5;
-        ASSERT_EQ(gen.GetDouble(), (a * 134217728.0 + b) / 9007199254740992.0) << i;
-    }
-    for (unsigned n : {1u, 2u, 7u, 1000u}) EXPECT_EQ(gen.GetInt(n), ref.Next() % n);
-    // A restart with the same seed gives the same stream again.
-    gen.Init(1);
-    EXPECT_EQ(gen.Next(), StepGen(1).Next());
-
-    const double zeros[] = {0.0, 0.0, 0.0};
-    const double p[] = {0.2, 0.3, 0.5};
-    const double halves[] = {0.5, 0.5};
-    EXPECT_EQ(VEK_randGen::Roulette(0.3, zeros, 3), 2);
-    EXPECT_EQ(VEK_randGen::Roulette(0.0, zeros, 3), 2);
-    EXPECT_EQ(VEK_randGen::Roulette(0.5, p, 0), -1);
-    EXPECT_EQ(VEK_randGen::Roulette(0.0, p, 3), 0);
-    EXPECT_EQ(VEK_randGen::Roulette(0.25, p, 3), 1);
-    // The running sum must exceed r, equal is not enough.
-    EXPECT_EQ(VEK_randGen::Roulette(0.5, halves, 2), 1);
-    EXPECT_EQ(VEK_randGen::Roulette(0.2, p, 3), 1);
-    EXPECT_EQ(VEK_randGen::Roulette(1.5, p, 3), 2);
-}
 
 TEST(SamplingParams, EpisValidityAndTheNetworkKeepsValidOnes) {
     VEK_EPISParams p;

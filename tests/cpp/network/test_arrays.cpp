@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "inference/randGen.h"
 #include "network/doubleArray.h"
 #include "network/idArray.h"
 #include "network/intArray.h"
@@ -164,15 +163,6 @@ TEST(IntArray, Permutations) {
     EXPECT_TRUE(id.IsPermutation());
     EXPECT_EQ(id.MakeIdentityPermutation(-1), -3);
     EXPECT_EQ(id.GetSize(), 12);
-}
-
-TEST(IntArray, RandomShuffleKeepsAPermutation) {
-    VEK_randGen gen(8);
-    VEK_intArray p;
-    p.MakeIdentityPermutation(30);
-    p.RandomShuffle(gen);
-    EXPECT_TRUE(p.IsPermutation());
-    EXPECT_FALSE(p.IsIdentityPermutation());
 }
 
 TEST(IntArray, NextCombinationEnumeratesInLexicalOrder) {
