@@ -252,6 +252,7 @@ private:
     int ReadPresentation(const Item& block, VEK_screenInfo& screen);
     int CreateNode(const Item& it);
     int ReadOutcomes(NodeSpec& n);
+    int ReadStateBlocks(NodeSpec& n, VEK_discDef* def);
     int ReadParents(NodeSpec& n);
     int CheckCycles();
     int AddArcs(NodeSpec& n);
@@ -1083,6 +1084,19 @@ int VekReader::ReadOutcomes(NodeSpec& n) {
     }
     if (points && def->SetPointValues(values) < 0) return NamedFail(One(*points).pos, "SetPointValues failed", n.id);
 
+    if ((res = ReadStateBlocks(n, def)) < 0) return res;
+    if (const Item* dflt = Field(n, "default")) {
+        Ref r;
+        int k = 0;
+        if ((res = GetRef(*dflt, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
+        def->SetDefaultOutcome(k);
+    }
+    return VEK_OKAY;
+}
+
+// state ID { label; fault; fix; comment; link* }
+int VekReader::ReadStateBlocks(NodeSpec& n, VEK_discDef* def) {
+    int res = VEK_OKAY;
     for (const Item& it : n.item->block) {
         if (it.keyword != "state") continue;
         if ((res = ExpectBlock(it, 1)) < 0) return res;
@@ -1115,12 +1129,6 @@ int VekReader::ReadOutcomes(NodeSpec& n) {
             if (link.keyword == "link" && (res = ReadLink(link, titles, paths)) < 0) return res;
         }
         if (!titles.empty()) def->SetOutcomeDocumentation(k, titles, paths);
-    }
-    if (const Item* dflt = Field(n, "default")) {
-        Ref r;
-        int k = 0;
-        if ((res = GetRef(*dflt, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
-        def->SetDefaultOutcome(k);
     }
     return VEK_OKAY;
 }
@@ -1462,7 +1470,7 @@ int VekReader::ReadEquationRange(NodeSpec& n) {
     }
     const Item* disc = Field(n, "discretization");
     const Item* labels = Field(n, "labels");
-    if (!disc) return labels ? NamedFail(labels->pos, "Interval labels without a discretization in node", n.id) : 0;
+    if (!disc) return labels ? NamedFail(labels->pos, "Interval labels without a discretization in node", n.id) : VEK_OKAY;
     std::vector<double> uppers;
     std::vector<Ref> refs;
     if ((res = GetDoubles(*disc, uppers)) < 0 || (labels && (res = GetRefs(*labels, refs, false)) < 0)) return res;
