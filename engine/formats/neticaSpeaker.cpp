@@ -27,10 +27,12 @@ bool SameWord(const std::string& a, const char* b) {
 // A name, a string or a number as written: the items of name lists.
 bool IsItem(const VEK_token& t) { return t.IsWord() || t.IsString() || t.IsNumber(); }
 
-struct NodeParse {
+}  // namespace
+
+struct VEK_neticaSpeaker::NodeParse {
     VEK_descNode node;
     VEK_descTable table;
-    VEK_neticaSpeaker::Extra extra;
+    Extra extra;
     std::string kind = "NATURE";
     VEK_descPos kindPos;
     bool discrete = true;
@@ -49,7 +51,6 @@ struct NodeParse {
     VEK_descPos functablePos;
 };
 
-}  // namespace
 
 // ------------------------------------------------------------------ reading
 
@@ -74,27 +75,31 @@ int VEK_neticaSpeaker::SkipBlockBody() {
     return VEK_OKAY;
 }
 
+int VEK_neticaSpeaker::SkipValue() {
+    std::vector<char> closers;
+    VEK_token t;
+    for (;;) {
+        int res = Next(t);
+        if (res < 0) return res;
+        if (t.IsEnd()) return Fail(t, "Expected ';' but found end of file");
+        if (!t.IsSymbol()) continue;
+        char c = t.text[0];
+        if (c == ';' && closers.empty()) return VEK_OKAY;
+        if (c == '{') closers.push_back('}');
+        if (c == '(') closers.push_back(')');
+        if (c == '[') closers.push_back(']');
+        if (c == '}' || c == ')' || c == ']') {
+            if (closers.empty() || closers.back() != c) return Fail(t, "Unexpected " + t.Describe());
+            closers.pop_back();
+        }
+    }
+}
+
 int VEK_neticaSpeaker::SkipStatement() {
     VEK_token t;
     int res = Next(t);
     if (res < 0) return res;
-    if (t.Is("=")) {
-        std::vector<char> closers;
-        for (;;) {
-            if ((res = Next(t)) < 0) return res;
-            if (t.IsEnd()) return Fail(t, "Expected ';' but found end of file");
-            if (!t.IsSymbol()) continue;
-            char c = t.text[0];
-            if (c == ';' && closers.empty()) return VEK_OKAY;
-            if (c == '{') closers.push_back('}');
-            if (c == '(') closers.push_back(')');
-            if (c == '[') closers.push_back(']');
-            if (c == '}' || c == ')' || c == ']') {
-                if (closers.empty() || closers.back() != c) return Fail(t, "Unexpected " + t.Describe());
-                closers.pop_back();
-            }
-        }
-    }
+    if (t.Is("=")) return SkipValue();
     // A block: "name header... { ... } ;"
     while (!t.Is("{")) {
         if (t.IsEnd() || t.Is(";") || t.Is("}")) return Fail(t, "Expected '=' or '{' but found " + t.Describe());
@@ -102,6 +107,196 @@ int VEK_neticaSpeaker::SkipStatement() {
     }
     if ((res = SkipBlockBody()) < 0) return res;
     Accept(";");
+    return VEK_OKAY;
+}
+
+// "( a, b, c )" or a single item, then ';': the tokens of the items.
+int VEK_neticaSpeaker::ReadList(std::vector<VEK_token>& items, VEK_descPos& pos) {
+    VEK_token t;
+    int res = Next(t);
+    if (res < 0) return res;
+    pos = Pos(t);
+    if (IsItem(t)) {
+        items.push_back(t);
+        return Expect(";");
+    }
+    if (!t.Is("(")) return Fail(t, "Expected '(' but found " + t.Describe());
+    for (;;) {
+        if ((res = Next(t)) < 0) return res;
+        if (t.Is(")")) break;
+        if (t.Is(",")) continue;
+        if (!IsItem(t)) return Fail(t, "Unexpected " + t.Describe() + " in a list");
+        items.push_back(t);
+    }
+    return Expect(";");
+}
+
+// Nested parentheses of items, up to the ';': probs (numbers) and
+// functable (items).
+int VEK_neticaSpeaker::ReadNested(const std::string& node, std::vector<VEK_token>* items, std::vector<double>* numbers,
+                                  VEK_descPos& pos) {
+    VEK_token t;
+    int depth = 0;
+    bool first = true;
+    for (;;) {
+        int res = Next(t);
+        if (res < 0) return res;
+        if (first) pos = Pos(t);
+        first = false;
+        if (t.IsEnd()) return Fail(t, "Expected ';' but found end of file");
+        if (t.Is("(")) {
+            ++depth;
+        } else if (t.Is(")")) {
+            if (depth == 0) return Fail(t, "Unbalanced ')'");
+            --depth;
+        } else if (t.Is(",")) {
+        } else if (t.Is(";")) {
+            if (depth != 0) return Fail(t, "Unbalanced '(' before ';'");
+            return VEK_OKAY;
+        } else if (numbers) {
+            if (t.Is("*")) return Fail(t, "Undefined probability '*' in the table of node " + Quote(node));
+            if (t.IsWord() && (SameWord(t.text, "inf") || SameWord(t.text, "nan"))) {
+                return Fail(t, "Invalid number " + t.Describe() + " in the table of node " + Quote(node));
+            }
+            if (!t.IsNumber()) return Fail(t, "Number expected but found " + t.Describe());
+            numbers->push_back(t.number);
+        } else {
+            if (!IsItem(t)) return Fail(t, "Unexpected " + t.Describe() + " in a table");
+            items->push_back(t);
+        }
+    }
+}
+
+int VEK_neticaSpeaker::ReadText(std::string& text) {
+    VEK_token t;
+    int res = Next(t);
+    if (res < 0) return res;
+    if (!IsItem(t)) return Fail(t, "String expected but found " + t.Describe());
+    text = t.text;
+    return Expect(";");
+}
+
+// visual V1 { center = (x, y); ... }; after the word 'visual'.
+int VEK_neticaSpeaker::ParseVisual(NodeParse& np) {
+    VEK_token next;
+    int res = Peek(next);
+    if (res < 0) return res;
+    while (!next.Is("{")) {
+        if ((res = Next(next)) < 0) return res;
+        if (next.IsEnd() || next.Is(";") || next.Is("}")) return Fail(next, "Expected '{' but found " + next.Describe());
+        if ((res = Peek(next)) < 0) return res;
+    }
+    Next(next);
+    VEK_token t;
+    for (;;) {
+        if ((res = Next(t)) < 0) return res;
+        if (t.Is("}")) break;
+        if (t.IsEnd()) return Fail(t, "Unexpected end of file inside a visual block");
+        if (t.Is("center")) {
+            if ((res = Expect("=")) < 0 || (res = Expect("(")) < 0) return res;
+            double x, y;
+            if ((res = ExpectNumber(x)) < 0) return res;
+            Accept(",");
+            if ((res = ExpectNumber(y)) < 0) return res;
+            if ((res = Expect(")")) < 0 || (res = Expect(";")) < 0) return res;
+            // Presentation only: absurd coordinates are dropped.
+            if (std::fabs(x) < 1e9 && std::fabs(y) < 1e9) {
+                np.node.hasPosition = true;
+                np.node.x = static_cast<int>(std::lround(x));
+                np.node.y = static_cast<int>(std::lround(y));
+            }
+        } else if (t.IsWord()) {
+            if ((res = SkipStatement()) < 0) return res;
+        } else {
+            return Fail(t, "Field name expected but found " + t.Describe());
+        }
+    }
+    Accept(";");
+    return VEK_OKAY;
+}
+
+// kind, discrete and chance: one word each.
+int VEK_neticaSpeaker::ParseWordField(NodeParse& np, const std::string& field) {
+    VEK_token t;
+    int res = Next(t);
+    if (res < 0) return res;
+    if (field == "kind") {
+        if (!t.IsWord()) return Fail(t, "Node kind expected but found " + t.Describe());
+        np.kind = t.text;
+        np.kindPos = Pos(t);
+    } else {
+        if (!t.IsWord()) return Fail(t, "Word expected but found " + t.Describe());
+        if (field == "discrete") {
+            if (!SameWord(t.text, "TRUE") && !SameWord(t.text, "FALSE")) {
+                return Fail(t, "TRUE or FALSE expected but found " + t.Describe());
+            }
+            np.discrete = SameWord(t.text, "TRUE");
+        } else {
+            if (!SameWord(t.text, "CHANCE") && !SameWord(t.text, "DETERMIN")) {
+                return Fail(t, "CHANCE or DETERMIN expected but found " + t.Describe());
+            }
+            np.determin = SameWord(t.text, "DETERMIN");
+        }
+    }
+    return Expect(";");
+}
+
+// The value of "field = value;", after the '='.
+int VEK_neticaSpeaker::ParseField(NodeParse& np, const std::string& field) {
+    int res = VEK_OKAY;
+    std::vector<VEK_token> items;
+    VEK_descPos pos;
+    if (field == "kind" || field == "discrete" || field == "chance") return ParseWordField(np, field);
+    if (field == "states") {
+        if ((res = ReadList(items, pos)) < 0) return res;
+        np.hasStates = true;
+        np.node.states.clear();
+        for (const VEK_token& it : items) np.node.states.push_back(it.text);
+    } else if (field == "numstates") {
+        VEK_token t;
+        if ((res = Peek(t)) < 0) return res;
+        np.numStatesPos = Pos(t);
+        if ((res = ExpectCount(1 << 20, np.numStates, "Number of states")) < 0) return res;
+        return Expect(";");
+    } else if (field == "levels") {
+        if ((res = ReadList(items, np.levelsPos)) < 0) return res;
+        np.hasLevels = true;
+        np.levels.clear();
+        for (const VEK_token& it : items) {
+            if (!it.IsNumber()) return Fail(it, "Number expected but found " + it.Describe());
+            np.levels.push_back(it.number);
+        }
+    } else if (field == "parents") {
+        if ((res = ReadList(items, pos)) < 0) return res;
+        np.table.parents.clear();
+        np.table.parentPos.clear();
+        for (const VEK_token& it : items) {
+            np.table.parents.push_back(it.text);
+            np.table.parentPos.push_back(Pos(it));
+        }
+    } else if (field == "probs") {
+        np.probs.clear();
+        if ((res = ReadNested(np.node.name, nullptr, &np.probs, np.probsPos)) < 0) return res;
+        np.hasProbs = true;
+    } else if (field == "functable" || field == "utils") {
+        np.functable.clear();
+        if ((res = ReadNested(np.node.name, &np.functable, nullptr, np.functablePos)) < 0) return res;
+        np.hasFunctable = true;
+    } else if (field == "title") {
+        if ((res = ReadText(np.node.label)) < 0) return res;
+        np.node.hasLabel = true;
+    } else if (field == "comment") {
+        if ((res = ReadText(np.extra.comment)) < 0) return res;
+        np.extra.hasComment = true;
+    } else if (field == "statetitles" || field == "statecomments") {
+        if ((res = ReadList(items, pos)) < 0) return res;
+        auto& target = field == "statetitles" ? np.extra.stateTitles : np.extra.stateComments;
+        target.clear();
+        for (const VEK_token& it : items) target.push_back(it.text);
+    } else {
+        // Any other field: its value up to the ';'.
+        return SkipValue();
+    }
     return VEK_OKAY;
 }
 
@@ -114,70 +309,6 @@ int VEK_neticaSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToken) 
     int res = Expect("{");
     if (res < 0) return res;
     VEK_token t;
-
-    // "( a, b, c )" or a single item; the tokens of the items.
-    auto readList = [&](std::vector<VEK_token>& items, VEK_descPos& pos) -> int {
-        int r = Next(t);
-        if (r < 0) return r;
-        pos = Pos(t);
-        if (IsItem(t)) {
-            items.push_back(t);
-            return Expect(";");
-        }
-        if (!t.Is("(")) return Fail(t, "Expected '(' but found " + t.Describe());
-        for (;;) {
-            if ((r = Next(t)) < 0) return r;
-            if (t.Is(")")) break;
-            if (t.Is(",")) continue;
-            if (!IsItem(t)) return Fail(t, "Unexpected " + t.Describe() + " in a list");
-            items.push_back(t);
-        }
-        return Expect(";");
-    };
-    // Nested parentheses of items, up to the ';': probs and functable.
-    auto readNested = [&](std::vector<VEK_token>* items, std::vector<double>* numbers, VEK_descPos& pos) -> int {
-        int depth = 0;
-        bool first = true;
-        for (;;) {
-            int r = Next(t);
-            if (r < 0) return r;
-            if (first) pos = Pos(t);
-            first = false;
-            if (t.IsEnd()) return Fail(t, "Expected ';' but found end of file");
-            if (t.Is("(")) {
-                ++depth;
-            } else if (t.Is(")")) {
-                if (depth == 0) return Fail(t, "Unbalanced ')'");
-                --depth;
-            } else if (t.Is(",")) {
-            } else if (t.Is(";")) {
-                if (depth != 0) return Fail(t, "Unbalanced '(' before ';'");
-                return VEK_OKAY;
-            } else if (numbers) {
-                if (t.Is("*")) return Fail(t, "Undefined probability '*' in the table of node " + Quote(np.node.name));
-                double v = 0.0;
-                if (t.IsNumber()) {
-                    v = t.number;
-                } else if (t.IsWord() && (SameWord(t.text, "inf") || SameWord(t.text, "nan"))) {
-                    return Fail(t, "Invalid number " + t.Describe() + " in the table of node " + Quote(np.node.name));
-                } else {
-                    return Fail(t, "Number expected but found " + t.Describe());
-                }
-                numbers->push_back(v);
-            } else {
-                if (!IsItem(t)) return Fail(t, "Unexpected " + t.Describe() + " in a table");
-                items->push_back(t);
-            }
-        }
-    };
-    auto readText = [&](std::string& text) -> int {
-        int r = Next(t);
-        if (r < 0) return r;
-        if (!IsItem(t)) return Fail(t, "String expected but found " + t.Describe());
-        text = t.text;
-        return Expect(";");
-    };
-
     for (;;) {
         if ((res = Next(t)) < 0) return res;
         if (t.Is("}")) break;
@@ -187,136 +318,23 @@ int VEK_neticaSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToken) 
         VEK_token next;
         if ((res = Peek(next)) < 0) return res;
         if (!next.Is("=")) {
-            if (field == "visual") {
-                // visual V1 { center = (x, y); ... };
-                while (!next.Is("{")) {
-                    if ((res = Next(next)) < 0) return res;
-                    if (next.IsEnd() || next.Is(";") || next.Is("}")) return Fail(next, "Expected '{' but found " + next.Describe());
-                    if ((res = Peek(next)) < 0) return res;
-                }
-                Next(next);
-                for (;;) {
-                    if ((res = Next(t)) < 0) return res;
-                    if (t.Is("}")) break;
-                    if (t.IsEnd()) return Fail(t, "Unexpected end of file inside a visual block");
-                    if (t.Is("center")) {
-                        if ((res = Expect("=")) < 0 || (res = Expect("(")) < 0) return res;
-                        double x, y;
-                        if ((res = ExpectNumber(x)) < 0) return res;
-                        Accept(",");
-                        if ((res = ExpectNumber(y)) < 0) return res;
-                        if ((res = Expect(")")) < 0 || (res = Expect(";")) < 0) return res;
-                        // Presentation only: absurd coordinates are dropped.
-                        if (std::fabs(x) < 1e9 && std::fabs(y) < 1e9) {
-                            np.node.hasPosition = true;
-                            np.node.x = static_cast<int>(std::lround(x));
-                            np.node.y = static_cast<int>(std::lround(y));
-                        }
-                    } else if (t.IsWord()) {
-                        if ((res = SkipStatement()) < 0) return res;
-                    } else {
-                        return Fail(t, "Field name expected but found " + t.Describe());
-                    }
-                }
-                Accept(";");
-            } else if ((res = SkipStatement()) < 0) {
-                return res;
-            }
-            continue;
-        }
-        Next(next);  // '='
-        if (field == "kind") {
-            if ((res = Next(t)) < 0) return res;
-            if (!t.IsWord()) return Fail(t, "Node kind expected but found " + t.Describe());
-            np.kind = t.text;
-            np.kindPos = Pos(t);
-            if ((res = Expect(";")) < 0) return res;
-        } else if (field == "discrete" || field == "chance") {
-            if ((res = Next(t)) < 0) return res;
-            if (!t.IsWord()) return Fail(t, "Word expected but found " + t.Describe());
-            if (field == "discrete") {
-                if (!SameWord(t.text, "TRUE") && !SameWord(t.text, "FALSE")) return Fail(t, "TRUE or FALSE expected but found " + t.Describe());
-                np.discrete = SameWord(t.text, "TRUE");
-            } else {
-                if (!SameWord(t.text, "CHANCE") && !SameWord(t.text, "DETERMIN")) {
-                    return Fail(t, "CHANCE or DETERMIN expected but found " + t.Describe());
-                }
-                np.determin = SameWord(t.text, "DETERMIN");
-            }
-            if ((res = Expect(";")) < 0) return res;
-        } else if (field == "states") {
-            std::vector<VEK_token> items;
-            VEK_descPos pos;
-            if ((res = readList(items, pos)) < 0) return res;
-            np.hasStates = true;
-            np.node.states.clear();
-            for (const VEK_token& it : items) np.node.states.push_back(it.text);
-        } else if (field == "numstates") {
-            if ((res = Peek(t)) < 0) return res;
-            np.numStatesPos = Pos(t);
-            if ((res = ExpectCount(1 << 20, np.numStates, "Number of states")) < 0 || (res = Expect(";")) < 0) return res;
-        } else if (field == "levels") {
-            std::vector<VEK_token> items;
-            if ((res = readList(items, np.levelsPos)) < 0) return res;
-            np.hasLevels = true;
-            np.levels.clear();
-            for (const VEK_token& it : items) {
-                if (!it.IsNumber()) return Fail(it, "Number expected but found " + it.Describe());
-                np.levels.push_back(it.number);
-            }
-        } else if (field == "parents") {
-            std::vector<VEK_token> items;
-            VEK_descPos pos;
-            if ((res = readList(items, pos)) < 0) return res;
-            np.table.parents.clear();
-            np.table.parentPos.clear();
-            for (const VEK_token& it : items) {
-                np.table.parents.push_back(it.text);
-                np.table.parentPos.push_back(Pos(it));
-            }
-        } else if (field == "probs") {
-            np.probs.clear();
-            if ((res = readNested(nullptr, &np.probs, np.probsPos)) < 0) return res;
-            np.hasProbs = true;
-        } else if (field == "functable" || field == "utils") {
-            np.functable.clear();
-            if ((res = readNested(&np.functable, nullptr, np.functablePos)) < 0) return res;
-            np.hasFunctable = true;
-        } else if (field == "title") {
-            if ((res = readText(np.node.label)) < 0) return res;
-            np.node.hasLabel = true;
-        } else if (field == "comment") {
-            if ((res = readText(np.extra.comment)) < 0) return res;
-            np.extra.hasComment = true;
-        } else if (field == "statetitles" || field == "statecomments") {
-            std::vector<VEK_token> items;
-            VEK_descPos pos;
-            if ((res = readList(items, pos)) < 0) return res;
-            auto& target = field == "statetitles" ? np.extra.stateTitles : np.extra.stateComments;
-            target.clear();
-            for (const VEK_token& it : items) target.push_back(it.text);
+            res = field == "visual" ? ParseVisual(np) : SkipStatement();
         } else {
-            // Any other field: its value up to the ';'.
-            std::vector<char> closers;
-            for (;;) {
-                if ((res = Next(t)) < 0) return res;
-                if (t.IsEnd()) return Fail(t, "Expected ';' but found end of file");
-                if (!t.IsSymbol()) continue;
-                char c = t.text[0];
-                if (c == ';' && closers.empty()) break;
-                if (c == '{') closers.push_back('}');
-                if (c == '(') closers.push_back(')');
-                if (c == '[') closers.push_back(']');
-                if (c == '}' || c == ')' || c == ']') {
-                    if (closers.empty() || closers.back() != c) return Fail(t, "Unexpected " + t.Describe());
-                    closers.pop_back();
-                }
-            }
+            Next(next);
+            res = ParseField(np, field);
         }
+        if (res < 0) return res;
     }
     Accept(";");
+    if ((res = MakeStates(np)) < 0 || (res = MakeTable(np)) < 0) return res;
+    desc.nodes.push_back(std::move(np.node));
+    desc.tables.push_back(std::move(np.table));
+    extras_.push_back(std::move(np.extra));
+    return VEK_OKAY;
+}
 
-    // ---- what the fields make of the node
+// The node's type from its kind, and its states, intervals or point values.
+int VEK_neticaSpeaker::MakeStates(NodeParse& np) {
     const std::string& name = np.node.name;
     if (SameWord(np.kind, "NATURE") || SameWord(np.kind, "CONSTANT")) {
         np.node.type = VEK_CPT;
@@ -327,68 +345,38 @@ int VEK_neticaSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToken) 
     } else {
         return Fail(np.kindPos, "Unsupported node kind " + Quote(np.kind) + " of node " + Quote(name));
     }
-    if (np.node.type != VEK_TABLE) {
-        if (!np.hasStates && np.numStates >= 0) {
-            for (long long k = 0; k < np.numStates; ++k) np.node.states.push_back("State" + std::to_string(k));
-        }
-        const size_t n = np.node.states.size();
-        if (!np.discrete) {
-            // A continuous quantity is held discretised: its levels are the
-            // edges of the intervals.
-            if (!np.hasLevels || np.levels.size() < 3) {
-                return Fail(np.node.pos, "Continuous node " + Quote(name) + " needs at least three levels to be read");
-            }
-            if (np.node.states.empty()) {
-                for (size_t k = 0; k + 1 < np.levels.size(); ++k) np.node.states.push_back("State" + std::to_string(k));
-            }
-            if (np.levels.size() != np.node.states.size() + 1) {
-                return Fail(np.levelsPos, "Node " + Quote(name) + " needs " + std::to_string(np.node.states.size() + 1) +
-                                              " levels");
-            }
-            np.node.intervals = np.levels;
-        } else if (np.hasLevels) {
-            if (np.levels.size() != n) return Fail(np.levelsPos, "Node " + Quote(name) + " needs " + std::to_string(n) + " levels");
-            np.node.pointValues = np.levels;
-        }
+    if (np.node.type == VEK_TABLE) return VEK_OKAY;
+    if (!np.hasStates && np.numStates >= 0) {
+        for (long long k = 0; k < np.numStates; ++k) np.node.states.push_back("State" + std::to_string(k));
     }
-    const size_t states = np.node.states.size();
-    if (np.node.type == VEK_CPT) {
-        if (np.hasProbs) {
-            np.table.hasValues = true;
-            np.table.values = std::move(np.probs);
-            np.table.valuesPos = np.probsPos;
-            bool zeroOne = np.determin;
-            for (double v : np.table.values) zeroOne = zeroOne && (v == 0.0 || v == 1.0);
-            if (zeroOne) np.node.type = VEK_TRUTHTABLE;
-        } else if (np.hasFunctable) {
-            // State names (or levels) per parent configuration.
-            if (static_cast<long long>(np.functable.size()) * static_cast<long long>(states) > kMaxTable) {
-                return Fail(np.functablePos, "Table too large for node " + Quote(name));
-            }
-            np.node.type = VEK_TRUTHTABLE;
-            np.table.hasValues = true;
-            np.table.valuesPos = np.functablePos;
-            np.table.values.assign(np.functable.size() * states, 0.0);
-            for (size_t j = 0; j < np.functable.size(); ++j) {
-                const VEK_token& leaf = np.functable[j];
-                size_t k = 0;
-                if (leaf.IsNumber() && !np.node.pointValues.empty()) {
-                    while (k < states && np.node.pointValues[k] != leaf.number) ++k;
-                } else {
-                    while (k < states && np.node.states[k] != leaf.text) ++k;
-                }
-                if (k == states) {
-                    return Fail(leaf, "Unknown state " + leaf.Describe() + " in the functable of node " + Quote(name));
-                }
-                np.table.values[j * states + k] = 1.0;
-            }
-        } else if (states > 0) {
-            // No table given: every configuration uniform.
-            np.table.hasDefault = true;
-            np.table.defaultRow.assign(states, 1.0 / static_cast<double>(states));
-            np.table.defaultPos = np.node.pos;
+    const size_t n = np.node.states.size();
+    if (!np.discrete) {
+        // A continuous quantity is held discretised: its levels are the
+        // edges of the intervals.
+        if (!np.hasLevels || np.levels.size() < 3) {
+            return Fail(np.node.pos, "Continuous node " + Quote(name) + " needs at least three levels to be read");
         }
-    } else if (np.node.type == VEK_TABLE) {
+        if (np.node.states.empty()) {
+            for (size_t k = 0; k + 1 < np.levels.size(); ++k) np.node.states.push_back("State" + std::to_string(k));
+        }
+        if (np.levels.size() != np.node.states.size() + 1) {
+            return Fail(np.levelsPos, "Node " + Quote(name) + " needs " + std::to_string(np.node.states.size() + 1) +
+                                          " levels");
+        }
+        np.node.intervals = np.levels;
+    } else if (np.hasLevels) {
+        if (np.levels.size() != n) return Fail(np.levelsPos, "Node " + Quote(name) + " needs " + std::to_string(n) + " levels");
+        np.node.pointValues = np.levels;
+    }
+    return VEK_OKAY;
+}
+
+// The node's table from probs or functable; a truth table when every
+// probability of a deterministic node is 0 or 1.
+int VEK_neticaSpeaker::MakeTable(NodeParse& np) {
+    const std::string& name = np.node.name;
+    const size_t states = np.node.states.size();
+    if (np.node.type == VEK_TABLE) {
         if (!np.hasFunctable) return Fail(np.node.pos, "No utility table for node " + Quote(name));
         np.table.hasValues = true;
         np.table.valuesPos = np.functablePos;
@@ -396,10 +384,44 @@ int VEK_neticaSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToken) 
             if (!leaf.IsNumber()) return Fail(leaf, "Number expected but found " + leaf.Describe());
             np.table.values.push_back(leaf.number);
         }
+        return VEK_OKAY;
     }
-    desc.nodes.push_back(std::move(np.node));
-    desc.tables.push_back(std::move(np.table));
-    extras_.push_back(std::move(np.extra));
+    if (np.node.type != VEK_CPT) return VEK_OKAY;
+    if (np.hasProbs) {
+        np.table.hasValues = true;
+        np.table.values = std::move(np.probs);
+        np.table.valuesPos = np.probsPos;
+        bool zeroOne = np.determin;
+        for (double v : np.table.values) zeroOne = zeroOne && (v == 0.0 || v == 1.0);
+        if (zeroOne) np.node.type = VEK_TRUTHTABLE;
+    } else if (np.hasFunctable) {
+        // State names (or levels) per parent configuration.
+        if (static_cast<long long>(np.functable.size()) * static_cast<long long>(states) > kMaxTable) {
+            return Fail(np.functablePos, "Table too large for node " + Quote(name));
+        }
+        np.node.type = VEK_TRUTHTABLE;
+        np.table.hasValues = true;
+        np.table.valuesPos = np.functablePos;
+        np.table.values.assign(np.functable.size() * states, 0.0);
+        for (size_t j = 0; j < np.functable.size(); ++j) {
+            const VEK_token& leaf = np.functable[j];
+            size_t k = 0;
+            if (leaf.IsNumber() && !np.node.pointValues.empty()) {
+                while (k < states && np.node.pointValues[k] != leaf.number) ++k;
+            } else {
+                while (k < states && np.node.states[k] != leaf.text) ++k;
+            }
+            if (k == states) {
+                return Fail(leaf, "Unknown state " + leaf.Describe() + " in the functable of node " + Quote(name));
+            }
+            np.table.values[j * states + k] = 1.0;
+        }
+    } else if (states > 0) {
+        // No table given: every configuration uniform.
+        np.table.hasDefault = true;
+        np.table.defaultRow.assign(states, 1.0 / static_cast<double>(states));
+        np.table.defaultPos = np.node.pos;
+    }
     return VEK_OKAY;
 }
 

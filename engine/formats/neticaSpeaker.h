@@ -12,6 +12,7 @@
 // or repaired, with the original text kept as the title.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "formats/textSpeaker.h"
@@ -35,10 +36,23 @@ protected:
     void WriteText() override;
 
 private:
+    struct NodeParse;  // the fields of one node block as read
+
     int ParseBnet(VEK_netDesc& desc);
     int ParseNode(VEK_netDesc& desc, const VEK_token& nameToken);
+    int ParseVisual(NodeParse& np);
+    int ParseField(NodeParse& np, const std::string& field);
+    int ParseWordField(NodeParse& np, const std::string& field);
+    int MakeStates(NodeParse& np);
+    int MakeTable(NodeParse& np);
+    int ReadList(std::vector<VEK_token>& items, VEK_descPos& pos);
+    int ReadNested(const std::string& node, std::vector<VEK_token>* items, std::vector<double>* numbers,
+                   VEK_descPos& pos);
+    int ReadText(std::string& text);
     // Skips "= value ;" or "header { ... } [;]" after a field name.
     int SkipStatement();
+    // Skips a value up to its ';', brackets balanced; after the '='.
+    int SkipValue();
     int SkipBlockBody();
 
     std::vector<Extra> extras_;

@@ -13,6 +13,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "dynamic/dynamicNet.h"
+#include "equations/equation.h"
 #include "formats/fileFormat.h"
 #include "network/cast.h"
 #include "network/cpt.h"
@@ -131,7 +133,7 @@ unsigned SwapRedBlue(unsigned c) { return (c & 0xFF00FF00u) | ((c & 0xFFu) << 16
 
 // ============================================================== kinds
 
-enum Kind { kCpt, kDeterministic, kDecision, kUtility, kMau, kCast, kDemorgan, kNoisyMax, kNoisyAdder };
+enum Kind { kCpt, kDeterministic, kDecision, kUtility, kMau, kCast, kDemorgan, kNoisyMax, kNoisyAdder, kEquation };
 
 using Words = std::vector<std::string_view>;
 
@@ -153,6 +155,8 @@ const KindInfo kKinds[] = {
     {"demorgan", kDemorgan, VEK_DEMORGAN, true, {"types", "weights", "priorbelief"}},
     {"noisymax", kNoisyMax, VEK_NOISY_MAX, true, {"strengths", "parameters", "synchronized"}},
     {"noisyadder", kNoisyAdder, VEK_NOISY_ADDER, true, {"function", "dstate", "dstates", "weights", "parameters"}},
+    {"equation", kEquation, VEK_EQUATION, false,
+     {"equation", "bounds", "defaultvalue", "nominal", "discretization", "labels"}},
 };
 
 const Words kPresentation = {"center", "size", "interior", "outline", "outlinewidth", "selcolor", "fontcolor", "font"};
@@ -248,10 +252,28 @@ private:
     int ReadPresentation(const Item& block, VEK_screenInfo& screen);
     int CreateNode(const Item& it);
     int ReadOutcomes(NodeSpec& n);
+    int ReadStateBlocks(NodeSpec& n, VEK_discDef* def);
     int ReadParents(NodeSpec& n);
     int CheckCycles();
     int AddArcs(NodeSpec& n);
     int ReadDefinition(NodeSpec& n);
+    // Per kind, the parts of a definition beyond a plain table.
+    int ReadMau(NodeSpec& n);
+    int ReadDeterministic(NodeSpec& n);
+    int ReadCast(NodeSpec& n);
+    int ReadDemorgan(NodeSpec& n);
+    int ReadNoisyMax(NodeSpec& n);
+    int ReadNoisyAdder(NodeSpec& n);
+    int ReadEquation(NodeSpec& n);
+    // Bounds and intervals of an equation node: they are its outcomes, so
+    // they come before the arcs to its children.
+    int ReadEquationRange(NodeSpec& n);
+    // A list with one number per parent: 1 when the field is there, 0 when
+    // it is not, or a negative status.
+    int PerParentDoubles(const NodeSpec& n, const char* field, std::vector<double>& out);
+    int PerParentRefs(const NodeSpec& n, const Item& it, std::vector<Ref>& out);
+    int ReadTemporal(NodeSpec& n);
+    int ReadPlate(const Item& it);
     int ReadTable(NodeSpec& n, const char* field);
     int ReadNodeAttributes(NodeSpec& n);
     int ReadCosts(NodeSpec& n);
@@ -760,7 +782,7 @@ int VekReader::ReadNetwork(const Item& net) {
     Fields fields;
     res = CheckBlock(net, "network",
                      {"version", "name", "comment", "samples", "discsamples", "randseed", "zeroavoidance",
-                      "outlierrejection", "noisydecomp", "noisydecomplimit", "slices", "epis"},
+                      "outlierrejection", "noisydecomp", "noisydecomplimit", "slices", "epis", "plate"},
                      {"property", "link", "function", "submodel", "node", "textbox", "case"}, fields);
     if (res < 0 || (res = ReadNetworkFields(net)) < 0) return res;
 
@@ -800,6 +822,10 @@ int VekReader::ReadNetwork(const Item& net) {
     }
     for (NodeSpec& n : nodes_) {
         if ((res = ReadCosts(n)) < 0) return res;
+    }
+    // Temporal arcs once every node has its type and static parents.
+    for (NodeSpec& n : nodes_) {
+        if ((res = ReadTemporal(n)) < 0) return res;
     }
 
     for (const Item& it : net.block) {
@@ -846,6 +872,8 @@ int VekReader::ReadNetworkFields(const Item& net) {
             }
         } else if (key == "epis") {
             res = ReadEpis(it);
+        } else if (key == "plate") {
+            res = ReadPlate(it);
         }
         if (res < 0) return res;
     }
@@ -882,6 +910,25 @@ int VekReader::ReadEpis(const Item& it) {
         p.stateOtherwise = v[3];
     }
     if (net_.SetEPISParams(p) < 0) return Fail(it.pos, "Invalid EPIS parameters");
+    return VEK_OKAY;
+}
+
+int VekReader::ReadPlate(const Item& it) {
+    int res = ExpectBlock(it, 0);
+    Fields fields;
+    if (res < 0 || (res = CheckBlock(it, "plate", {"center", "size", "widths"}, {}, fields)) < 0) return res;
+    VEK_rectangle r;
+    int left = 0;
+    int right = 0;
+    if (auto f = fields.find("center"); f != fields.end() && (res = GetPair(*f->second, r.centerX, r.centerY)) < 0) {
+        return res;
+    }
+    if (auto f = fields.find("size"); f != fields.end() && (res = GetPair(*f->second, r.width, r.height)) < 0) {
+        return res;
+    }
+    if (auto f = fields.find("widths"); f != fields.end() && (res = GetPair(*f->second, left, right)) < 0) return res;
+    net_.Dynamic().PlatePosition() = r;
+    net_.Dynamic().SetPlateWidths(left, right);
     return VEK_OKAY;
 }
 
@@ -982,10 +1029,10 @@ int VekReader::CreateNode(const Item& it) {
     const std::string where = "node '" + n.id + "'";
     if (kind->outcomes) {
         res = CheckBlock(it, where, Join({&kNodeFields, &kOutcomeFields, &kind->fields, &kPresentation}),
-                         {"property", "link", "state"}, n.fields);
+                         {"property", "link", "state", "temporal"}, n.fields);
     } else {
-        res = CheckBlock(it, where, Join({&kNodeFields, &kind->fields, &kPresentation}), {"property", "link"},
-                         n.fields);
+        res = CheckBlock(it, where, Join({&kNodeFields, &kind->fields, &kPresentation}),
+                         {"property", "link", "temporal"}, n.fields);
     }
     if (res < 0) return res;
     n.handle = net_.AddNode(kind->type, n.id.c_str());
@@ -996,6 +1043,7 @@ int VekReader::CreateNode(const Item& it) {
 }
 
 int VekReader::ReadOutcomes(NodeSpec& n) {
+    if (n.kind->kind == kEquation) return ReadEquationRange(n);
     if (!n.kind->outcomes) return VEK_OKAY;
     auto* def = static_cast<VEK_discDef*>(net_.GetDef(n.handle));
     int res;
@@ -1036,6 +1084,19 @@ int VekReader::ReadOutcomes(NodeSpec& n) {
     }
     if (points && def->SetPointValues(values) < 0) return NamedFail(One(*points).pos, "SetPointValues failed", n.id);
 
+    if ((res = ReadStateBlocks(n, def)) < 0) return res;
+    if (const Item* dflt = Field(n, "default")) {
+        Ref r;
+        int k = 0;
+        if ((res = GetRef(*dflt, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
+        def->SetDefaultOutcome(k);
+    }
+    return VEK_OKAY;
+}
+
+// state ID { label; fault; fix; comment; link* }
+int VekReader::ReadStateBlocks(NodeSpec& n, VEK_discDef* def) {
+    int res = VEK_OKAY;
     for (const Item& it : n.item->block) {
         if (it.keyword != "state") continue;
         if ((res = ExpectBlock(it, 1)) < 0) return res;
@@ -1068,12 +1129,6 @@ int VekReader::ReadOutcomes(NodeSpec& n) {
             if (link.keyword == "link" && (res = ReadLink(link, titles, paths)) < 0) return res;
         }
         if (!titles.empty()) def->SetOutcomeDocumentation(k, titles, paths);
-    }
-    if (const Item* dflt = Field(n, "default")) {
-        Ref r;
-        int k = 0;
-        if ((res = GetRef(*dflt, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
-        def->SetDefaultOutcome(k);
     }
     return VEK_OKAY;
 }
@@ -1196,170 +1251,331 @@ int VekReader::ReadTable(NodeSpec& n, const char* field) {
 }
 
 int VekReader::ReadDefinition(NodeSpec& n) {
-    VEK_nodeDef* def = net_.GetDef(n.handle);
-    const int parents = static_cast<int>(n.parents.size());
-    int res = VEK_OKAY;
-    auto weights = [&](const char* field, std::vector<double>& out) -> int {
-        const Item* it = Field(n, field);
-        if (!it) return 0;
-        int r = GetDoubles(*it, out);
-        if (r < 0) return r;
-        if (static_cast<int>(out.size()) != parents) {
-            return Fail(One(*it).pos, "Field '" + std::string(field) + "' of node '" + n.id + "' takes one value per parent");
-        }
-        return 1;
-    };
-    auto refsPerParent = [&](const Item& it, std::vector<Ref>& out) -> int {
-        int r = GetRefs(it, out, true);
-        if (r < 0) return r;
-        if (static_cast<int>(out.size()) != parents) {
-            return Fail(One(it).pos, "Field '" + it.keyword + "' of node '" + n.id + "' takes one item per parent");
-        }
-        return VEK_OKAY;
-    };
-    std::vector<double> values;
     switch (n.kind->kind) {
         case kCpt: return ReadTable(n, "probabilities");
         case kUtility: return ReadTable(n, "utilities");
         case kDecision: return VEK_OKAY;
-        case kMau: {
-            if ((res = ReadTable(n, "weights")) < 0) return res;
-            if (const Item* it = Field(n, "expressions")) {
-                const Value* list = nullptr;
-                if ((res = GetList(*it, list)) < 0) return res;
-                std::vector<std::string> expressions;
-                for (const Value& v : list->items) {
-                    expressions.emplace_back();
-                    if ((res = AsText(v, expressions.back())) < 0) return res;
-                }
-                if (list->numeric && !list->numbers.empty()) return Fail(list->pos, "Expressions must be strings");
-                if (static_cast<VEK_mau*>(def)->SetExpressions(expressions) < 0) {
-                    return NamedFail(One(*it).pos, "SetExpressions failed", n.id);
-                }
-            }
-            return VEK_OKAY;
+        case kMau: return ReadMau(n);
+        case kDeterministic: return ReadDeterministic(n);
+        case kCast: return ReadCast(n);
+        case kDemorgan: return ReadDemorgan(n);
+        case kNoisyMax: return ReadNoisyMax(n);
+        case kNoisyAdder: return ReadNoisyAdder(n);
+        case kEquation: return ReadEquation(n);
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::PerParentDoubles(const NodeSpec& n, const char* field, std::vector<double>& out) {
+    const Item* it = Field(n, field);
+    if (!it) return 0;
+    int res = GetDoubles(*it, out);
+    if (res < 0) return res;
+    if (out.size() != n.parents.size()) {
+        return Fail(One(*it).pos, "Field '" + std::string(field) + "' of node '" + n.id + "' takes one value per parent");
+    }
+    return 1;
+}
+
+int VekReader::PerParentRefs(const NodeSpec& n, const Item& it, std::vector<Ref>& out) {
+    int res = GetRefs(it, out, true);
+    if (res < 0) return res;
+    if (out.size() != n.parents.size()) {
+        return Fail(One(it).pos, "Field '" + it.keyword + "' of node '" + n.id + "' takes one item per parent");
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::ReadMau(NodeSpec& n) {
+    int res = ReadTable(n, "weights");
+    if (res < 0) return res;
+    const Item* it = Field(n, "expressions");
+    if (!it) return VEK_OKAY;
+    const Value* list = nullptr;
+    if ((res = GetList(*it, list)) < 0) return res;
+    std::vector<std::string> expressions;
+    for (const Value& v : list->items) {
+        expressions.emplace_back();
+        if ((res = AsText(v, expressions.back())) < 0) return res;
+    }
+    if (list->numeric && !list->numbers.empty()) return Fail(list->pos, "Expressions must be strings");
+    if (static_cast<VEK_mau*>(net_.GetDef(n.handle))->SetExpressions(expressions) < 0) {
+        return NamedFail(One(*it).pos, "SetExpressions failed", n.id);
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::ReadDeterministic(NodeSpec& n) {
+    const Item* it = Field(n, "resultingstates");
+    if (!it) return VEK_OKAY;
+    std::vector<Ref> refs;
+    int res = GetRefs(*it, refs, true);
+    if (res < 0) return res;
+    VEK_intArray states;
+    for (const Ref& r : refs) {
+        int k = 0;
+        if ((res = Outcome(r, n.handle, k)) < 0) return res;
+        states.Add(k);
+    }
+    if (static_cast<VEK_truthTable*>(net_.GetDef(n.handle))->SetResultingStates(states) < 0) {
+        return NamedFail(One(*it).pos, "SetResultingStates failed", n.id);
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::ReadCast(NodeSpec& n) {
+    auto* c = static_cast<VEK_cast*>(net_.GetDef(n.handle));
+    std::vector<double> values;
+    int res = PerParentDoubles(n, "pweights", values);
+    if (res < 0) return res;
+    if (res > 0 && c->SetPositiveWeights(VEK_doubleArray(values)) < 0) {
+        return NamedFail(One(*Field(n, "pweights")).pos, "SetPositiveWeights failed", n.id);
+    }
+    if ((res = PerParentDoubles(n, "nweights", values)) < 0) return res;
+    if (res > 0 && c->SetNegativeWeights(VEK_doubleArray(values)) < 0) {
+        return NamedFail(One(*Field(n, "nweights")).pos, "SetNegativeWeights failed", n.id);
+    }
+    if (const Item* it = Field(n, "baseline")) {
+        double v = 0.0;
+        if ((res = GetDouble(*it, v)) < 0) return res;
+        if (c->SetBaseline(v) < 0) return NamedFail(One(*it).pos, "SetBaseline failed", n.id);
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::ReadDemorgan(NodeSpec& n) {
+    auto* d = static_cast<VEK_demorgan*>(net_.GetDef(n.handle));
+    int res = VEK_OKAY;
+    if (const Item* it = Field(n, "types")) {
+        std::vector<Ref> refs;
+        if ((res = PerParentRefs(n, *it, refs)) < 0) return res;
+        VEK_intArray types;
+        for (const Ref& r : refs) {
+            int t = r.isIndex ? -1 : VEK_demorgan::ParentTypeFromName(r.id.c_str());
+            if (t < 0) return NamedFail(r.pos, "SetParentTypes failed", r.isIndex ? std::to_string(r.index) : r.id);
+            types.Add(t);
         }
-        case kDeterministic: {
-            const Item* it = Field(n, "resultingstates");
-            if (!it) return VEK_OKAY;
+        if (d->SetParentTypes(types) < 0) return NamedFail(One(*it).pos, "SetParentTypes failed", n.id);
+    }
+    std::vector<double> values;
+    if ((res = PerParentDoubles(n, "weights", values)) < 0) return res;
+    if (res > 0 && d->SetParentWeights(VEK_doubleArray(values)) < 0) {
+        return NamedFail(One(*Field(n, "weights")).pos, "SetParentWeights failed", n.id);
+    }
+    if (const Item* it = Field(n, "priorbelief")) {
+        double v = 0.0;
+        if ((res = GetDouble(*it, v)) < 0) return res;
+        if (d->SetPriorBelief(v) < 0) return NamedFail(One(*it).pos, "SetPriorBelief failed", n.id);
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::ReadNoisyMax(NodeSpec& n) {
+    auto* nm = static_cast<VEK_noisyMAX*>(net_.GetDef(n.handle));
+    const int parents = static_cast<int>(n.parents.size());
+    int res = VEK_OKAY;
+    if (const Item* it = Field(n, "strengths")) {
+        const Value* list = nullptr;
+        if ((res = GetList(*it, list)) < 0) return res;
+        if (static_cast<int>(list->Size()) != parents || (list->numeric && parents > 0)) {
+            return Fail(list->pos, "Field 'strengths' of node '" + n.id + "' takes one list per parent");
+        }
+        for (int j = 0; j < parents; ++j) {
+            const Value& order = list->items[static_cast<size_t>(j)];
+            if (order.kind != Value::List) return Fail(order.pos, "A list of outcomes expected");
             std::vector<Ref> refs;
-            if ((res = GetRefs(*it, refs, true)) < 0) return res;
-            auto* tt = static_cast<VEK_truthTable*>(def);
-            VEK_intArray states;
+            if ((res = ListRefs(order, refs, true)) < 0) return res;
+            VEK_intArray strengths;
             for (const Ref& r : refs) {
                 int k = 0;
-                if ((res = Outcome(r, n.handle, k)) < 0) return res;
-                states.Add(k);
+                if ((res = Outcome(r, nodes_[n.parents[j]].handle, k)) < 0) return res;
+                strengths.Add(k);
             }
-            if (tt->SetResultingStates(states) < 0) return NamedFail(One(*it).pos, "SetResultingStates failed", n.id);
-            return VEK_OKAY;
+            if (nm->SetParentOutcomeStrengths(j, strengths) < 0) {
+                return NamedFail(order.pos, "SetParentOutcomeStrengths failed", n.id);
+            }
         }
-        case kCast: {
-            auto* c = static_cast<VEK_cast*>(def);
-            if ((res = weights("pweights", values)) < 0) return res;
-            if (res > 0 && c->SetPositiveWeights(VEK_doubleArray(values)) < 0) {
-                return NamedFail(One(*Field(n, "pweights")).pos, "SetPositiveWeights failed", n.id);
-            }
-            if ((res = weights("nweights", values)) < 0) return res;
-            if (res > 0 && c->SetNegativeWeights(VEK_doubleArray(values)) < 0) {
-                return NamedFail(One(*Field(n, "nweights")).pos, "SetNegativeWeights failed", n.id);
-            }
-            if (const Item* it = Field(n, "baseline")) {
-                double v = 0.0;
-                if ((res = GetDouble(*it, v)) < 0) return res;
-                if (c->SetBaseline(v) < 0) return NamedFail(One(*it).pos, "SetBaseline failed", n.id);
-            }
-            return VEK_OKAY;
+    }
+    if ((res = ReadTable(n, "parameters")) < 0) return res;
+    if (const Item* it = Field(n, "synchronized")) {
+        bool on = false;
+        if ((res = GetBool(*it, on)) < 0) return res;
+        if (on && nm->SetSynchronized(true) < 0) return NamedFail(One(*it).pos, "SetSynchronized failed", n.id);
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::ReadNoisyAdder(NodeSpec& n) {
+    auto* na = static_cast<VEK_noisyAdder*>(net_.GetDef(n.handle));
+    int res = VEK_OKAY;
+    if (const Item* it = Field(n, "function")) {
+        std::string word;
+        VEK_noisyAdder::Function function;
+        if ((res = GetText(*it, word)) < 0) return res;
+        if (VEK_noisyAdder::FunctionFromName(word.c_str(), function) < 0) {
+            return NamedFail(One(*it).pos, "Invalid noisy adder function", word);
         }
-        case kDemorgan: {
-            auto* d = static_cast<VEK_demorgan*>(def);
-            if (const Item* it = Field(n, "types")) {
-                std::vector<Ref> refs;
-                if ((res = refsPerParent(*it, refs)) < 0) return res;
-                VEK_intArray types;
-                for (const Ref& r : refs) {
-                    int t = r.isIndex ? -1 : VEK_demorgan::ParentTypeFromName(r.id.c_str());
-                    if (t < 0) return NamedFail(r.pos, "SetParentTypes failed", r.isIndex ? std::to_string(r.index) : r.id);
-                    types.Add(t);
-                }
-                if (d->SetParentTypes(types) < 0) return NamedFail(One(*it).pos, "SetParentTypes failed", n.id);
+        na->SetFunction(function);
+    }
+    if (const Item* it = Field(n, "dstate")) {
+        Ref r;
+        int k = 0;
+        if ((res = GetRef(*it, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
+        if (na->SetDistinguishedState(k) < 0) return NamedFail(r.pos, "SetDistinguishedState call fails", n.id);
+    }
+    if (const Item* it = Field(n, "dstates")) {
+        std::vector<Ref> refs;
+        if ((res = PerParentRefs(n, *it, refs)) < 0) return res;
+        for (size_t j = 0; j < refs.size(); ++j) {
+            int k = 0;
+            if ((res = Outcome(refs[j], nodes_[n.parents[j]].handle, k)) < 0) return res;
+            if (na->SetParentDistinguishedState(static_cast<int>(j), k) < 0) {
+                return NamedFail(refs[j].pos, "SetParentDistinguishedState call fails", n.id);
             }
-            if ((res = weights("weights", values)) < 0) return res;
-            if (res > 0 && d->SetParentWeights(VEK_doubleArray(values)) < 0) {
-                return NamedFail(One(*Field(n, "weights")).pos, "SetParentWeights failed", n.id);
-            }
-            if (const Item* it = Field(n, "priorbelief")) {
-                double v = 0.0;
-                if ((res = GetDouble(*it, v)) < 0) return res;
-                if (d->SetPriorBelief(v) < 0) return NamedFail(One(*it).pos, "SetPriorBelief failed", n.id);
-            }
-            return VEK_OKAY;
         }
-        case kNoisyMax: {
-            auto* nm = static_cast<VEK_noisyMAX*>(def);
-            if (const Item* it = Field(n, "strengths")) {
-                const Value* list = nullptr;
-                if ((res = GetList(*it, list)) < 0) return res;
-                if (static_cast<int>(list->Size()) != parents || (list->numeric && parents > 0)) {
-                    return Fail(list->pos, "Field 'strengths' of node '" + n.id + "' takes one list per parent");
-                }
-                for (int j = 0; j < parents; ++j) {
-                    const Value& order = list->items[static_cast<size_t>(j)];
-                    if (order.kind != Value::List) return Fail(order.pos, "A list of outcomes expected");
-                    std::vector<Ref> refs;
-                    if ((res = ListRefs(order, refs, true)) < 0) return res;
-                    VEK_intArray strengths;
-                    for (const Ref& r : refs) {
-                        int k = 0;
-                        if ((res = Outcome(r, nodes_[n.parents[j]].handle, k)) < 0) return res;
-                        strengths.Add(k);
-                    }
-                    if (nm->SetParentOutcomeStrengths(j, strengths) < 0) {
-                        return NamedFail(order.pos, "SetParentOutcomeStrengths failed", n.id);
-                    }
-                }
-            }
-            if ((res = ReadTable(n, "parameters")) < 0) return res;
-            if (const Item* it = Field(n, "synchronized")) {
-                bool on = false;
-                if ((res = GetBool(*it, on)) < 0) return res;
-                if (on && nm->SetSynchronized(true) < 0) return NamedFail(One(*it).pos, "SetSynchronized failed", n.id);
-            }
-            return VEK_OKAY;
+    }
+    std::vector<double> values;
+    if ((res = PerParentDoubles(n, "weights", values)) < 0) return res;
+    if (res > 0 && na->SetParentWeights(VEK_doubleArray(values)) < 0) {
+        return NamedFail(One(*Field(n, "weights")).pos, "SetParentWeights failed", n.id);
+    }
+    return ReadTable(n, "parameters");
+}
+
+int VekReader::ReadEquationRange(NodeSpec& n) {
+    auto* eq = static_cast<VEK_equation*>(net_.GetDef(n.handle));
+    int res = VEK_OKAY;
+    if (const Item* it = Field(n, "bounds")) {
+        double lower = 0.0;
+        double upper = 0.0;
+        if ((res = ExpectField(*it, 2)) < 0 || (res = AsDouble(it->value[0], lower)) < 0 ||
+            (res = AsDouble(it->value[1], upper)) < 0) {
+            return res;
         }
-        case kNoisyAdder: {
-            auto* na = static_cast<VEK_noisyAdder*>(def);
-            if (const Item* it = Field(n, "function")) {
-                std::string word;
-                VEK_noisyAdder::Function function;
-                if ((res = GetText(*it, word)) < 0) return res;
-                if (VEK_noisyAdder::FunctionFromName(word.c_str(), function) < 0) {
-                    return NamedFail(One(*it).pos, "Invalid noisy adder function", word);
-                }
-                na->SetFunction(function);
+        if (eq->SetBounds(lower, upper) < 0) return NamedFail(One(*it).pos, "Invalid equation bounds", n.id);
+    }
+    if (const Item* it = Field(n, "nominal")) {
+        double lower = 0.0;
+        double upper = 0.0;
+        if ((res = ExpectField(*it, 2)) < 0 || (res = AsDouble(it->value[0], lower)) < 0 ||
+            (res = AsDouble(it->value[1], upper)) < 0) {
+            return res;
+        }
+        if (eq->SetNominal(lower, upper) < 0) return NamedFail(One(*it).pos, "Invalid equation bounds", n.id);
+    }
+    if (const Item* it = Field(n, "defaultvalue")) {
+        double v = 0.0;
+        if ((res = GetDouble(*it, v)) < 0) return res;
+        eq->SetDefaultValue(v);
+    }
+    const Item* disc = Field(n, "discretization");
+    const Item* labels = Field(n, "labels");
+    if (!disc) return labels ? NamedFail(labels->pos, "Interval labels without a discretization in node", n.id) : VEK_OKAY;
+    std::vector<double> uppers;
+    std::vector<Ref> refs;
+    if ((res = GetDoubles(*disc, uppers)) < 0 || (labels && (res = GetRefs(*labels, refs, false)) < 0)) return res;
+    if (labels && refs.size() != uppers.size()) {
+        return Fail(One(*labels).pos, "Field 'labels' of node '" + n.id + "' takes one label per interval");
+    }
+    std::vector<VEK_discInterval> intervals(uppers.size());
+    for (size_t k = 0; k < uppers.size(); ++k) {
+        intervals[k].upper = uppers[k];
+        if (labels) intervals[k].label = refs[k].id;
+    }
+    std::string message;
+    if (eq->SetDiscretization(intervals, message) < 0) {
+        return Fail(One(*disc).pos, "SetDiscIntervals failed: '" + n.id + "' (" + message + ")");
+    }
+    return VEK_OKAY;
+}
+
+int VekReader::ReadEquation(NodeSpec& n) {
+    const Item* it = Field(n, "equation");
+    if (!it) return VEK_OKAY;
+    std::string text;
+    int res = GetText(*it, text);
+    if (res < 0) return res;
+    int pos = -1;
+    std::string message;
+    if (static_cast<VEK_equation*>(net_.GetDef(n.handle))->SetEquation(text, pos, message) < 0) {
+        std::string failure = "Expression parse error: '" + n.id + "' (" + message;
+        if (pos >= 0) failure += " at position " + std::to_string(pos);
+        return Fail(One(*it).pos, failure + ")");
+    }
+    return VEK_OKAY;
+}
+
+// temporal ORDER { parents = (ID, ...); probabilities = (D ...); }
+int VekReader::ReadTemporal(NodeSpec& n) {
+    std::vector<const Item*> blocks;
+    std::vector<Fields> found;
+    std::vector<int> orders;
+    int res = VEK_OKAY;
+    for (const Item& it : n.item->block) {
+        if (it.keyword != "temporal") continue;
+        Fields fields;
+        int order = 0;
+        if ((res = ExpectBlock(it, 1)) < 0 || (res = AsInt(it.args[0], order)) < 0 ||
+            (res = CheckBlock(it, "temporal definition of node '" + n.id + "'", {"parents", "probabilities"}, {},
+                              fields)) < 0) {
+            return res;
+        }
+        if (order < 1) return NamedFail(it.args[0].pos, "Temporal defintion not found", n.id);
+        if (std::find(orders.begin(), orders.end(), order) != orders.end()) {
+            return NamedFail(it.args[0].pos, "Duplicate temporal order in node", n.id);
+        }
+        if (net_.GetNode(n.handle)->GetTemporalType() != VEK_TEMPORAL_PLATE) {
+            return NamedFail(it.pos, "Node is not part of temporal plate", n.id);
+        }
+        if (!fields.count("parents")) return NamedFail(it.pos, "No temporal parents specified", n.id);
+        blocks.push_back(&it);
+        found.push_back(std::move(fields));
+        orders.push_back(order);
+    }
+    if (blocks.empty()) return VEK_OKAY;
+    // Every table of the node grows with every temporal parent: bound the
+    // sizes before anything is allocated.
+    const VEK_Dmatrix* base = net_.GetDef(n.handle)->GetMatrix();
+    long long bound = base ? std::max(1, base->GetSize()) : 1;
+    long long given = kMaxDefaultTable;
+    std::vector<std::vector<int>> parents(blocks.size());
+    for (size_t b = 0; b < blocks.size(); ++b) {
+        const Item& it = *blocks[b];
+        std::vector<Ref> refs;
+        if ((res = GetRefs(*found[b].at("parents"), refs, false)) < 0) return res;
+        if (refs.empty()) return NamedFail(it.pos, "No temporal parents specified", n.id);
+        for (const Ref& r : refs) {
+            const int h = NodeHandle(r, "Node parent not found");
+            if (h < 0) return VEK_FILE_IO_FAILED;
+            bound = Mul(bound, std::max(1, net_.GetDef(h)->GetNumberOfOutcomes()));
+            parents[b].push_back(h);
+        }
+        if (auto t = found[b].find("probabilities"); t != found[b].end() && t->second->hasValue) {
+            given = std::max(given, static_cast<long long>(One(*t->second).Size()));
+        }
+    }
+    if (bound > given) return NamedFail(blocks[0]->pos, "The temporal tables are too large in node", n.id);
+    for (size_t b = 0; b < blocks.size(); ++b) {
+        for (int h : parents[b]) {
+            if (net_.Dynamic().AddTemporalArc(h, n.handle, orders[b]) < 0) {
+                return NamedFail(blocks[b]->pos, "AddTemporalArc failed", n.id);
             }
-            if (const Item* it = Field(n, "dstate")) {
-                Ref r;
-                int k = 0;
-                if ((res = GetRef(*it, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
-                if (na->SetDistinguishedState(k) < 0) return NamedFail(r.pos, "SetDistinguishedState call fails", n.id);
-            }
-            if (const Item* it = Field(n, "dstates")) {
-                std::vector<Ref> refs;
-                if ((res = refsPerParent(*it, refs)) < 0) return res;
-                for (int j = 0; j < parents; ++j) {
-                    int k = 0;
-                    if ((res = Outcome(refs[j], nodes_[n.parents[j]].handle, k)) < 0) return res;
-                    if (na->SetParentDistinguishedState(j, k) < 0) {
-                        return NamedFail(refs[j].pos, "SetParentDistinguishedState call fails", n.id);
-                    }
-                }
-            }
-            if ((res = weights("weights", values)) < 0) return res;
-            if (res > 0 && na->SetParentWeights(VEK_doubleArray(values)) < 0) {
-                return NamedFail(One(*Field(n, "weights")).pos, "SetParentWeights failed", n.id);
-            }
-            return ReadTable(n, "parameters");
+        }
+    }
+    for (size_t b = 0; b < blocks.size(); ++b) {
+        auto t = found[b].find("probabilities");
+        if (t == found[b].end()) continue;
+        const Item* table = t->second;
+        std::vector<double> values;
+        if ((res = GetDoubles(*table, values)) < 0) return res;
+        const VEK_Dmatrix* m = net_.Dynamic().GetTemporalDefinition(n.handle, orders[b]);
+        if (!m || static_cast<int>(values.size()) != m->GetSize()) {
+            return Fail(One(*table).pos, "Wrong table size for the temporal definition of node '" + n.id + "': " +
+                                             std::to_string(values.size()) + " values, " +
+                                             std::to_string(m ? m->GetSize() : 0) + " expected");
+        }
+        if (net_.Dynamic().SetTemporalDefinition(n.handle, orders[b], values) < 0) {
+            return NamedFail(One(*table).pos, "SetProbabilities failed", n.id);
         }
     }
     return VEK_OKAY;

@@ -36,6 +36,8 @@
 //       zeroavoidance = BOOL;  outlierrejection = BOOL;
 //       noisydecomp = BOOL;  noisydecomplimit = N;  slices = N;
 //       epis { proplen = N; numstates = (N N N); eps = (D D D D); }
+//       plate { center = X Y; size = W H; widths = LEFT RIGHT; }
+//                                         the temporal plate's geometry
 //       property STRING = STRING;    *    user properties, stored order
 //       link STRING = STRING;        *    documentation: title = path
 //       function = STRING;           *    user functions of equations
@@ -53,7 +55,7 @@
 //       font = STRING SIZE [bold] [italic];
 //
 //   node KIND ID {    KIND: cpt deterministic decision utility mau cast
-//                           demorgan noisymax noisyadder
+//                           demorgan noisymax noisyadder equation
 //       name = STRING;  comment = STRING;  question = STRING;
 //       states = (ID, ...);               kinds with outcomes (not utility, mau)
 //       default = ID;
@@ -67,6 +69,11 @@
 //       submodel = ID;  PRESENTATION;  barchart = BOOL W H;
 //       property STRING = STRING;*  link STRING = STRING;*
 //       costparents = (ID, ...);  cost = (D or n/a ...);   observation costs
+//       temporal ORDER {              *  plate nodes, one block per order
+//           parents = (ID, ...);         temporal parents of that order
+//           probabilities = (D ...);     static parents (anchors excepted),
+//       }                                then temporal parents of orders
+//                                        1..ORDER, own outcome fastest
 //     by kind (tables in matrix order, the last index fastest, one row of
 //     the node's own outcomes per line):
 //       cpt            probabilities = (D ...);
@@ -82,6 +89,9 @@
 //       noisyadder     function = average | singlefault;  dstate = ID;
 //                      dstates = (ID ...);   per parent, its distinguished outcome
 //                      weights = (D ...);  parameters = (D ...);
+//       equation       equation = STRING;  bounds = D D;  defaultvalue = D;
+//                      nominal = D D;  discretization = (D ...);  upper bounds
+//                      labels = (ID or "" ...);  one per interval
 //   }
 //
 //   textbox { text = STRING; submodel = ID; center = X Y; size = W H;

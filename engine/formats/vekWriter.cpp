@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dynamic/dynamicNet.h"
+#include "equations/equation.h"
 #include "formats/fileFormat.h"
 #include "network/cast.h"
 #include "network/cpt.h"
@@ -100,6 +101,7 @@ private:
     void Visit(VEK_demorgan* def) override;
     void Visit(VEK_noisyMAX* def) override;
     void Visit(VEK_noisyAdder* def) override;
+    void Visit(VEK_equation* def) override;
 
     // ---- layout ----
     void Indent() { line_.assign(static_cast<size_t>(depth_) * 4, ' '); }
@@ -129,6 +131,7 @@ private:
     // more than one row; in cost tables the not-available marker is n/a.
     void Numbers(const char* name, const double* values, int count, int rowLength, bool costs = false);
     void Pair(const char* keyword, const std::string& key, const std::string& value);
+    void Pair(const char* name, int a, int b);
 
     void WriteNetworkFields();
     void WriteSubmodels();
@@ -136,6 +139,8 @@ private:
     void WriteFont(const VEK_font& font);
     void StartNode(const char* kind, VEK_nodeDef* def, bool outcomes);
     void EndNode();
+    void WriteTemporal();
+    void WritePlate();
     void WriteOutcomes(const VEK_discDef& def);
     void WriteCosts(const VEK_node& node);
     void WriteTextBoxes();
@@ -280,6 +285,14 @@ void VekWriter::Pair(const char* keyword, const std::string& key, const std::str
     End();
 }
 
+void VekWriter::Pair(const char* name, int a, int b) {
+    Begin(name);
+    AppendInt(line_, a);
+    line_ += ' ';
+    AppendInt(line_, b);
+    End();
+}
+
 std::string VekWriter::SubmodelId(int handle) const {
     const VEK_submodel* s = net_.Submodels().Get(handle);
     return s ? s->header.GetId() : std::string();
@@ -288,12 +301,6 @@ std::string VekWriter::SubmodelId(int handle) const {
 // ============================================================== network
 
 int VekWriter::Write() {
-    // Temporal arcs and tables are kept by the XML format; a text file
-    // without them would silently lose the model.
-    if (const VEK_dynamicNet* dyn = net_.GetDynamic(); dyn && dyn->GetMaxTemporalOrder() > 0) {
-        return net_.Logger().LogError(VEK_WRONG_NODE_TYPE,
-                                      "The text network format cannot hold temporal arcs; use the XML format");
-    }
     out_.Write("// Network in the pyquarn text format\n");
     Open("network", net_.Header().GetId(), kId);
     WriteNetworkFields();
@@ -346,6 +353,7 @@ void VekWriter::WriteNetworkFields() {
         Numbers("eps", eps, 4, 4);
         Close();
     }
+    WritePlate();
     for (const auto& [key, value] : net_.UserProperties().Items()) Pair("property", key, value);
     for (const auto& [title, path] : net_.Documentation().Items()) Pair("link", title, path);
     for (const std::string& f : net_.ExtFunctions()) Text("function", f);
@@ -354,18 +362,10 @@ void VekWriter::WriteNetworkFields() {
 void VekWriter::WriteScreen(const VEK_screenInfo& s) {
     const VEK_screenInfo d;
     if (s.position.centerX != d.position.centerX || s.position.centerY != d.position.centerY) {
-        Begin("center");
-        AppendInt(line_, s.position.centerX);
-        line_ += ' ';
-        AppendInt(line_, s.position.centerY);
-        End();
+        Pair("center", s.position.centerX, s.position.centerY);
     }
     if (s.position.width != d.position.width || s.position.height != d.position.height) {
-        Begin("size");
-        AppendInt(line_, s.position.width);
-        line_ += ' ';
-        AppendInt(line_, s.position.height);
-        End();
+        Pair("size", s.position.width, s.position.height);
     }
     if (s.color != d.color) Color("interior", s.color);
     if (s.borderColor != d.borderColor) Color("outline", s.borderColor);
@@ -475,7 +475,49 @@ void VekWriter::StartNode(const char* kind, VEK_nodeDef* def, bool outcomes) {
     WriteCosts(node);
 }
 
-void VekWriter::EndNode() { Close(); }
+void VekWriter::EndNode() {
+    WriteTemporal();
+    Close();
+}
+
+// One block per temporal order of a plate node: the temporal parents of
+// that order and the table of the slices that use it.
+void VekWriter::WriteTemporal() {
+    const VEK_dynamicNet* dyn = net_.GetDynamic();
+    if (!dyn || net_.GetNode(node_)->GetTemporalType() != VEK_TEMPORAL_PLATE) return;
+    std::vector<int> orders;
+    std::vector<VEK_temporalArc> arcs;
+    dyn->GetTemporalOrders(node_, orders);
+    for (int k : orders) {
+        Indent();
+        line_ += "temporal ";
+        AppendInt(line_, k);
+        line_ += " {";
+        Emit();
+        ++depth_;
+        dyn->GetTemporalParents(node_, k, arcs);
+        std::vector<std::string> ids;
+        for (const VEK_temporalArc& a : arcs) ids.push_back(net_.GetNodeId(a.node));
+        Ids("parents", ids);
+        if (const VEK_Dmatrix* m = dyn->GetTemporalDefinition(node_, k)) {
+            Numbers("probabilities", m->Items(), m->GetSize(), RowLength(*m));
+        }
+        Close();
+    }
+}
+
+void VekWriter::WritePlate() {
+    const VEK_dynamicNet* dyn = net_.GetDynamic();
+    if (!dyn || (dyn->PlatePosition() == VEK_rectangle{} && dyn->GetLeftWidth() == 0 && dyn->GetRightWidth() == 0)) {
+        return;
+    }
+    Open("plate");
+    const VEK_rectangle& r = dyn->PlatePosition();
+    if (r.centerX != 0 || r.centerY != 0) Pair("center", r.centerX, r.centerY);
+    if (r.width != 0 || r.height != 0) Pair("size", r.width, r.height);
+    if (dyn->GetLeftWidth() != 0 || dyn->GetRightWidth() != 0) Pair("widths", dyn->GetLeftWidth(), dyn->GetRightWidth());
+    Close();
+}
 
 void VekWriter::WriteOutcomes(const VEK_discDef& def) {
     const VEK_idArray& ids = *def.GetOutcomeIds();
@@ -694,6 +736,40 @@ void VekWriter::Visit(VEK_noisyAdder* def) {
     EndNode();
 }
 
+void VekWriter::Visit(VEK_equation* def) {
+    StartNode("equation", def, false);
+    if (!def->GetEquation().empty()) Text("equation", def->GetEquation());
+    if (def->GetLower() != 0.0 || def->GetUpper() != 1.0) {
+        Begin("bounds");
+        AppendDouble(line_, def->GetLower());
+        line_ += ' ';
+        AppendDouble(line_, def->GetUpper());
+        End();
+    }
+    if (def->GetDefaultValue() != 0.0) Double("defaultvalue", def->GetDefaultValue());
+    if (def->HasNominal()) {
+        Begin("nominal");
+        AppendDouble(line_, def->GetLowerNominal());
+        line_ += ' ';
+        AppendDouble(line_, def->GetUpperNominal());
+        End();
+    }
+    const std::vector<VEK_discInterval>& intervals = def->GetDiscretization();
+    if (!intervals.empty()) {
+        std::vector<double> uppers;
+        std::vector<std::string> labels;
+        bool labelled = false;
+        for (const VEK_discInterval& i : intervals) {
+            uppers.push_back(i.upper);
+            labels.push_back(i.label);
+            labelled |= !i.label.empty();
+        }
+        Numbers("discretization", uppers.data(), static_cast<int>(uppers.size()), static_cast<int>(uppers.size()));
+        if (labelled) Ids("labels", labels);
+    }
+    EndNode();
+}
+
 void VekWriter::AppendOutcome(int node, int outcome) {
     const VEK_nodeDef* def = net_.GetDef(node);
     const VEK_idArray* ids = def ? def->GetOutcomeIds() : nullptr;
@@ -714,16 +790,8 @@ void VekWriter::WriteTextBoxes() {
         if (box.submodel != net_.Submodels().GetMainSubmodel() && net_.Submodels().IsValidSubmodel(box.submodel)) {
             Word("submodel", SubmodelId(box.submodel));
         }
-        Begin("center");
-        AppendInt(line_, box.position.centerX);
-        line_ += ' ';
-        AppendInt(line_, box.position.centerY);
-        End();
-        Begin("size");
-        AppendInt(line_, box.position.width);
-        line_ += ' ';
-        AppendInt(line_, box.position.height);
-        End();
+        Pair("center", box.position.centerX, box.position.centerY);
+        Pair("size", box.position.width, box.position.height);
         WriteFont(box.font);
         Close();
     }

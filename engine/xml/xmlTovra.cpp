@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "dynamic/dynamicNet.h"
 #include "network/discDef.h"
 #include "network/identifier.h"
 #include "xml/xmlNetworkSaver.h"
@@ -132,12 +133,11 @@ XmlTovraLoader::XmlTovraLoader(VEK_network& net) : net_(net) {
     state->AddChild(comment, 0);
     state->AddChild(link, XmlChildMayRepeat);
 
-    // Accepted, not kept: the engine has no plate or window geometry.
+    auto* plate = Bind("plate", &L::OnPlateStart, &L::OnPop);
+    plate->AddChild(position, 0);
+    // Accepted, not kept: the engine has no submodel window geometry.
     auto* ignored = new XmlBinding(nullptr, "position", XmlModeInherit);
     bindings_.push_back(ignored);
-    auto* plate = new XmlBinding(nullptr, "plate", XmlModeInherit);
-    bindings_.push_back(plate);
-    plate->AddChild(ignored, 0);
     auto* window = new XmlBinding(nullptr, "window", XmlModeInherit);
     bindings_.push_back(window);
     window->AddChild(ignored, 0);
@@ -234,6 +234,16 @@ void XmlTovraLoader::OnTovraStart(IXmlReader* r) {
         if (!nameText.empty()) name = nameText.c_str();
     }
     if (name) net_.Header().SetName(name);
+    std::string left;
+    std::string right;
+    r->GetAttribute("leftwidth", left);
+    r->GetAttribute("rightwidth", right);
+    if (!left.empty() || !right.empty()) {
+        int l = 0;
+        int w = 0;
+        if (!r->GetAttribute("leftwidth", l, 0) || !r->GetAttribute("rightwidth", w, 0)) return;
+        net_.Dynamic().SetPlateWidths(l, w);
+    }
     stack_.clear();
     nodes_.clear();
     for (int h = net_.GetFirstNode(); h >= 0; h = net_.GetNextNode(h)) nodes_.emplace(net_.GetNodeId(h), h);
@@ -266,6 +276,8 @@ void XmlTovraLoader::OnSubmodelStart(IXmlReader* r) {
     if (h < 0) return Fail(r, "Can't add submodel", id);
     stack_.push_back({Kind::Submodel, h, 0});
 }
+
+void XmlTovraLoader::OnPlateStart(IXmlReader*) { stack_.push_back({Kind::Plate, -1, 0}); }
 
 void XmlTovraLoader::OnTextboxStart(IXmlReader*) {
     VEK_textBox box;
@@ -374,6 +386,8 @@ void XmlTovraLoader::OnPositionEnd(IXmlReader* r) {
     const Context& c = stack_.back();
     if (c.kind == Kind::Textbox) {
         net_.TextBoxes()[c.index].position = rect;
+    } else if (c.kind == Kind::Plate) {
+        net_.Dynamic().PlatePosition() = rect;
     } else if (VEK_screenInfo* s = Screen()) {
         s->position = rect;
     }
@@ -465,7 +479,13 @@ bool XmlTovraSaver::NodeIsPlain(int handle) const {
     return true;
 }
 
+bool XmlTovraSaver::HasPlate() const {
+    const VEK_dynamicNet* dyn = net_.GetDynamic();
+    return dyn && (!(dyn->PlatePosition() == VEK_rectangle{}) || dyn->GetLeftWidth() != 0 || dyn->GetRightWidth() != 0);
+}
+
 bool XmlTovraSaver::HasContent() const {
+    if (HasPlate()) return true;
     const VEK_header& h = net_.Header();
     if (std::strcmp(h.GetName(), h.GetId()) != 0 || h.HasComment()) return true;
     if (net_.Documentation().GetNumberOfItems() > 0 || !net_.TextBoxes().empty()) return true;
@@ -533,8 +553,17 @@ void XmlTovraSaver::Write(IXmlWriter* w) {
     w->PushAttribute("version", "1.0");
     w->PushAttribute("app", "pyquarn");
     if (std::strcmp(header.GetName(), header.GetId()) != 0) w->PushAttribute("name", header.GetName());
+    const VEK_dynamicNet* dyn = HasPlate() ? net_.GetDynamic() : nullptr;
+    if (dyn && (dyn->GetLeftWidth() != 0 || dyn->GetRightWidth() != 0)) {
+        w->PushAttribute("leftwidth", dyn->GetLeftWidth());
+        w->PushAttribute("rightwidth", dyn->GetRightWidth());
+    }
     IXmlWriter::ScopedElement tovra(w, "tovra");
     if (header.HasComment()) w->WriteElement("comment", header.GetComment(), true);
+    if (dyn && !(dyn->PlatePosition() == VEK_rectangle{})) {
+        IXmlWriter::ScopedElement plate(w, "plate");
+        w->WriteElement("position", XmlPositionText(dyn->PlatePosition()).c_str());
+    }
     for (const auto& [title, path] : net_.Documentation().Items()) {
         w->PushAttribute("title", title.c_str());
         w->PushAttribute("path", path.c_str());

@@ -5,8 +5,10 @@
 // links), the submodel tree with its members, and text boxes.
 //
 // Layout written (every part only when it holds something):
-//   <tovra version="1.0" app="pyquarn" name="...">
+//   <tovra version="1.0" app="pyquarn" name="..." leftwidth="L" rightwidth="R">
 //     <comment>network comment</comment>
+//     <plate><position>left top right bottom</position></plate>
+//                                                    the temporal plate
 //     <link title="..." path="..." />                network documentation
 //     <node id="A"> name, interior, outline, font, position, comment,
 //                   barchart, question, state*, link* </node>
@@ -18,9 +20,10 @@
 // main-model nodes whose presentation differs from the defaults. A `state`
 // holds `fix` and `comment` children (so any text survives) and `link`s
 // for the outcome's documentation; fix and comment are also read as
-// attributes. `plate`, `window`, `leftwidth`, `rightwidth` and `align` are
-// accepted and ignored: the engine keeps no temporal plate, submodel window
-// or text alignment yet.
+// attributes. The temporal plate's widths are written (both) when either is
+// not 0, its position when it is not all 0. `window` and `align` are
+// accepted and ignored: the engine keeps no submodel window or text
+// alignment yet.
 #pragma once
 
 #include <memory>
@@ -54,7 +57,7 @@ public:
     IXmlBinding* GetBinding() override { return root_; }
 
 private:
-    enum class Kind { Node, Submodel, Textbox, State };
+    enum class Kind { Node, Submodel, Textbox, State, Plate };
     struct Context {
         Kind kind;
         int handle;  // node, submodel, or the state's node
@@ -76,6 +79,7 @@ private:
     void OnNodeStart(IXmlReader* r);
     void OnSubmodelStart(IXmlReader* r);
     void OnTextboxStart(IXmlReader* r);
+    void OnPlateStart(IXmlReader* r);
     void OnStateStart(IXmlReader* r);
     void OnPop(IXmlReader* r);
     void OnNameEnd(IXmlReader* r);
@@ -106,6 +110,7 @@ public:
 
 private:
     bool NodeIsPlain(int handle) const;
+    bool HasPlate() const;
     void WriteNode(IXmlWriter* w, int handle) const;
     void WriteSubmodelHead(IXmlWriter* w, const VEK_submodel& s) const;
     void WriteTextbox(IXmlWriter* w, const VEK_textBox& box) const;

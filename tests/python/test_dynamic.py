@@ -302,8 +302,16 @@ def test_cases_store_and_apply_evidence_per_slice():
     assert net.get_temporal_virtual_evidence(h, 3) == [0.25, 0.5, 1.0]
 
 
-def test_text_format_refuses_temporal_arcs(tmp_path):
+def test_text_and_xml_files_keep_the_temporal_structure(tmp_path):
     net, h, _ = _hmm(2)
-    with pytest.raises(pyquarn.QUARNException) as info:
-        net.write_file(str(tmp_path / "n.vek"))
-    assert "cannot hold temporal arcs" in str(info.value)
+    table = [0.1, 0.2, 0.7, 0.3, 0.3, 0.4, 0.6, 0.2, 0.2]
+    net.set_node_temporal_definition(h, 1, table)
+    net.set_temporal_plate_position(10, 20, 300, 200)
+    net.set_temporal_plate_widths(15, 25)
+    for name in ("n.vek", "n.xvek"):
+        net.write_file(str(tmp_path / name))
+        back = pyquarn.Network()
+        back.read_file(str(tmp_path / name))
+        assert back.get_node_temporal_definition("H", 1) == table
+        assert back.get_temporal_plate_position() == [10, 20, 300, 200]
+        assert back.get_temporal_plate_widths() == [15, 25]

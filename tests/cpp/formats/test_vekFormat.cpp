@@ -97,6 +97,11 @@ TEST(VekFormat, RandomNetworksRoundTripExactly) {
         VEK_network net;
         testnet::RandomNetwork(net, seed);
         if (seed % 2 == 0) AddExtras(net, seed);
+        if (seed % 3 == 0) {
+            testnet::AddEquationsAndTime(net, seed);
+            ASSERT_EQ(net.GetDynamic()->GetMaxTemporalOrder(), 2);
+            ASSERT_EQ(net.GetDef(net.FindNode("eq_derived"))->GetNumberOfOutcomes(), 3);
+        }
         const std::string text = Vek(net);
         VEK_network back;
         ASSERT_EQ(ReadVek(back, text), 0) << LastMessage(back) << "\n" << text;
@@ -358,6 +363,43 @@ TEST(VekFormat, HandWrittenCanonicalNodesAndLayout) {
     EXPECT_EQ(testnet::Describe(again), testnet::Describe(net));
 }
 
+// Equation nodes (a discretized one with a discrete child, a user function)
+// and a temporal plate with tables of orders 2 and 1.
+TEST(VekFormat, HandWrittenEquationsAndTimeSlices) {
+    const char* text = R"vek(network dyn {
+    function = "half(v) = v / 2";
+    plate { center = 300 200; size = 400 300; widths = 20 30; }
+    node equation level {
+        equation = "level = half(drift) + 1";  bounds = -10 10;  defaultvalue = 2;
+        discretization = (0 10);  labels = (neg, pos);
+    }
+    node equation drift { equation = "drift = Normal(0, 1)"; bounds = -10 10; }
+    node cpt alarm { parents = (level); probabilities = (0.9 0.1  0.2 0.8); }
+    node cpt hidden {
+        dynamic = plate;
+        temporal 2 { parents = (hidden); probabilities = (0.1 0.9  0.2 0.8  0.3 0.7  0.6 0.4); }
+        temporal 1 { parents = (hidden); probabilities = (0.7 0.3  0.4 0.6); }
+    }
+})vek";
+    VEK_network net;
+    ASSERT_EQ(ReadVek(net, text), 0) << LastMessage(net);
+    const int level = net.FindNode("level");
+    const auto* eq = static_cast<const VEK_equation*>(net.GetDef(level));
+    EXPECT_EQ(eq->GetLower(), -10.0);
+    EXPECT_EQ(eq->GetDefaultValue(), 2.0);
+    ASSERT_EQ(eq->GetDiscretization().size(), 2u);
+    EXPECT_EQ(eq->GetDiscretization()[1].label, "pos");
+    EXPECT_EQ(net.GetNode(level)->Parents().GetSize(), 1);  // the equation's variable
+    EXPECT_EQ(net.GetDef(net.FindNode("alarm"))->GetParameters()[2], 0.2);
+    const VEK_dynamicNet& dyn = *net.GetDynamic();
+    const int hidden = net.FindNode("hidden");
+    EXPECT_EQ(dyn.GetTemporalParents(hidden).size(), 2u);
+    EXPECT_EQ((*dyn.GetTemporalDefinition(hidden, 1))[2], 0.4);
+    EXPECT_EQ((*dyn.GetTemporalDefinition(hidden, 2))[6], 0.6);
+    EXPECT_EQ(dyn.PlatePosition(), (VEK_rectangle{300, 200, 400, 300}));
+    EXPECT_EQ(dyn.GetRightWidth(), 30);
+}
+
 // The layout the writer promises: one field per line, defaults left out,
 // tables one row of outcomes per line.
 TEST(VekFormat, WriterLayout) {
@@ -490,6 +532,18 @@ TEST(VekFormat, FaultsArePositionedAndLeaveTheNetworkUnchanged) {
          "Invalid outcome identifier: 'x'"},
         {"network n {\n  node demorgan a { parents = (b); types = (friend); }\n  node demorgan b { }\n}", 2, 45,
          "SetParentTypes failed: 'friend'"},
+        {"network n {\n  node cpt a { temporal 1 { parents = (a); } }\n}", 2, 16,
+         "Node is not part of temporal plate: 'a'"},
+        {"network n {\n  node cpt a { dynamic = plate; temporal 0 { parents = (a); } }\n}", 2, 42,
+         "Temporal defintion not found: 'a'"},
+        {"network n {\n  node cpt a { dynamic = plate; temporal 1 { } }\n}", 2, 33, "No temporal parents specified: 'a'"},
+        {"network n {\n  node cpt a { dynamic = plate; temporal 1 { parents = (a); probabilities = (1 0); } }\n}", 2,
+         77, "Wrong table size for the temporal definition of node 'a': 2 values, 4 expected"},
+        {"network n {\n  node cpt a { dynamic = plate; temporal 1 { parents = (b); } }\n  node cpt b { }\n}", 2, 33,
+         "AddTemporalArc failed: 'a'"},
+        {"network n {\n  node equation x { equation = \"x = 1 +\"; }\n}", 2, 32, "Expression parse error: 'x'"},
+        {"network n {\n  node equation x { bounds = 2 1; }\n}", 2, 30, "Invalid equation bounds: 'x'"},
+        {"network n {\n  plate { depth = 3; }\n}", 2, 11, "Unknown keyword 'depth' in plate"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
@@ -528,6 +582,16 @@ TEST(VekFormat, HostileSizesAreRefusedBeforeAllocation) {
               VEK_FILE_IO_FAILED);
     EXPECT_NE(LastMessage(net2).find("1 values, 281474976710656 expected"), std::string::npos) << LastMessage(net2);
 
+    // And a plate node whose temporal parents would make its table as large.
+    std::string plate = "network n {\n";
+    for (int i = 0; i < 24; ++i) {
+        plate += "  node cpt p" + std::to_string(i) + " { states = (a, b, c, d); dynamic = plate; }\n";
+    }
+    VEK_network net5;
+    EXPECT_EQ(ReadDirect(net5, plate + "  node cpt big { dynamic = plate; temporal 1 { parents = (" + parents + "); } }\n}"),
+              VEK_FILE_IO_FAILED);
+    EXPECT_NE(LastMessage(net5).find("temporal tables are too large"), std::string::npos) << LastMessage(net5);
+
     std::string deep = "network n { node cpt a { probabilities = " + std::string(5000, '(') + "}}";
     VEK_network net3;
     EXPECT_EQ(ReadDirect(net3, deep), VEK_FILE_IO_FAILED);
@@ -545,6 +609,7 @@ TEST(VekFormat, TruncatedAndGarbledInputNeverCrash) {
     VEK_network net;
     testnet::RandomNetwork(net, 29);
     AddExtras(net, 29);
+    testnet::AddEquationsAndTime(net, 29);
     const std::string text = Vek(net);
     const size_t step = text.size() / 400 + 1;
     for (size_t n = 0; n + 2 < text.size(); n += step) {

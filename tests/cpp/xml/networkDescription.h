@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "dynamic/dynamicNet.h"
+#include "equations/equation.h"
 #include "network/cast.h"
 #include "network/cpt.h"
 #include "network/decision.h"
@@ -81,6 +83,12 @@ inline std::string Describe(const VEK_network& net) {
     for (const auto& [k, v] : net.UserProperties().Items()) o << "prop " << k << "=" << v << "\n";
     for (const auto& [t, p] : net.Documentation().Items()) o << "doc " << t << "=" << p << "\n";
     for (const auto& f : net.ExtFunctions()) o << "function " << f << "\n";
+    const VEK_dynamicNet* dyn = net.GetDynamic();
+    if (dyn) {
+        const VEK_rectangle& r = dyn->PlatePosition();
+        o << "plate " << r.centerX << "," << r.centerY << "," << r.width << "," << r.height << " widths "
+          << dyn->GetLeftWidth() << "," << dyn->GetRightWidth() << "\n";
+    }
 
     std::map<std::string, std::string> nodes;
     for (int n = net.GetFirstNode(); n >= 0; n = net.GetNextNode(n)) {
@@ -140,6 +148,24 @@ inline std::string Describe(const VEK_network& net) {
         }
         if (const auto* mau = dynamic_cast<const VEK_mau*>(def)) {
             for (const auto& ex : mau->GetExpressions()) x << " expression " << ex << "\n";
+        }
+        if (const auto* eq = dynamic_cast<const VEK_equation*>(def)) {
+            x << " equation " << eq->GetEquation() << " bounds " << D(eq->GetLower()) << " " << D(eq->GetUpper())
+              << " default " << D(eq->GetDefaultValue()) << " nominal " << eq->HasNominal() << " "
+              << D(eq->GetLowerNominal()) << " " << D(eq->GetUpperNominal()) << " intervals";
+            for (const VEK_discInterval& i : eq->GetDiscretization()) x << " " << i.label << "<" << D(i.upper);
+            x << "\n";
+        }
+        std::vector<int> orders;
+        if (dyn) dyn->GetTemporalOrders(n, orders);
+        for (int k : orders) {
+            std::vector<VEK_temporalArc> arcs;
+            dyn->GetTemporalParents(n, k, arcs);
+            x << " temporal " << k << " parents";
+            for (const VEK_temporalArc& a : arcs) x << " " << net.GetNodeId(a.node);
+            x << " table ";
+            Put(x, *dyn->GetTemporalDefinition(n, k));
+            x << "\n";
         }
         x << " cost parents";
         for (int p : node->CostParents()) x << " " << net.GetNodeId(p);
@@ -486,6 +512,56 @@ inline void RandomNetwork(VEK_network& net, unsigned seed) {
             if (g.Chance(0.3)) c.targets.push_back(n);
         }
     }
+}
+
+// What RandomNetwork leaves out, as other formats cannot hold it: user
+// functions, equation nodes (one discretized, with a discrete child) and a
+// temporal plate with arcs of orders 1 and 2, an anchor parent and geometry.
+inline void AddEquationsAndTime(VEK_network& net, unsigned seed) {
+    Generator g(seed * 104729u);
+    auto randomTable = [&](int node, int order) {
+        const int n = net.GetDef(node)->GetNumberOfOutcomes();
+        std::vector<double> t;
+        for (int c = net.Dynamic().GetTemporalDefinition(node, order)->GetSize() / n; c > 0; --c) {
+            for (double v : g.Distribution(n)) t.push_back(v);
+        }
+        net.Dynamic().SetTemporalDefinition(node, order, t);
+    };
+    net.ExtFunctions() = {"sq(x) = x * x", "blend(a, b) = a / 2 + b"};
+    auto* s = static_cast<VEK_equation*>(net.GetDef(net.AddNode(VEK_EQUATION, "eq_source")));
+    const int e1 = net.AddNode(VEK_EQUATION, "eq_derived");
+    auto* d = static_cast<VEK_equation*>(net.GetDef(e1));
+    int pos = 0;
+    std::string message;
+    s->SetBounds(-g.Real(1, 10), g.Real(1, 10));
+    s->SetEquation("eq_source = Normal(0, " + D(g.Real(0.5, 2)) + ")", pos, message);
+    s->SetNominal(s->GetLower() / 2, s->GetUpper() / 2);
+    d->SetBounds(0, 200);
+    d->SetDefaultValue(g.Real(0, 5));
+    d->SetEquation("eq_derived = blend(sq(eq_source), 1)", pos, message);
+    d->SetDiscretization({{"low", g.Real(1, 10)}, {"", 50}, {"top", 200}}, message);
+    const int child = net.AddNode(VEK_CPT, "eq_child");
+    net.AddArc(e1, child);
+    randomTable(child, 0);
+
+    const int anchor = net.AddNode(VEK_CPT, "t_anchor");
+    const int hidden = net.AddNode(VEK_CPT, "t_hidden");
+    const int seen = net.AddNode(VEK_CPT, "t_seen");
+    net.GetNode(anchor)->SetTemporalType(VEK_TEMPORAL_ANCHOR);
+    net.GetNode(hidden)->SetTemporalType(VEK_TEMPORAL_PLATE);
+    net.GetNode(seen)->SetTemporalType(VEK_TEMPORAL_PLATE);
+    static_cast<VEK_discDef*>(net.GetDef(hidden))->SetNumberOfOutcomes(3);
+    net.AddArc(anchor, hidden);
+    net.AddArc(hidden, seen);
+    VEK_dynamicNet& dyn = net.Dynamic();
+    dyn.AddTemporalArc(hidden, hidden, 1);
+    dyn.AddTemporalArc(seen, hidden, 1);
+    dyn.AddTemporalArc(hidden, hidden, 2);
+    dyn.AddTemporalArc(hidden, seen, 2);
+    for (auto [node, order] : {std::pair{hidden, 0}, {hidden, 1}, {hidden, 2}, {seen, 2}}) randomTable(node, order);
+    dyn.PlatePosition() = {g.Int(-50, 500), g.Int(0, 500), g.Int(10, 900), g.Int(10, 400)};
+    dyn.SetPlateWidths(g.Int(0, 80), g.Int(0, 80));
+    net.SetNumberOfSlices(g.Int(3, 7));
 }
 
 // ---------------------------------------------------------------- the shared networks
