@@ -1,6 +1,9 @@
 // Network methods of equation nodes: the equation text, bounds,
 // discretization, constant and deterministic queries, and sample results.
+#include <cmath>
+
 #include "bindUtil.h"
+#include "dynamic/dynamicNet.h"
 #include "equations/equation.h"
 #include "equations/equationEvaluation.h"
 #include "wrpCore.h"
@@ -119,6 +122,88 @@ std::vector<double> WrpGetNodeSampleStats(VEK_network* net, int handle) {
     return {mean, sd, v->GetMin(), v->GetMax()};
 }
 
+// ---- dynamic networks: temporal equations and continuous evidence
+
+VEK_equation& PlateEquation(VEK_network& net, int handle, const char* function) {
+    VEK_equation& eq = GetEquation(net, handle, function);
+    if (net.GetNode(handle)->GetTemporalType() != VEK_TEMPORAL_PLATE) {
+        ThrowQuarnExceptionWithMessage(VEK_WRONG_NODE_TYPE, function,
+                                       "Node '" + CopyConstCharPtr(net.GetNodeId(handle)) +
+                                           "' is not in the temporal plate");
+    }
+    return eq;
+}
+
+void WrpSetNodeTemporalEquations(VEK_network* net, int handle, const std::vector<std::string>& texts) {
+    PlateEquation(Deref(net), handle, "Network.SetNodeTemporalEquations");
+    for (const std::string& t : texts) ValidateText(t, "Network.SetNodeTemporalEquations", "Equation");
+    int pos = -1;
+    std::string message;
+    const int res = net->Dynamic().SetTemporalEquations(handle, texts, pos, message);
+    if (res != VEK_OKAY) {
+        if (pos >= 0) message += " (at position " + std::to_string(pos) + ")";
+        ThrowQuarnExceptionWithMessage(res, "Network.SetNodeTemporalEquations", message);
+    }
+}
+
+std::vector<std::string> WrpGetNodeTemporalEquations(VEK_network* net, int handle) {
+    PlateEquation(Deref(net), handle, "Network.GetNodeTemporalEquations");
+    return net->Dynamic().GetTemporalEquations(handle);
+}
+
+void CheckContSlice(VEK_network* net, int handle, int slice, const char* function) {
+    PlateEquation(Deref(net), handle, function);
+    ValidateSlice(*net, slice);
+}
+
+void WrpSetTemporalContEvidence(VEK_network* net, int handle, int slice, double value) {
+    CheckContSlice(net, handle, slice, "Network.SetTemporalContEvidence");
+    if (!std::isfinite(value)) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, "Network.SetTemporalContEvidence", "Evidence must be finite");
+    }
+    ValidateResult(net->Dynamic().SetTemporalContEvidence(handle, slice, value), "Network.SetTemporalContEvidence");
+}
+
+bool WrpIsTemporalContEvidence(VEK_network* net, int handle, int slice) {
+    CheckContSlice(net, handle, slice, "Network.IsTemporalContEvidence");
+    double v;
+    return net->Dynamic().GetTemporalContEvidence(handle, slice, v);
+}
+
+double WrpGetTemporalContEvidence(VEK_network* net, int handle, int slice) {
+    CheckContSlice(net, handle, slice, "Network.GetTemporalContEvidence");
+    double v = 0.0;
+    if (!net->Dynamic().GetTemporalContEvidence(handle, slice, v)) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, "Network.GetTemporalContEvidence",
+                                       "Node '" + CopyConstCharPtr(net->GetNodeId(handle)) +
+                                           "' has no continuous evidence in slice " + std::to_string(slice));
+    }
+    return v;
+}
+
+const VEK_equationEvaluation& TemporalValue(VEK_network* net, int handle, const char* function) {
+    PlateEquation(Deref(net), handle, function);
+    EnsureNodeValueValid(*net, handle);
+    const VEK_equationEvaluation* v = EquationValue(*net, handle);
+    if (!v->IsTemporal()) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
+                                       "Node '" + CopyConstCharPtr(net->GetNodeId(handle)) + "' has no samples per slice");
+    }
+    return *v;
+}
+
+std::vector<int> WrpGetNodeSliceSampleCounts(VEK_network* net, int handle) {
+    return TemporalValue(net, handle, "Network.GetNodeSliceSampleCounts").GetSliceSampleCounts();
+}
+
+std::vector<double> WrpGetNodeTemporalMean(VEK_network* net, int handle) {
+    return TemporalValue(net, handle, "Network.GetNodeTemporalMean").GetTemporalMeans();
+}
+
+std::vector<double> WrpGetNodeTemporalStdDev(VEK_network* net, int handle) {
+    return TemporalValue(net, handle, "Network.GetNodeTemporalStdDev").GetTemporalStdDevs();
+}
+
 }  // namespace
 }  // namespace Wrp
 
@@ -144,4 +229,20 @@ void BindEquations(PyNetworkClass& cls) {
     DefNode(cls, "is_value_discretized", &WrpIsValueDiscretized, "Returns true if node values are discretized");
     DefNode(cls, "get_node_sample_stats", &WrpGetNodeSampleStats,
             "Returns the mean, standard deviation, minimum and maximum of a continuous node's samples");
+    DefNode(cls, "set_node_temporal_equations", &WrpSetNodeTemporalEquations,
+            "Sets the temporal equations for the specified node", py::arg("equations"));
+    DefNodeById(cls, "get_node_temporal_equations", &WrpGetNodeTemporalEquations,
+                "Returns the temporal equations for the specified node");
+    DefNode(cls, "set_temporal_cont_evidence", &WrpSetTemporalContEvidence, "Sets temporal continuous evidence",
+            py::arg("slice"), py::arg("value"));
+    DefNode(cls, "is_temporal_cont_evidence", &WrpIsTemporalContEvidence,
+            "Returns true if node has temporal continuous evidence", py::arg("slice"));
+    DefNode(cls, "get_temporal_cont_evidence", &WrpGetTemporalContEvidence,
+            "Returns temporal continuous evidence values", py::arg("slice"));
+    DefNode(cls, "get_node_slice_sample_counts", &WrpGetNodeSliceSampleCounts,
+            "Returns the temporal slice sample count for the specified node");
+    DefNode(cls, "get_node_temporal_mean", &WrpGetNodeTemporalMean,
+            "Returns the sample mean of the specified node in every time slice");
+    DefNode(cls, "get_node_temporal_std_dev", &WrpGetNodeTemporalStdDev,
+            "Returns the sample standard deviation of the specified node in every time slice");
 }

@@ -1,12 +1,25 @@
 #include "dynamic/dynamicNet.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "equations/exprFunctions.h"
+#include "equations/exprParser.h"
+#include "equations/equation.h"
 
 #include "network/network.h"
 
 namespace {
 
 const std::vector<VEK_temporalArc> kNoArcs;
+constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+bool IsEquation(const VEK_network& net, int node) {
+    const VEK_nodeDef* d = net.GetDef(node);
+    return d && d->GetType() == VEK_EQUATION;
+}
 
 bool IsPlate(const VEK_network& net, int node) {
     const VEK_node* n = net.GetNode(node);
@@ -35,6 +48,7 @@ VEK_dynamicNet::NodeRec* VEK_dynamicNet::Rec(int node) {
     if (r.evidence.size() != slices) {
         r.evidence.resize(slices, -1);
         r.virtualEvidence.resize(slices);
+        r.contEvidence.resize(slices, kNone);
     }
     return &r;
 }
@@ -164,8 +178,12 @@ int VEK_dynamicNet::AddTemporalArc(int parent, int child, int order) {
     if (!IsPlate(*net_, parent) || !IsPlate(*net_, child)) {
         return net_->Logger().LogError(VEK_WRONG_NODE_TYPE, "Temporal arcs connect plate nodes only");
     }
-    if (OutcomeCount(*net_, parent) < 1 || OutcomeCount(*net_, child) < 1 || !net_->GetDef(child)->GetMatrix()) {
-        return net_->Logger().LogError(VEK_WRONG_NODE_TYPE, "Temporal arcs connect discrete chance nodes only");
+    // An equation node takes any plate node as temporal parent; its tables
+    // only keep the layout in step.
+    if (!IsEquation(*net_, child) &&
+        (OutcomeCount(*net_, parent) < 1 || OutcomeCount(*net_, child) < 1 || !net_->GetDef(child)->GetMatrix())) {
+        return net_->Logger().LogError(VEK_WRONG_NODE_TYPE,
+                                       "Temporal arcs connect discrete chance nodes, or end at an equation node");
     }
     if (TemporalArcExists(parent, child, order)) {
         return net_->Logger().LogError(VEK_OUT_OF_RANGE, "Temporal arc already exists");
@@ -181,10 +199,10 @@ int VEK_dynamicNet::AddTemporalArc(int parent, int child, int order) {
     const bool hadOrder = FindTable(r, order) != nullptr;
     r.parents.push_back({parent, order});
     for (Table& t : r.tables) {
-        if (t.order >= order) t.matrix.InsertDimension(staticDims + before, OutcomeCount(*net_, parent));
+        if (t.order >= order) t.matrix.InsertDimension(staticDims + before, std::max(1, OutcomeCount(*net_, parent)));
     }
     if (!hadOrder) {
-        Table t{order, {}};
+        Table t{order, {}, {}};
         MakeTable(child, order, t.matrix);
         auto pos = std::find_if(r.tables.begin(), r.tables.end(), [order](const Table& x) { return x.order > order; });
         r.tables.insert(pos, std::move(t));
@@ -359,14 +377,16 @@ const std::vector<double>* VEK_dynamicNet::GetTemporalVirtualEvidence(int node, 
 }
 
 bool VEK_dynamicNet::IsTemporalEvidence(int node, int slice) const {
-    return GetTemporalEvidence(node, slice) >= 0 || GetTemporalVirtualEvidence(node, slice) != nullptr;
+    double v;
+    return GetTemporalEvidence(node, slice) >= 0 || GetTemporalVirtualEvidence(node, slice) != nullptr ||
+           GetTemporalContEvidence(node, slice, v);
 }
 
 bool VEK_dynamicNet::HasTemporalEvidence(int node) const {
     const NodeRec* r = Rec(node);
     if (!r) return false;
     for (size_t s = 0; s < r->evidence.size(); ++s) {
-        if (r->evidence[s] >= 0 || !r->virtualEvidence[s].empty()) return true;
+        if (r->evidence[s] >= 0 || !r->virtualEvidence[s].empty() || !std::isnan(r->contEvidence[s])) return true;
     }
     return false;
 }
@@ -374,9 +394,12 @@ bool VEK_dynamicNet::HasTemporalEvidence(int node) const {
 int VEK_dynamicNet::ClearTemporalEvidence(int node, int slice) {
     NodeRec* r = Rec(node);
     if (!r || slice < 0 || slice >= static_cast<int>(r->evidence.size())) return VEK_OUT_OF_RANGE;
-    if (r->evidence[slice] < 0 && r->virtualEvidence[slice].empty()) return VEK_OKAY;
+    if (r->evidence[slice] < 0 && r->virtualEvidence[slice].empty() && std::isnan(r->contEvidence[slice])) {
+        return VEK_OKAY;
+    }
     r->evidence[slice] = -1;
     r->virtualEvidence[slice].clear();
+    r->contEvidence[slice] = kNone;
     net_->InvalidateAllBeliefs();
     return VEK_OKAY;
 }
@@ -385,7 +408,111 @@ void VEK_dynamicNet::ClearAllTemporalEvidence() {
     for (NodeRec& r : recs_) {
         std::fill(r.evidence.begin(), r.evidence.end(), -1);
         for (auto& v : r.virtualEvidence) v.clear();
+        std::fill(r.contEvidence.begin(), r.contEvidence.end(), kNone);
     }
+}
+
+int VEK_dynamicNet::SetTemporalContEvidence(int node, int slice, double value) {
+    NodeRec* r = Rec(node);
+    if (!r || !IsPlate(*net_, node) || !IsEquation(*net_, node)) return VEK_WRONG_NODE_TYPE;
+    if (slice < 0 || slice >= static_cast<int>(r->contEvidence.size()) || !std::isfinite(value)) return VEK_OUT_OF_RANGE;
+    r->contEvidence[slice] = value;
+    net_->InvalidateAllBeliefs();
+    return VEK_OKAY;
+}
+
+bool VEK_dynamicNet::GetTemporalContEvidence(int node, int slice, double& value) const {
+    const NodeRec* r = Rec(node);
+    if (!r || slice < 0 || slice >= static_cast<int>(r->contEvidence.size()) || std::isnan(r->contEvidence[slice])) {
+        return false;
+    }
+    value = r->contEvidence[slice];
+    return true;
+}
+
+// ---------------------------------------------------------------- temporal equations
+
+int VEK_dynamicNet::SetTemporalEquations(int node, const std::vector<std::string>& texts, int& errorPos,
+                                         std::string& message) {
+    errorPos = -1;
+    NodeRec* r = Rec(node);
+    if (!r || !IsPlate(*net_, node) || !IsEquation(*net_, node)) {
+        message = "Temporal equations belong to equation nodes in the temporal plate";
+        return VEK_WRONG_NODE_TYPE;
+    }
+    if (texts.size() != r->tables.size()) {
+        message = "Expected " + std::to_string(r->tables.size()) + " equations, one per temporal order, got " +
+                  std::to_string(texts.size());
+        return VEK_OUT_OF_RANGE;
+    }
+    VEK_functionSet functions;
+    int failed = -1;
+    if (functions.Parse(net_->ExtFunctions(), failed, errorPos, message) != VEK_OKAY) {
+        errorPos = -1;
+        message = "External function " + std::to_string(failed) + ": " + message;
+        return VEK_SYNTAX_ERROR;
+    }
+    const std::string id = net_->GetNodeId(node);
+    const VEK_intArray& parents = net_->GetNode(node)->Parents();
+    std::vector<std::string> canonical(texts.size());
+    for (size_t i = 0; i < texts.size(); ++i) {
+        if (texts[i].empty()) continue;
+        const int order = r->tables[i].order;
+        VEK_expression lhs, rhs, solved;
+        int res = VEK_exprParser::ParseEquation(texts[i], &functions, lhs, rhs, errorPos, message);
+        if (res == VEK_OKAY) {
+            const VEK_exprNode& root = lhs.Node(lhs.Root());
+            if (root.kind == VEK_exprKind::Variable && lhs.Variables()[root.first] == id && rhs.FindVariable(id) < 0) {
+                solved = rhs;
+            } else if (VEK_solveFor(lhs, rhs, id, solved, message) != VEK_OKAY) {
+                res = VEK_OUT_OF_RANGE;
+            }
+        }
+        solved.SetFunctions(&functions);
+        for (size_t v = 0; res == VEK_OKAY && v < solved.Variables().size(); ++v) {
+            const std::string& name = solved.Variables()[v];
+            const size_t bracket = name.find("[-");
+            bool known;
+            if (bracket == std::string::npos) {
+                const int h = net_->FindNode(name.c_str());
+                known = h >= 0 && parents.FindPosition(h) >= 0;
+            } else {
+                const int h = net_->FindNode(name.substr(0, bracket).c_str());
+                const int k = std::atoi(name.c_str() + bracket + 2);
+                known = h >= 0 && k >= 1 && k <= order && TemporalArcExists(h, node, k);
+            }
+            if (!known) {
+                message = "Equation of order " + std::to_string(order) + ": '" + name +
+                          "' is neither a parent nor a temporal parent of at most that order";
+                res = VEK_OUT_OF_RANGE;
+            }
+        }
+        if (res != VEK_OKAY) {
+            message = "Equation " + std::to_string(i) + ": " + message;
+            return res;
+        }
+        canonical[i] = id + " = " + solved.Print();
+    }
+    for (size_t i = 0; i < texts.size(); ++i) r->tables[i].equation = std::move(canonical[i]);
+    Changed(node);
+    return VEK_OKAY;
+}
+
+std::vector<std::string> VEK_dynamicNet::GetTemporalEquations(int node) const {
+    std::vector<std::string> out;
+    if (const NodeRec* r = Rec(node)) {
+        for (const Table& t : r->tables) out.push_back(t.equation);
+    }
+    return out;
+}
+
+const std::string* VEK_dynamicNet::GetTemporalEquation(int node, int order) const {
+    const NodeRec* r = Rec(node);
+    if (!r) return nullptr;
+    for (const Table& t : r->tables) {
+        if (t.order == order) return t.equation.empty() ? nullptr : &t.equation;
+    }
+    return nullptr;
 }
 
 // ---------------------------------------------------------------- reactions
@@ -396,7 +523,7 @@ void VEK_dynamicNet::OnArcAdded(int parent, int child) {
     std::vector<int> owners;
     DimOwners(child, 1, owners);
     const int pos = static_cast<int>(std::find(owners.begin(), owners.end(), parent) - owners.begin());
-    for (Table& t : r->tables) t.matrix.InsertDimension(pos, OutcomeCount(*net_, parent));
+    for (Table& t : r->tables) t.matrix.InsertDimension(pos, std::max(1, OutcomeCount(*net_, parent)));
 }
 
 void VEK_dynamicNet::OnArcRemoving(int parent, int child) {

@@ -13,6 +13,7 @@
 // arcs were added), with the node's own outcome fastest.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "network/dmatrix.h"
@@ -71,6 +72,19 @@ public:
     int ClearTemporalEvidence(int node, int slice);
     void ClearAllTemporalEvidence();
 
+    // ---- temporal equations and continuous evidence (equation nodes) -------
+    // One equation per temporal order of the node, ascending; in the equation
+    // of order k, "id[-j]" (1 <= j <= k) is the temporal parent id of order
+    // j and a plain id a static parent in the same slice. An empty text makes
+    // the slices of that order use the node's ordinary equation. On failure
+    // nothing changes and errorPos / message tell why.
+    int SetTemporalEquations(int node, const std::vector<std::string>& texts, int& errorPos, std::string& message);
+    std::vector<std::string> GetTemporalEquations(int node) const;
+    const std::string* GetTemporalEquation(int node, int order) const;
+    int SetTemporalContEvidence(int node, int slice, double value);
+    // False when the slice has no continuous evidence.
+    bool GetTemporalContEvidence(int node, int slice, double& value) const;
+
     // ---- temporal plate presentation -----------------------------------------
     VEK_rectangle& PlatePosition() { return platePosition_; }
     const VEK_rectangle& PlatePosition() const { return platePosition_; }
@@ -97,12 +111,14 @@ private:
     struct Table {
         int order;
         VEK_Dmatrix matrix;
+        std::string equation;  // equation nodes
     };
     struct NodeRec {
         std::vector<VEK_temporalArc> parents;
         std::vector<Table> tables;  // ascending order
         std::vector<int> evidence;  // per slice, -1 for none
         std::vector<std::vector<double>> virtualEvidence;  // per slice, empty for none
+        std::vector<double> contEvidence;  // per slice, NaN for none
     };
 
     NodeRec* Rec(int node);

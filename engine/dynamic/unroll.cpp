@@ -1,6 +1,10 @@
 #include "dynamic/unroll.h"
 
+#include <cstdlib>
 #include <string>
+
+#include "equations/equation.h"
+#include "equations/exprParser.h"
 
 #include "dynamic/dynamicNet.h"
 #include "network/network.h"
@@ -12,6 +16,47 @@ std::string UniqueId(const VEK_network& net, const char* id, int slice) {
     std::string out = base;
     for (int k = 2; net.FindNode(out.c_str()) >= 0; ++k) out = base + "_" + std::to_string(k);
     return out;
+}
+
+bool IsEquation(const VEK_network& net, int h) { return net.GetDef(h)->GetType() == VEK_EQUATION; }
+
+// Gives the copy c of equation node h the equation of this order (the
+// ordinary one for order 0 or an unset temporal equation) over the copies of
+// its parents: copyOf(node, k) is node's copy k slices back, for plate nodes.
+template <class CopyOf>
+int CopyEquation(VEK_network& net, VEK_network& out, int h, int order, CopyOf copyOf, int c) {
+    const VEK_dynamicNet* dyn = net.GetDynamic();
+    const std::string* temporal = order > 0 && dyn ? dyn->GetTemporalEquation(h, order) : nullptr;
+    const std::string text = temporal ? *temporal : static_cast<const VEK_equation*>(net.GetDef(h))->GetEquation();
+    VEK_functionSet functions;
+    VEK_expression lhs, rhs;
+    int failed = -1, pos = -1;
+    std::string message;
+    if (functions.Parse(net.ExtFunctions(), failed, pos, message) != VEK_OKAY ||
+        VEK_exprParser::ParseEquation(text, &functions, lhs, rhs, pos, message) != VEK_OKAY) {
+        return net.Logger().VLogError(VEK_SYNTAX_ERROR, "Equation of node '%s' (order %d): %s", net.GetNodeId(h), order,
+                                      message.c_str());
+    }
+    rhs.SetFunctions(&functions);
+    for (int v = 0; v < static_cast<int>(rhs.Variables().size()); ++v) {
+        const std::string name = rhs.Variables()[v];
+        const size_t bracket = name.find("[-");
+        const int node = net.FindNode(name.substr(0, bracket).c_str());
+        const int back = bracket == std::string::npos ? 0 : std::atoi(name.c_str() + bracket + 2);
+        if (node < 0 || (back > 0 && net.GetNode(node)->GetTemporalType() != VEK_TEMPORAL_PLATE)) {
+            return net.Logger().VLogError(VEK_OUT_OF_RANGE, "Equation of node '%s' (order %d): unknown variable '%s'",
+                                          net.GetNodeId(h), order, name.c_str());
+        }
+        const int copy = net.GetNode(node)->GetTemporalType() == VEK_TEMPORAL_PLATE ? copyOf(node, back) : node;
+        rhs.RenameVariable(v, out.GetNodeId(copy));
+    }
+    auto* eq = static_cast<VEK_equation*>(out.GetDef(c));
+    const int res = eq->SetEquation(std::string(out.GetNodeId(c)) + " = " + rhs.Print(), pos, message);
+    if (res != VEK_OKAY) {
+        return net.Logger().VLogError(res, "Equation of node '%s' (order %d): %s", net.GetNodeId(h), order,
+                                      message.c_str());
+    }
+    return VEK_OKAY;
 }
 
 }  // namespace
@@ -26,6 +71,7 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
         const VEK_node* n = net.GetNode(h);
         if (n->GetTemporalType() != VEK_TEMPORAL_PLATE) continue;
         plates.push_back(h);
+        if (IsEquation(net, h)) continue;
         if (!n->Definition()->GetMatrix() || n->Definition()->GetDiscreteOutcomeCount() < 1) {
             return net.Logger().VLogError(VEK_WRONG_NODE_TYPE, "Plate node '%s' has no probability table", n->GetId());
         }
@@ -74,10 +120,16 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
     for (int t = 1; t < slices && res >= 0; ++t) {
         for (size_t i = 0; i < plates.size() && res >= 0; ++i) {
             const int h = plates[i];
-            res = out.AddNode(VEK_CPT, UniqueId(out, net.GetNodeId(h), t).c_str());
+            const bool equation = IsEquation(net, h);
+            res = out.AddNode(equation ? VEK_EQUATION : VEK_CPT, UniqueId(out, net.GetNodeId(h), t).c_str());
             if (res < 0) break;
             copies[t][i] = res;
-            res = out.GetDef(res)->SetNumberOfOutcomes(*net.GetDef(h)->GetOutcomeIds());
+            if (equation) {
+                const auto* eq = static_cast<const VEK_equation*>(net.GetDef(h));
+                res = static_cast<VEK_equation*>(out.GetDef(res))->SetBounds(eq->GetLower(), eq->GetUpper());
+            } else {
+                res = out.GetDef(res)->SetNumberOfOutcomes(*net.GetDef(h)->GetOutcomeIds());
+            }
         }
         for (size_t i = 0; i < plates.size() && res >= 0; ++i) {
             const int h = plates[i];
@@ -95,6 +147,11 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
                 }
             }
             if (res < 0) break;
+            if (IsEquation(net, h)) {
+                res = CopyEquation(net, out, h, order, [&](int node, int back) { return copies[t - back][indexOf(node)]; },
+                                   c);
+                continue;
+            }
             const VEK_Dmatrix* table = order > 0 ? dyn->GetTemporalDefinition(h, order) : net.GetDef(h)->GetMatrix();
             res = out.GetDef(c)->SetDefinition(*table);
         }
@@ -127,6 +184,7 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
             VEK_nodeVal* v = out.GetVal(copies[t][i]);
             if (const int e = dyn->GetTemporalEvidence(plates[i], t); e >= 0) res = v->SetEvidence(e);
             if (const std::vector<double>* ve = dyn->GetTemporalVirtualEvidence(plates[i], t)) res = v->SetVirtualEvidence(*ve);
+            if (double x; res >= 0 && dyn->GetTemporalContEvidence(plates[i], t, x)) res = v->SetEvidence(x);
         }
     }
     out.SetOptions(options);

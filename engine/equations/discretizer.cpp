@@ -16,6 +16,11 @@ int Fail(VEK_network& net, int code, const std::string& message) { return net.Lo
 
 std::string Id(const VEK_network& net, int h) { return net.GetNodeId(h) ? net.GetNodeId(h) : ""; }
 
+// Odometer step over the parents' states, the last parent fastest.
+void NextConfiguration(std::vector<int>& states, const VEK_intArray& dims) {
+    for (int k = static_cast<int>(states.size()) - 1; k >= 0 && ++states[k] == dims[k]; --k) states[k] = 0;
+}
+
 // Fills one equation node's table; its parents' states are outcomes or,
 // for equation parents, intervals within which a value is drawn uniformly.
 int DiscretizeNode(VEK_network& net, int h, VEK_equation& eq) {
@@ -65,15 +70,20 @@ int DiscretizeNode(VEK_network& net, int h, VEK_equation& eq) {
     std::vector<double> buf(vars.size());
     std::vector<double> counts(intervals);
     const int configs = table.GetSize() / intervals;
+    std::vector<double> uppers(intervals);
+    for (int k = 0; k < intervals; ++k) uppers[k] = eq.GetDiscretization()[k].upper;
     VEK_expression folded;
-    for (int c = 0; c < configs; ++c) {
+    for (int c = 0; c < configs; ++c, NextConfiguration(states, dims)) {
         std::fill(counts.begin(), counts.end(), 0.0);
         int kept = 0;
         // With discrete inputs only, what draws nothing is computed once per
-        // configuration.
+        // configuration; a distribution, shifted or scaled, whose parameters
+        // are then numbers has its intervals' probabilities in closed form.
         if (!continuousInput && !e.Empty()) {
             for (size_t k = 0; k < vars.size(); ++k) buf[k] = point[slot[k]][states[slot[k]]];
             folded = e.Fold(buf.data());
+            double* row = table.Items() + static_cast<size_t>(c) * intervals;
+            if (samples > 1 && VEK_exactIntervalProbabilities(folded, uppers.data(), intervals, row)) continue;
         }
         for (int s = 0; s < samples; ++s) {
             if (!continuousInput && !e.Empty()) {
@@ -103,7 +113,6 @@ int DiscretizeNode(VEK_network& net, int h, VEK_equation& eq) {
         }
         double* row = table.Items() + static_cast<size_t>(c) * intervals;
         for (int k = 0; k < intervals; ++k) row[k] = counts[k] / kept;
-        for (int k = np - 1; k >= 0 && ++states[k] == dims[k]; --k) states[k] = 0;
     }
     return VEK_OKAY;
 }

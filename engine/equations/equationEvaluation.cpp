@@ -73,6 +73,7 @@ int VEK_equationEvaluation::GetStdDev(double& sd) const {
 
 void VEK_equationEvaluation::SetSamples(std::vector<double> samples, double mean, double sd, double lo, double hi) {
     samples_ = std::move(samples);
+    sliceCounts_.clear();
     mean_ = mean;
     sd_ = sd;
     min_ = lo;
@@ -82,6 +83,32 @@ void VEK_equationEvaluation::SetSamples(std::vector<double> samples, double mean
     result_.Setup(&n, 1);
     if (sd == 0.0) result_[0] = mean;
     else result_.FillFrom(samples_.data());
+}
+
+void VEK_equationEvaluation::SetTemporalSamples(std::vector<std::vector<double>> slices, std::vector<double> means,
+                                                std::vector<double> sds) {
+    samples_.clear();
+    sliceCounts_.clear();
+    for (const std::vector<double>& s : slices) {
+        samples_.insert(samples_.end(), s.begin(), s.end());
+        sliceCounts_.push_back(static_cast<int>(s.size()));
+    }
+    discretized_ = false;
+    mean_ = sd_ = 0.0;
+    min_ = max_ = samples_.empty() ? 0.0 : samples_[0];
+    for (double x : samples_) {
+        mean_ += x;
+        min_ = std::min(min_, x);
+        max_ = std::max(max_, x);
+    }
+    mean_ /= std::max<size_t>(1, samples_.size());
+    for (double x : samples_) sd_ += (x - mean_) * (x - mean_);
+    sd_ = std::sqrt(sd_ / std::max<size_t>(1, samples_.size()));
+    sliceMeans_ = std::move(means);
+    sliceSds_ = std::move(sds);
+    const int n = static_cast<int>(samples_.size());
+    result_.Setup(&n, 1);
+    result_.FillFrom(samples_.data());
 }
 
 void VEK_equationEvaluation::SetDiscretized(const std::vector<double>& probabilities) {
@@ -106,6 +133,9 @@ void VEK_equationEvaluation::SetDiscretized(const std::vector<double>& probabili
 
 void VEK_equationEvaluation::ResetResult() {
     samples_.clear();
+    sliceCounts_.clear();
+    sliceMeans_.clear();
+    sliceSds_.clear();
     samples_.shrink_to_fit();
     result_.Clear();
     discretized_ = false;

@@ -30,6 +30,14 @@ public:
     // Written by inference.
     void SetSamples(std::vector<double> samples, double mean, double sd, double lo, double hi);
     void SetDiscretized(const std::vector<double>& probabilities);
+    // A plate node of a dynamic network: the samples, mean and deviation of
+    // every slice; the value is the samples of all slices joined.
+    void SetTemporalSamples(std::vector<std::vector<double>> slices, std::vector<double> means,
+                            std::vector<double> sds);
+    bool IsTemporal() const { return !sliceCounts_.empty(); }
+    const std::vector<int>& GetSliceSampleCounts() const { return sliceCounts_; }
+    const std::vector<double>& GetTemporalMeans() const { return sliceMeans_; }
+    const std::vector<double>& GetTemporalStdDevs() const { return sliceSds_; }
     bool IsDiscretized() const { return discretized_; }
     const std::vector<double>& GetSamples() const { return samples_; }
     double GetMin() const { return min_; }
@@ -42,6 +50,8 @@ private:
     std::vector<double> samples_;
     double mean_ = 0.0, sd_ = 0.0, min_ = 0.0, max_ = 0.0;
     bool discretized_ = false;
+    std::vector<int> sliceCounts_;
+    std::vector<double> sliceMeans_, sliceSds_;
     double evidence_ = 0.0;
     VEK_Dmatrix result_;
 };

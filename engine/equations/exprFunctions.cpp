@@ -1,5 +1,6 @@
 #include "equations/exprFunctions.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -337,4 +338,262 @@ int VEK_functionSet::Find(const std::string& name) const {
 
 double VEK_functionSet::Call(int i, const double* args, VEK_randGen* gen) const {
     return functions_[i].body.Evaluate(args, gen);
+}
+
+// ---------------------------------------------------------------- exact laws
+
+namespace {
+
+constexpr double kTiny = 1e-300;
+
+// Regularized lower incomplete gamma function P(a, x): its series below
+// a + 1, the continued fraction of the complement above.
+double GammaP(double a, double x) {
+    if (x <= 0.0) return 0.0;
+    const double front = std::exp(-x + a * std::log(x) - std::lgamma(a));
+    if (x < a + 1.0) {
+        double ap = a, del = 1.0 / a, sum = del;
+        for (int n = 0; n < 10000 && std::fabs(del) > std::fabs(sum) * 1e-16; ++n) {
+            ap += 1.0;
+            del *= x / ap;
+            sum += del;
+        }
+        return std::min(1.0, sum * front);
+    }
+    double b = x + 1.0 - a, c = 1.0 / kTiny, d = 1.0 / b, h = d;
+    for (int i = 1; i < 10000; ++i) {
+        const double an = -i * (i - a);
+        b += 2.0;
+        d = an * d + b;
+        if (std::fabs(d) < kTiny) d = kTiny;
+        c = b + an / c;
+        if (std::fabs(c) < kTiny) c = kTiny;
+        d = 1.0 / d;
+        const double del = d * c;
+        h *= del;
+        if (std::fabs(del - 1.0) < 1e-16) break;
+    }
+    return std::max(0.0, 1.0 - front * h);
+}
+
+// Continued fraction of the regularized incomplete beta function (modified
+// Lentz).
+double BetaFraction(double a, double b, double x) {
+    const double qab = a + b, qap = a + 1.0, qam = a - 1.0;
+    double c = 1.0, d = 1.0 - qab * x / qap;
+    if (std::fabs(d) < kTiny) d = kTiny;
+    d = 1.0 / d;
+    double h = d;
+    for (int m = 1; m < 10000; ++m) {
+        const int m2 = 2 * m;
+        double aa = m * (b - m) * x / ((qam + m2) * (a + m2));
+        d = 1.0 + aa * d;
+        if (std::fabs(d) < kTiny) d = kTiny;
+        c = 1.0 + aa / c;
+        if (std::fabs(c) < kTiny) c = kTiny;
+        d = 1.0 / d;
+        h *= d * c;
+        aa = -(a + m) * (qab + m) * x / ((a + m2) * (qap + m2));
+        d = 1.0 + aa * d;
+        if (std::fabs(d) < kTiny) d = kTiny;
+        c = 1.0 + aa / c;
+        if (std::fabs(c) < kTiny) c = kTiny;
+        d = 1.0 / d;
+        const double del = d * c;
+        h *= del;
+        if (std::fabs(del - 1.0) < 1e-16) break;
+    }
+    return h;
+}
+
+double BetaI(double a, double b, double x) {
+    if (x <= 0.0) return 0.0;
+    if (x >= 1.0) return 1.0;
+    const double front = std::exp(a * std::log(x) + b * std::log1p(-x) - LogBeta(a, b));
+    // The fraction converges fast on the side of the mean it is used on.
+    if (x < (a + 1.0) / (a + b + 2.0)) return front * BetaFraction(a, b, x) / a;
+    return 1.0 - front * BetaFraction(b, a, 1.0 - x) / b;
+}
+
+double StdNormalCdf(double z) { return 0.5 * std::erfc(-z / std::sqrt(2.0)); }
+
+// A + B * (distribution call) as the subtree i, with the call's index.
+bool Affine(const VEK_expression& e, int i, double& a, double& b, int& call) {
+    const VEK_exprNode& n = e.Node(i);
+    if (n.kind == VEK_exprKind::Call && kTable[n.func].stochastic) {
+        for (int k = 0; k < n.argc; ++k) {
+            if (e.Node(e.Child(i, k)).kind != VEK_exprKind::Number) return false;
+        }
+        call = i;
+        a = 0.0;
+        b = 1.0;
+        return true;
+    }
+    if (n.kind == VEK_exprKind::Unary && n.op == VEK_exprOp::Neg) {
+        if (!Affine(e, e.Child(i, 0), a, b, call)) return false;
+        a = -a;
+        b = -b;
+        return true;
+    }
+    if (n.kind != VEK_exprKind::Binary) return false;
+    const int l = e.Child(i, 0), r = e.Child(i, 1);
+    const bool leftNumber = e.Node(l).kind == VEK_exprKind::Number;
+    const bool rightNumber = e.Node(r).kind == VEK_exprKind::Number;
+    if (leftNumber == rightNumber) return false;
+    const double c = e.Node(leftNumber ? l : r).value;
+    if (!Affine(e, leftNumber ? r : l, a, b, call)) return false;
+    switch (n.op) {
+        case VEK_exprOp::Add: a += c; return true;
+        case VEK_exprOp::Sub:
+            if (leftNumber) {
+                a = c - a;
+                b = -b;
+            } else {
+                a -= c;
+            }
+            return true;
+        case VEK_exprOp::Mul:
+            a *= c;
+            b *= c;
+            return true;
+        case VEK_exprOp::Div:
+            if (leftNumber || c == 0.0) return false;
+            a /= c;
+            b /= c;
+            return true;
+        default: return false;
+    }
+}
+
+}  // namespace
+
+bool VEK_libCdf(int id, const double* a, int, double x, double& f) {
+    f = 0.0;
+    switch (id) {
+        case Normal:
+            if (!(a[1] > 0.0)) return false;
+            f = StdNormalCdf((x - a[0]) / a[1]);
+            return true;
+        case Uniform:
+            if (!(a[0] < a[1])) return false;
+            f = std::clamp((x - a[0]) / (a[1] - a[0]), 0.0, 1.0);
+            return true;
+        case Triangular: {
+            const double lo = a[0], c = a[1], hi = a[2];
+            if (!(lo <= c && c <= hi && lo < hi)) return false;
+            if (x <= lo) f = 0.0;
+            else if (x >= hi) f = 1.0;
+            else if (x <= c) f = (x - lo) * (x - lo) / ((hi - lo) * (c - lo));
+            else f = 1.0 - (hi - x) * (hi - x) / ((hi - lo) * (hi - c));
+            return true;
+        }
+        case Beta:
+            if (!(a[0] > 0.0 && a[1] > 0.0)) return false;
+            f = BetaI(a[0], a[1], x);
+            return true;
+        case Gamma:
+            if (!(a[0] > 0.0 && a[1] > 0.0)) return false;
+            f = GammaP(a[0], x / a[1]);
+            return true;
+        case Exponential:
+            if (!(a[0] > 0.0)) return false;
+            f = x > 0.0 ? -std::expm1(-a[0] * x) : 0.0;
+            return true;
+        case Lognormal:
+            if (!(a[1] > 0.0)) return false;
+            f = x > 0.0 ? StdNormalCdf((std::log(x) - a[0]) / a[1]) : 0.0;
+            return true;
+        case Weibull:
+            if (!(a[0] > 0.0 && a[1] > 0.0)) return false;
+            f = x > 0.0 ? -std::expm1(-std::pow(x / a[1], a[0])) : 0.0;
+            return true;
+        default: return false;
+    }
+}
+
+bool VEK_libSupport(int id, const double* a, int argc, std::vector<double>& points, std::vector<double>& probs) {
+    points.clear();
+    probs.clear();
+    constexpr double kMaxPoints = 1e6;
+    double first = 0.0, last = 0.0;
+    switch (id) {
+        case Bernoulli:
+            if (!IsProb(a[0])) return false;
+            points = {0.0, 1.0};
+            probs = {1.0 - a[0], a[0]};
+            return true;
+        case CustomPDF: {
+            double unused;
+            if (!VEK_libDensity(id, a, argc, a[0], unused)) return false;
+            const int k = argc / 2;
+            points.assign(a, a + k);
+            probs.assign(a + k, a + argc);
+            return true;
+        }
+        case Binomial:
+            if (!IsCount(a[0]) || !IsProb(a[1]) || a[0] > kMaxPoints) return false;
+            last = a[0];
+            break;
+        case Poisson:
+            if (!(a[0] > 0.0) || a[0] > kMaxPoints) return false;
+            last = std::ceil(a[0] + 40.0 * std::sqrt(a[0]) + 40.0);
+            break;
+        case Geometric:
+            if (!(a[0] > 0.0 && a[0] <= 1.0)) return false;
+            first = 1.0;
+            // The tail beyond k trials is (1 - p)^k.
+            last = a[0] == 1.0 ? 1.0 : std::ceil(std::log(1e-17) / std::log1p(-a[0]));
+            if (last > kMaxPoints) return false;
+            break;
+        default: return false;
+    }
+    for (double k = first; k <= last; k += 1.0) {
+        double p = 0.0;
+        VEK_libDensity(id, a, argc, k, p);
+        if (p < 1e-300) continue;
+        points.push_back(k);
+        probs.push_back(p);
+    }
+    return !points.empty();
+}
+
+bool VEK_exactIntervalProbabilities(const VEK_expression& e, const double* uppers, int count, double* out) {
+    if (e.Empty() || count < 1) return false;
+    double shift = 0.0, scale = 1.0;
+    int call = -1;
+    if (!Affine(e, e.Root(), shift, scale, call) || !std::isfinite(shift) || !std::isfinite(scale) || scale == 0.0) {
+        return false;
+    }
+    const VEK_exprNode& n = e.Node(call);
+    double args[64];
+    if (n.argc > 64) return false;
+    for (int k = 0; k < n.argc; ++k) args[k] = e.Node(e.Child(call, k)).value;
+    std::vector<double> points, probs;
+    if (VEK_libSupport(n.func, args, n.argc, points, probs)) {
+        std::fill(out, out + count, 0.0);
+        double total = 0.0;
+        for (size_t i = 0; i < points.size(); ++i) {
+            const double y = shift + scale * points[i];
+            if (!std::isfinite(y)) return false;
+            const int bin = static_cast<int>(std::upper_bound(uppers, uppers + count - 1, y) - uppers);
+            out[bin] += probs[i];
+            total += probs[i];
+        }
+        if (!(total > 0.0)) return false;
+        for (int k = 0; k < count; ++k) out[k] /= total;
+        return true;
+    }
+    // P(shift + scale * X < u), through the CDF of X.
+    double previous = 0.0;
+    for (int k = 0; k < count; ++k) {
+        double g = 1.0;
+        if (k + 1 < count) {
+            double f;
+            if (!VEK_libCdf(n.func, args, n.argc, (uppers[k] - shift) / scale, f)) return false;
+            g = scale > 0.0 ? f : 1.0 - f;
+        }
+        out[k] = std::max(0.0, g - previous);
+        previous = std::max(previous, g);
+    }
+    return true;
 }

@@ -50,3 +50,18 @@ public:
 private:
     std::vector<VEK_userFunction> functions_;
 };
+
+// Cumulative distribution function of a continuous distribution at x; false
+// when id is not one or the parameters are invalid or degenerate.
+bool VEK_libCdf(int id, const double* args, int argc, double x, double& cdf);
+// The support points of a discrete distribution with their probabilities
+// (tails below 1e-15 left out); false when id is not one, the parameters are
+// invalid or the support is too large to list.
+bool VEK_libSupport(int id, const double* args, int argc, std::vector<double>& points, std::vector<double>& probs);
+
+// Probabilities of the intervals (-inf, uppers[0]), [uppers[0], uppers[1]),
+// ..., [uppers[count - 2], +inf) for an expression that is a + b * D, D a
+// distribution call with numeric arguments (an expression folded for its
+// variables has that form when its parameters depend on nothing random);
+// false for any other form.
+bool VEK_exactIntervalProbabilities(const VEK_expression& e, const double* uppers, int count, double* out);

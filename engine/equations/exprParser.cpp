@@ -213,6 +213,13 @@ private:
         if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
             size_t j = i_;
             while (j < s_.size() && (std::isalnum(static_cast<unsigned char>(s_[j])) || s_[j] == '_')) ++j;
+            // "id[-k]": the node id in the k-th earlier time slice, one
+            // variable name.
+            if (j + 3 < s_.size() && s_[j] == '[' && s_[j + 1] == '-' && std::isdigit(static_cast<unsigned char>(s_[j + 2]))) {
+                size_t k = j + 2;
+                while (k < s_.size() && std::isdigit(static_cast<unsigned char>(s_[k]))) ++k;
+                if (k < s_.size() && s_[k] == ']') j = k + 1;
+            }
             t.text = s_.substr(i_, j - i_);
             i_ = j;
             t.type = Tok::Ident;

@@ -3,8 +3,10 @@
 // Precedence, loosest first: || (or), && (and), comparisons (< <= > >= ==
 // != <>), + -, * /, unary - + ! (not), ^ (right-associative, its exponent
 // may carry a sign). Numbers take every C form (decimal, exponent, hex and
-// hex float, octal, suffixes u l f). Identifiers are variables, or calls
-// when followed by '('. Positions are 0-based character offsets.
+// hex float, octal, suffixes u l f). Identifiers are variables (an id
+// followed by "[-k]", k a number, is one variable: the node k time slices
+// earlier), or calls when followed by '('. Positions are 0-based character
+// offsets.
 #pragma once
 
 #include <string>

@@ -24,6 +24,7 @@ struct Item {
     std::vector<int> parents;
     std::vector<int> strides;
     int evidence = -1;
+    bool controlled = false;  // the evidence is an intervention
     std::vector<double> likelihood;
     std::vector<double> point;
     // Equation: the handles of its variables and its continuous evidence.
@@ -97,6 +98,7 @@ int BuildItems(VEK_network& net, std::vector<Item>& items) {
             return Fail(net, VEK_OUT_OF_RANGE, "The table of node '" + Id(net, h) + "' does not fit its parents");
         }
         if (val->HasHardEvidence()) it.evidence = val->GetEvidence();
+        it.controlled = val->IsControlled() && it.evidence >= 0;
         if (val->IsVirtualEvidence()) val->GetVirtualEvidence(it.likelihood);
         it.point = OutcomeValues(*def, it.outcomes);
         items.push_back(std::move(it));
@@ -183,7 +185,9 @@ int VEK_updateHybrid(VEK_network& net) {
             int st;
             if (it.evidence >= 0) {
                 st = it.evidence;
-                w *= row[st];
+                // A controlled node is set from outside: its parents learn
+                // nothing from it.
+                if (!it.controlled) w *= row[st];
             } else {
                 st = VEK_randGen::Roulette(gen.GetDouble(), row, it.outcomes);
             }

@@ -16,6 +16,7 @@
 #include "network/mau.h"
 #include "network/network.h"
 #include "dynamic/dbnSolver.h"
+#include "dynamic/dynamicSampler.h"
 #include "network/nodeDef.h"
 
 unsigned VEK_initRelevanceFlags() {
@@ -83,6 +84,9 @@ int VEK_network::DoUpdateBeliefs() {
     if (HasPlateNodes()) {
         RemoveJpts();
         InferenceCache().BumpBeliefsVersion();
+        for (int h = 0; h < GetSlotCount(); ++h) {
+            if (nodes_[h] && nodes_[h]->Definition()->GetType() == VEK_EQUATION) return VEK_updateDynamicHybrid(*this);
+        }
         return VEK_dbnSolver(*this).UpdateBeliefs();
     }
     for (int h = 0; h < GetSlotCount(); ++h) {

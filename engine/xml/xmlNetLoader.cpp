@@ -316,24 +316,27 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
     }
 
     // ---- temporal structure ----
-    Handler* dynamic = Bind("dynamic", &XmlNetLoader::OnDynamicStart);
+    Handler* dynamic = Bind("dynamic", &XmlNetLoader::OnDynamicStart, &XmlNetLoader::OnDynamicEnd);
     dynamic->AddAttribute("numslices", true);
     Handler* temporalParents =
         Bind("parents", &XmlNetLoader::OnTemporalParentsStart, nullptr, &XmlNetLoader::OnTemporalParentItem);
     Handler* temporalTable = Bind("probabilities", &XmlNetLoader::OnTemporalTableStart,
                                   &XmlNetLoader::OnTemporalTableEnd, &XmlNetLoader::OnFillItem);
+    Handler* temporalEquation = Bind("definition", nullptr, &XmlNetLoader::OnTemporalEquationEnd);
+    temporalEquation->AddAttribute("order", false);
     for (const char* name : {"cpt", "deterministic", "noisymax", "noisyadder", "demorgan", "equation", "node"}) {
-        // Temporal tables are probability tables: the other kinds are refused.
+        // Temporal tables are probability tables, or equations: the other
+        // kinds are refused.
         const bool table = std::strcmp(name, "cpt") == 0 || std::strcmp(name, "node") == 0;
+        const bool equation = std::strcmp(name, "equation") == 0;
         Handler* temporal =
-            Bind(name, table ? &XmlNetLoader::OnTemporalStart : &XmlNetLoader::OnTemporalKindStart,
+            Bind(name, table || equation ? &XmlNetLoader::OnTemporalStart : &XmlNetLoader::OnTemporalKindStart,
                  &XmlNetLoader::OnTemporalEnd);
         temporal->AddAttribute("id", true);
         temporal->AddAttribute("order", true);
-        if (table) {
-            temporal->AddChild(temporalParents, 0);
-            temporal->AddChild(temporalTable, 0);
-        }
+        if (table || equation) temporal->AddChild(temporalParents, 0);
+        if (table) temporal->AddChild(temporalTable, 0);
+        if (equation) temporal->AddChild(temporalEquation, 0);
         dynamic->AddChild(temporal, XmlChildMayRepeat);
     }
     root->AddChild(dynamic, 0);
@@ -511,6 +514,38 @@ void XmlNetLoader::OnTemporalTableEnd(IXmlReader* r) {
     fill_ = nullptr;
     if (fillCount_ != fillSize_) return Fail(r, fillFailure_, nodeId_);
     net_.Dynamic().SetTemporalDefinition(temporalNode_, temporalOrder_, temporalTable_);
+}
+
+void XmlNetLoader::OnTemporalEquationEnd(IXmlReader* r) {
+    if (temporalNode_ < 0 || !AddTemporalArcs(r)) return;
+    r->GetUnescapedContent(text_);
+    temporalEquations_.push_back({temporalNode_, temporalOrder_, text_});
+}
+
+void XmlNetLoader::OnDynamicEnd(IXmlReader* r) {
+    std::vector<int> orders;
+    for (size_t i = 0; i < temporalEquations_.size(); ++i) {
+        const int node = temporalEquations_[i].node;
+        bool first = true;
+        for (size_t j = 0; j < i && first; ++j) first = temporalEquations_[j].node != node;
+        if (!first) continue;
+        net_.Dynamic().GetTemporalOrders(node, orders);
+        std::vector<std::string> texts(orders.size());
+        for (const TemporalEquation& e : temporalEquations_) {
+            if (e.node != node) continue;
+            for (size_t k = 0; k < orders.size(); ++k) {
+                if (orders[k] == e.order) texts[k] = e.text;
+            }
+        }
+        int pos = -1;
+        std::string message;
+        if (net_.Dynamic().SetTemporalEquations(node, texts, pos, message) < 0) {
+            std::string text = "Expression parse error: '" + std::string(net_.GetNodeId(node)) + "' (" + message;
+            if (pos >= 0) text += " at position " + std::to_string(pos);
+            return Fail(r, (text + ")").c_str());
+        }
+    }
+    temporalEquations_.clear();
 }
 
 void XmlNetLoader::OnTemporalEnd(IXmlReader* r) {

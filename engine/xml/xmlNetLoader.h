@@ -18,7 +18,9 @@
 //   longer starts with the node's own);
 // - `dynamic` holds one `cpt` (or `node`) element per plate node and
 //   temporal order, with the temporal parents of that order in `parents` and
-//   the table of that order in `probabilities`; other kinds are refused;
+//   the table of that order in `probabilities`, or one `equation` element
+//   per equation plate node and order with `parents` and the order's
+//   equation in `definition`; other kinds are refused;
 // - an `equation` node's bounds are set before its equation, and its
 //   `discretization` after both.
 #pragma once
@@ -87,6 +89,9 @@ private:
     void OnTemporalParentItem(IXmlReader* r);
     void OnTemporalTableStart(IXmlReader* r);
     void OnTemporalTableEnd(IXmlReader* r);
+    void OnTemporalEquationEnd(IXmlReader* r);
+    // Temporal equations are set once every order of their node exists.
+    void OnDynamicEnd(IXmlReader* r);
     bool AddTemporalArcs(IXmlReader* r);
 
     // ---- nodes ----
@@ -210,6 +215,12 @@ private:
     bool temporalArcsAdded_ = false;
     std::vector<int> temporalParents_;
     std::vector<double> temporalTable_;
+    struct TemporalEquation {
+        int node;
+        int order;
+        std::string text;
+    };
+    std::vector<TemporalEquation> temporalEquations_;
 
     // Cases.
     VEK_case* case_ = nullptr;

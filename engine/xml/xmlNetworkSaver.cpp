@@ -378,14 +378,21 @@ void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
     for (int h : order_) {
         if (net_.GetNode(h)->GetTemporalType() != VEK_TEMPORAL_PLATE) continue;
         dyn.GetTemporalOrders(h, orders);
+        const bool equation = net_.GetDef(h)->GetType() == VEK_EQUATION;
         for (int k : orders) {
             w_.PushAttribute("id", net_.GetNodeId(h));
             w_.PushAttribute("order", k);
-            IXmlWriter::ScopedElement temporal(&w_, "cpt");
+            IXmlWriter::ScopedElement temporal(&w_, equation ? "equation" : "cpt");
             dyn.GetTemporalParents(h, k, arcs);
             strings_.clear();
             for (const VEK_temporalArc& a : arcs) strings_.push_back(net_.GetNodeId(a.node));
             w_.WriteStringArray("parents", strings_.data(), static_cast<int>(strings_.size()));
+            if (equation) {
+                const std::string* text = dyn.GetTemporalEquation(h, k);
+                w_.PushAttribute("order", k);
+                w_.WriteElement("definition", text ? text->c_str() : "", true);
+                continue;
+            }
             const VEK_Dmatrix* m = dyn.GetTemporalDefinition(h, k);
             w_.WriteDoubleArray("probabilities", m->Items(), m->GetSize());
         }

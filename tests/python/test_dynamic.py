@@ -1,5 +1,6 @@
 """Dynamic networks: temporal arcs and definitions, evidence per slice,
 belief updating over time and unrolling."""
+import math
 import random
 
 import numpy as np
@@ -315,3 +316,50 @@ def test_text_and_xml_files_keep_the_temporal_structure(tmp_path):
         assert back.get_node_temporal_definition("H", 1) == table
         assert back.get_temporal_plate_position() == [10, 20, 300, 200]
         assert back.get_temporal_plate_widths() == [15, 25]
+
+
+def test_random_walk_with_temporal_equations_against_gaussian_smoothing(net):
+    """x_t = x_{t-1} + N(0, 0.5), read through y_t = x_t + N(0, 0.7) at some
+    slices: sampled per-slice means and deviations against the smoother's
+    closed form (Gaussian conditioning of the unrolled chain)."""
+    from conftest import quarn_error
+    from test_equations import gaussian_posterior, linear_gaussian
+    slices, n = 6, 200000
+    net.set_slice_count(slices)
+    for node_id, text in (("x", "x = Normal(0, 1)"), ("y", "y = x + Normal(0, 0.7)")):
+        net.add_node(NodeType.EQUATION, node_id)
+        net.set_node_temporal_type(node_id, TT.PLATE)
+        net.set_node_equation(node_id, text)
+    net.add_temporal_arc("x", "x", 1)
+    with quarn_error(-2, contains="'y[-1]'"):
+        net.set_node_temporal_equations("x", ["x = y[-1]"])
+    with quarn_error(-2, contains="one per temporal order"):
+        net.set_node_temporal_equations("x", [])
+    net.set_node_temporal_equations("x", ["x - x[-1] = Normal(0, 0.5)"])
+    net.set_node_temporal_equations("x", ["x = x[-1] + Normal(0, 0.5)"])
+    assert net.get_node_temporal_equations("x") == ["x = x[-1] + Normal(0, 0.5)"]
+    evidence = {1: 0.8, 3: 1.5, 4: 1.1}
+    for t, v in evidence.items():
+        net.set_temporal_cont_evidence("y", t, v)
+    net.set_temporal_cont_evidence("y", 5, 9.0)
+    net.clear_temporal_evidence("y", 5)
+    assert [net.is_temporal_cont_evidence("y", t) for t in range(slices)] == [t in evidence for t in range(slices)]
+    assert net.get_temporal_cont_evidence("y", 3) == 1.5
+    net.set_sample_count(n)
+    net.set_rand_seed(7)
+    net.update_beliefs()
+    # Variable 2t is x_t, 2t + 1 is y_t.
+    coefs = [({2 * (i // 2 - 1): 1} if i > 1 else {}) if i % 2 == 0 else {i - 1: 1} for i in range(2 * slices)]
+    noise = [1 if i == 0 else 0.5 if i % 2 == 0 else 0.7 for i in range(2 * slices)]
+    mean, cov = linear_gaussian(coefs, noise, [0] * (2 * slices))
+    observed = [2 * t + 1 for t in evidence]
+    means, sds = net.get_node_temporal_mean("x"), net.get_node_temporal_std_dev("x")
+    assert net.get_node_slice_sample_counts("x") == [n] * slices and len(net.get_node_value("x")) == n * slices
+    for t in range(slices):
+        m, var = gaussian_posterior(mean, cov, observed, list(evidence.values()), 2 * t)
+        assert abs(means[t] - m) < 3 * math.sqrt(var / 20000)
+        assert abs(sds[t] ** 2 - var) < 3 * var * math.sqrt(2 / 20000)
+    assert net.get_node_temporal_mean("y")[3] == 1.5 and net.get_node_temporal_std_dev("y")[3] == 0
+    copy = pyquarn.Network()
+    copy.read_string(net.write_string())
+    assert copy.get_node_temporal_equations("x") == ["x = x[-1] + Normal(0, 0.5)"]

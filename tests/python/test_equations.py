@@ -123,6 +123,23 @@ def test_mixture_of_a_discrete_parent_and_a_continuous_child(net):
     net.set_cont_evidence("X", 1.2)
     with quarn_error(-2, contains="no density"):
         net.update_beliefs()
+    net.clear_all_evidence()
+    # C reads S with errors; observed, it informs S by Bayes' rule, controlled
+    # it does not, and its child Y follows the value it was set to.
+    c = net.add_node(NodeType.CPT, "C")
+    net.add_arc(s, c)
+    net.set_node_definition(c, [0.9, 0.1, 0.2, 0.8])
+    net.add_node(NodeType.EQUATION, "Y")
+    net.set_node_equation("Y", "Y = 5 * C + Normal(0, 1)")
+    for control, posterior in ((False, 0.3 * 0.9 / (0.3 * 0.9 + 0.7 * 0.2)), (True, 0.3)):
+        if control:
+            net.set_controlled_value(c, 0)
+        else:
+            net.set_evidence(c, 0)
+        net.update_beliefs()
+        assert abs(net.get_node_value(s)[0] - posterior) < 3 * math.sqrt(posterior * (1 - posterior) / 200000)
+        assert abs(net.get_node_mean("Y")) < 3 / math.sqrt(200000)
+        net.clear_all_evidence()
 
 
 def test_value_precedence_and_equation_queries(net):

@@ -251,6 +251,24 @@ TEST(Expression, DistributionsMatchTheirExactLaws) {
             ks = std::max({ks, std::fabs((i + 1.0) / n - f), c.discrete ? 0.0 : std::fabs(double(i) / n - f)});
         }
         EXPECT_LT(ks, 1.63 / std::sqrt(n)) << c.text;
+        // Interval probabilities of the law and of 2 - 3 times it, cut at
+        // sample quantiles: Y < u holds when X > (2 - u) / 3.
+        std::vector<double> cuts;
+        for (double q : {0.1, 0.35, 0.6, 0.9}) cuts.push_back(xs[static_cast<int>(q * n)]);
+        auto below = [&](double u) { return c.discrete ? c.cdf(u - 1e-9) : c.cdf(u); };
+        for (bool flipped : {false, true}) {
+            const VEK_expression f = MustParse(flipped ? std::string("2 - 3 * ") + c.text : c.text).Fold(nullptr);
+            std::vector<double> uppers(cuts), got(uppers.size() + 1);
+            if (flipped) for (double& u : uppers) u = 2 - 3 * u;
+            std::sort(uppers.begin(), uppers.end());
+            ASSERT_TRUE(VEK_exactIntervalProbabilities(f, uppers.data(), static_cast<int>(got.size()), got.data())) << c.text;
+            double prev = 0;
+            for (size_t k = 0; k < got.size(); ++k) {
+                const double g = k == uppers.size() ? 1 : flipped ? 1 - c.cdf((2 - uppers[k]) / 3) : below(uppers[k]);
+                EXPECT_NEAR(got[k], g - prev, 1e-7) << c.text << (flipped ? " flipped" : "") << " interval " << k;
+                prev = g;
+            }
+        }
         for (double q : {0.2, 0.5, 0.8}) {
             const double x = xs[static_cast<int>(q * n)];
             double d = -1;
