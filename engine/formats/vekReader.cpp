@@ -273,6 +273,8 @@ private:
     int PerParentDoubles(const NodeSpec& n, const char* field, std::vector<double>& out);
     int PerParentRefs(const NodeSpec& n, const Item& it, std::vector<Ref>& out);
     int ReadTemporal(NodeSpec& n);
+    int ReadTemporalEquations(NodeSpec& n, const std::vector<const Item*>& blocks, const std::vector<Fields>& found,
+                              const std::vector<int>& orders);
     int ReadPlate(const Item& it);
     int ReadTable(NodeSpec& n, const char* field);
     int ReadNodeAttributes(NodeSpec& n);
@@ -1516,7 +1518,7 @@ int VekReader::ReadTemporal(NodeSpec& n) {
         Fields fields;
         int order = 0;
         if ((res = ExpectBlock(it, 1)) < 0 || (res = AsInt(it.args[0], order)) < 0 ||
-            (res = CheckBlock(it, "temporal definition of node '" + n.id + "'", {"parents", "probabilities"}, {},
+            (res = CheckBlock(it, "temporal definition of node '" + n.id + "'", {"parents", "probabilities", "equation"}, {},
                               fields)) < 0) {
             return res;
         }
@@ -1577,6 +1579,34 @@ int VekReader::ReadTemporal(NodeSpec& n) {
         if (net_.Dynamic().SetTemporalDefinition(n.handle, orders[b], values) < 0) {
             return NamedFail(One(*table).pos, "SetProbabilities failed", n.id);
         }
+    }
+    return ReadTemporalEquations(n, blocks, found, orders);
+}
+
+// An equation plate node's equations per order, set together once its
+// temporal arcs exist; orders without one keep the node's own equation.
+int VekReader::ReadTemporalEquations(NodeSpec& n, const std::vector<const Item*>& blocks,
+                                     const std::vector<Fields>& found, const std::vector<int>& orders) {
+    std::vector<int> all;
+    net_.Dynamic().GetTemporalOrders(n.handle, all);
+    std::vector<std::string> texts(all.size());
+    const Item* first = nullptr;
+    int res = VEK_OKAY;
+    for (size_t b = 0; b < blocks.size(); ++b) {
+        auto t = found[b].find("equation");
+        if (t == found[b].end()) continue;
+        if (!first) first = t->second;
+        const size_t at = std::find(all.begin(), all.end(), orders[b]) - all.begin();
+        if (at == all.size()) return NamedFail(blocks[b]->pos, "Temporal defintion not found", n.id);
+        if ((res = GetText(*t->second, texts[at])) < 0) return res;
+    }
+    if (!first) return VEK_OKAY;
+    int pos = -1;
+    std::string message;
+    if (net_.Dynamic().SetTemporalEquations(n.handle, texts, pos, message) < 0) {
+        std::string failure = "Expression parse error: '" + n.id + "' (" + message;
+        if (pos >= 0) failure += " at position " + std::to_string(pos);
+        return Fail(One(*first).pos, failure + ")");
     }
     return VEK_OKAY;
 }

@@ -73,7 +73,9 @@
 //           parents = (ID, ...);         temporal parents of that order
 //           probabilities = (D ...);     static parents (anchors excepted),
 //       }                                then temporal parents of orders
-//                                        1..ORDER, own outcome fastest
+//                                        1..ORDER, own outcome fastest;
+//                                        equation nodes: equation = STRING;
+//                                        (id[-j] names a parent of order j)
 //     by kind (tables in matrix order, the last index fastest, one row of
 //     the node's own outcomes per line):
 //       cpt            probabilities = (D ...);

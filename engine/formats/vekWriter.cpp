@@ -499,7 +499,12 @@ void VekWriter::WriteTemporal() {
         std::vector<std::string> ids;
         for (const VEK_temporalArc& a : arcs) ids.push_back(net_.GetNodeId(a.node));
         Ids("parents", ids);
-        if (const VEK_Dmatrix* m = dyn->GetTemporalDefinition(node_, k)) {
+        if (net_.GetDef(node_)->GetType() == VEK_EQUATION) {
+            // Equation nodes keep an equation per order, not a table.
+            if (const std::string* text = dyn->GetTemporalEquation(node_, k); text && !text->empty()) {
+                Text("equation", *text);
+            }
+        } else if (const VEK_Dmatrix* m = dyn->GetTemporalDefinition(node_, k)) {
             Numbers("probabilities", m->Items(), m->GetSize(), RowLength(*m));
         }
         Close();
