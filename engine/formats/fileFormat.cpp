@@ -1054,14 +1054,7 @@ int VEK_network::TakeOverReadNetwork(VEK_network& fresh) {
     nodeCount_ = fresh.nodeCount_;
     orderValid_ = false;
     targetCount_ = fresh.targetCount_;
-    numSamples_ = fresh.numSamples_;
-    numDiscSamples_ = fresh.numDiscSamples_;
-    epis_ = fresh.epis_;
-    zeroAvoidance_ = fresh.zeroAvoidance_;
-    outlierRejection_ = fresh.outlierRejection_;
-    noisyDecomp_ = fresh.noisyDecomp_;
-    noisyDecompLimit_ = fresh.noisyDecompLimit_;
-    randSeed_ = fresh.randSeed_;
+    settings_.stored = fresh.settings_.stored;
     fresh.nodeCount_ = 0;
     idIndex_.swap(fresh.idIndex_);
     valueFlagsSeen_ = fresh.valueFlagsSeen_;

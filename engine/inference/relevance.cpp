@@ -174,7 +174,7 @@ int VEK_network::RelevanceEvidenceSet(int handle) {
     if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
     InvalidateAllBeliefs();
     scopeDirty_ = true;
-    if (!IsRelevanceEnabled() || !(relevanceMask_ & VEK_REL_EVIDENCE)) return VEK_OKAY;
+    if (!IsRelevanceEnabled() || !(settings_.relevanceMask & VEK_REL_EVIDENCE)) return VEK_OKAY;
     VEK_nodeDef* def = GetDef(handle);
     if (!def || def->GetType() == VEK_EQUATION) return RelevanceContEvidenceChanged(handle);
 
@@ -192,7 +192,7 @@ int VEK_network::RelevanceEvidenceSet(int handle) {
                                      GetNodeId(handle));
         }
     }
-    if ((flags_ & VEK_FLAG_DETERMINISTIC_PROPAGATION) && !InferenceCache().determining && !IsReading()) {
+    if ((settings_.flags & VEK_FLAG_DETERMINISTIC_PROPAGATION) && !InferenceCache().determining && !IsReading()) {
         const DeterminingScope scope(InferenceCache());
         return FunctionDetermine(*this, handle);
     }
@@ -228,14 +228,14 @@ void VEK_network::NodeChanged(int) { RecomputePropagatedEvidence(*this, false); 
 int VEK_network::RelevanceArcAdded(int, int child) {
     InvalidateAllBeliefs();
     scopeDirty_ = true;
-    if (IsRelevanceEnabled() && (relevanceMask_ & VEK_REL_ARC_ADDED)) NodeChanged(child);
+    if (IsRelevanceEnabled() && (settings_.relevanceMask & VEK_REL_ARC_ADDED)) NodeChanged(child);
     return VEK_OKAY;
 }
 
 int VEK_network::RelevanceArcRemoved(int, int child) {
     InvalidateAllBeliefs();
     scopeDirty_ = true;
-    if (IsRelevanceEnabled() && (relevanceMask_ & VEK_REL_ARC_REMOVED)) NodeChanged(child);
+    if (IsRelevanceEnabled() && (settings_.relevanceMask & VEK_REL_ARC_REMOVED)) NodeChanged(child);
     return VEK_OKAY;
 }
 
@@ -244,6 +244,6 @@ int VEK_network::RelevanceDefinitionChanged(int handle, unsigned what) {
     scopeDirty_ = true;
     if (!IsRelevanceEnabled()) return VEK_OKAY;
     const bool known = what == VEK_REL_DEF_CHANGE_1 || what == VEK_REL_DEF_CHANGE_2 || what == VEK_REL_DEF_CHANGE_3;
-    if (known && (what & relevanceMask_)) NodeChanged(handle);
+    if (known && (what & settings_.relevanceMask)) NodeChanged(handle);
     return VEK_OKAY;
 }

@@ -109,10 +109,10 @@ int VEK_network::DoUpdateBeliefs() {
 
 int VEK_network::CallBNAlgorithm() {
     RemoveJpts();
-    if (bnAlgorithm_ < 0 || bnAlgorithm_ >= VEK_ALG_BN_COUNT) return VEK_OUT_OF_RANGE;
+    if (settings_.bnAlgorithm < 0 || settings_.bnAlgorithm >= VEK_ALG_BN_COUNT) return VEK_OUT_OF_RANGE;
     InferenceCache().BumpBeliefsVersion();
     if (nodeCount_ == 0) return VEK_OKAY;
-    switch (bnAlgorithm_) {
+    switch (settings_.bnAlgorithm) {
         case VEK_ALG_BN_LAURITZEN: return TsClustering(*this);
         case VEK_ALG_BN_LAURITZEN_SPLIT: return LauritzenSplit(*this);
         case VEK_ALG_BN_LAURITZEN_LINEAR_DECOMP: return TsClusteringLinearDecomp(*this);
@@ -129,12 +129,12 @@ int VEK_network::CallBNAlgorithm() {
         case VEK_ALG_BN_LBP: return VEK_Infer_LBP(*this);
         default:
             return logger_.VLogError(VEK_WRONG_NODE_TYPE, "The inference algorithm %s is not available",
-                                     SamplingName(bnAlgorithm_));
+                                     SamplingName(settings_.bnAlgorithm));
     }
 }
 
 int VEK_network::CallIDAlgorithm() {
-    if (idAlgorithm_ != 0 && idAlgorithm_ != 1) return VEK_OUT_OF_RANGE;
+    if (settings_.idAlgorithm != 0 && settings_.idAlgorithm != 1) return VEK_OUT_OF_RANGE;
     const VEK_indexingSnapshot indexing(*this);
     VEK_initializeNodeValues(*this);
     // Policy evaluation combines expected utilities, which is exact only for
@@ -145,7 +145,7 @@ int VEK_network::CallIDAlgorithm() {
         mauExpressions = mauExpressions || (mau && !mau->GetExpressions().empty());
     }
     int res;
-    if (idAlgorithm_ == VEK_ALG_ID_SHACHTER || mauExpressions) {
+    if (settings_.idAlgorithm == VEK_ALG_ID_SHACHTER || mauExpressions) {
         VEK_ShachterSolver solver;
         res = solver.Solve(this);
     } else {
@@ -183,11 +183,11 @@ void VEK_network::RemoveJpts() { InferenceCache().RemovePotentials(); }
 
 int VEK_network::SetUpdateImmediate(bool on) {
     if (!on) {
-        flags_ &= ~VEK_FLAG_UPDATE_IMMEDIATELY;
+        settings_.flags &= ~VEK_FLAG_UPDATE_IMMEDIATELY;
         return VEK_OKAY;
     }
-    if (flags_ & VEK_FLAG_UPDATE_IMMEDIATELY) return VEK_OKAY;
-    flags_ |= VEK_FLAG_UPDATE_IMMEDIATELY;
+    if (settings_.flags & VEK_FLAG_UPDATE_IMMEDIATELY) return VEK_OKAY;
+    settings_.flags |= VEK_FLAG_UPDATE_IMMEDIATELY;
     return UpdateBeliefs();
 }
 

@@ -11,9 +11,9 @@
 #include "dynamic/dynamicNet.h"
 #include "network/identifier.h"
 
-VEK_network::VEK_network() : relevanceMask_(VEK_initRelevanceFlags()), randGen_(1) {}
+VEK_network::VEK_network() : randGen_(1) {}
 
-VEK_network::VEK_network(const VEK_network& other) : relevanceMask_(other.relevanceMask_), randGen_(1) {
+VEK_network::VEK_network(const VEK_network& other) : randGen_(1) {
     CopyFrom(other);
 }
 
@@ -43,22 +43,9 @@ void VEK_network::CopyFrom(const VEK_network& other) {
     options_ = other.options_;
     orderValid_ = false;
     targetCount_ = other.targetCount_;
-    bnAlgorithm_ = other.bnAlgorithm_;
-    idAlgorithm_ = other.idAlgorithm_;
-    numSamples_ = other.numSamples_;
-    numDiscSamples_ = other.numDiscSamples_;
-    flags_ = other.flags_;
-    relevanceMask_ = other.relevanceMask_;
+    settings_ = other.settings_;
     updating_ = 0;
     listener_ = nullptr;
-    epis_ = other.epis_;
-    lbp_ = other.lbp_;
-    annealedMap_ = other.annealedMap_;
-    zeroAvoidance_ = other.zeroAvoidance_;
-    outlierRejection_ = other.outlierRejection_;
-    noisyDecomp_ = other.noisyDecomp_;
-    noisyDecompLimit_ = other.noisyDecompLimit_;
-    randSeed_ = other.randSeed_;
     randGen_ = other.randGen_;
     scopeDepth_ = 0;
     scopeDirty_ = false;
@@ -82,20 +69,7 @@ void VEK_network::Clear() {
     idIndex_.clear();
     orderValid_ = false;
     targetCount_ = 0;
-    bnAlgorithm_ = VEK_ALG_BN_LAURITZEN;
-    idAlgorithm_ = VEK_ALG_ID_COOPER;
-    numSamples_ = 10000;
-    numDiscSamples_ = 10000;
-    flags_ = VEK_FLAG_RELEVANCE | VEK_FLAG_DETERMINISTIC_PROPAGATION;
-    relevanceMask_ = VEK_initRelevanceFlags();
-    epis_ = VEK_EPISParams{};
-    lbp_ = VEK_LBPParams{};
-    annealedMap_ = VEK_AnnealedMAPParams{};
-    zeroAvoidance_ = true;
-    outlierRejection_ = false;
-    noisyDecomp_ = false;
-    noisyDecompLimit_ = 4;
-    randSeed_ = 0;
+    settings_ = VEK_inferenceSettings{};
     header_ = VEK_header();
     submodels_.Clear();
     cases_ = VEK_caseManager();
@@ -694,25 +668,25 @@ int VEK_network::SetNodeSubmodel(int node, int submodel) {
 
 int VEK_network::SetNumberOfSamples(int n) {
     if (n < 1) return VEK_OUT_OF_RANGE;
-    numSamples_ = n;
+    settings_.stored.numSamples = n;
     return VEK_OKAY;
 }
 
 int VEK_network::SetNumberOfDiscretizationSamples(int n) {
     if (n < 1) return VEK_OUT_OF_RANGE;
-    numDiscSamples_ = n;
+    settings_.stored.numDiscSamples = n;
     return VEK_OKAY;
 }
 
 int VEK_network::SetEPISParams(const VEK_EPISParams& p) {
     if (!p.IsValid()) return VEK_INVALID_VALUE;
-    epis_ = p;
+    settings_.stored.epis = p;
     return VEK_OKAY;
 }
 
 int VEK_network::SetLBPParams(const VEK_LBPParams& p) {
     if (!p.IsValid()) return VEK_INVALID_VALUE;
-    lbp_ = p;
+    settings_.lbp = p;
     return VEK_OKAY;
 }
 

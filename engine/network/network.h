@@ -11,6 +11,7 @@
 #include "inference/randGen.h"
 #include "network/caseManager.h"
 #include "network/header.h"
+#include "network/inferenceSettings.h"
 #include "network/intArray.h"
 #include "network/logger.h"
 #include "network/node.h"
@@ -227,7 +228,7 @@ public:
     int CallIDAlgorithm();
     int InvalidateAllBeliefs();
     int SetUpdateImmediate(bool on);
-    bool IsUpdateImmediate() const { return (flags_ & VEK_FLAG_UPDATE_IMMEDIATELY) != 0; }
+    bool IsUpdateImmediate() const { return (settings_.flags & VEK_FLAG_UPDATE_IMMEDIATELY) != 0; }
     bool IsUpdating() const { return updating_ != 0; }
     void SetUpdateListener(VEK_updateListener* l) { listener_ = l; }
     // Immediate-update scopes: the update runs when the outermost closes.
@@ -269,37 +270,37 @@ public:
     unsigned ValueFlagsSeen() const { return valueFlagsSeen_; }
 
     // ---- settings ----------------------------------------------------------
-    int GetDefaultBNAlgorithm() const { return bnAlgorithm_; }
-    void SetDefaultBNAlgorithm(int id) { if (id >= 0 && id < VEK_ALG_BN_COUNT) bnAlgorithm_ = id; }
-    int GetDefaultIDAlgorithm() const { return idAlgorithm_; }
-    void SetDefaultIDAlgorithm(int id) { if (id == 0 || id == 1) idAlgorithm_ = id; }
-    int GetNumberOfSamples() const { return numSamples_; }
+    int GetDefaultBNAlgorithm() const { return settings_.bnAlgorithm; }
+    void SetDefaultBNAlgorithm(int id) { if (id >= 0 && id < VEK_ALG_BN_COUNT) settings_.bnAlgorithm = id; }
+    int GetDefaultIDAlgorithm() const { return settings_.idAlgorithm; }
+    void SetDefaultIDAlgorithm(int id) { if (id == 0 || id == 1) settings_.idAlgorithm = id; }
+    int GetNumberOfSamples() const { return settings_.stored.numSamples; }
     int SetNumberOfSamples(int n);
-    int GetNumberOfDiscretizationSamples() const { return numDiscSamples_; }
+    int GetNumberOfDiscretizationSamples() const { return settings_.stored.numDiscSamples; }
     int SetNumberOfDiscretizationSamples(int n);
-    unsigned GetFlags() const { return flags_; }
-    void SetFlags(unsigned f) { flags_ = f; }
-    bool IsRelevanceEnabled() const { return (flags_ & VEK_FLAG_RELEVANCE) != 0; }
-    void EnableRelevance(bool on) { on ? flags_ |= VEK_FLAG_RELEVANCE : flags_ &= ~VEK_FLAG_RELEVANCE; }
-    unsigned GetRelevanceMask() const { return relevanceMask_; }
-    void SetRelevanceMask(unsigned m) { relevanceMask_ = m; }
-    bool IsZeroAvoidanceEnabled() const { return zeroAvoidance_; }
-    void EnableZeroAvoidance(bool on) { zeroAvoidance_ = on; }
-    bool IsOutlierRejectionEnabled() const { return outlierRejection_; }
-    void EnableOutlierRejection(bool on) { outlierRejection_ = on; }
-    bool IsNoisyDecompEnabled() const { return noisyDecomp_; }
-    void EnableNoisyDecomp(bool on) { noisyDecomp_ = on; }
-    int GetNoisyDecompLimit() const { return noisyDecompLimit_; }
-    void SetNoisyDecompLimit(int l) { noisyDecompLimit_ = l; }
-    int GetRandSeed() const { return randSeed_; }
-    void SetRandSeed(int seed) { randSeed_ = seed; }
-    const VEK_EPISParams& GetEPISParams() const { return epis_; }
+    unsigned GetFlags() const { return settings_.flags; }
+    void SetFlags(unsigned f) { settings_.flags = f; }
+    bool IsRelevanceEnabled() const { return (settings_.flags & VEK_FLAG_RELEVANCE) != 0; }
+    void EnableRelevance(bool on) { on ? settings_.flags |= VEK_FLAG_RELEVANCE : settings_.flags &= ~VEK_FLAG_RELEVANCE; }
+    unsigned GetRelevanceMask() const { return settings_.relevanceMask; }
+    void SetRelevanceMask(unsigned m) { settings_.relevanceMask = m; }
+    bool IsZeroAvoidanceEnabled() const { return settings_.stored.zeroAvoidance; }
+    void EnableZeroAvoidance(bool on) { settings_.stored.zeroAvoidance = on; }
+    bool IsOutlierRejectionEnabled() const { return settings_.stored.outlierRejection; }
+    void EnableOutlierRejection(bool on) { settings_.stored.outlierRejection = on; }
+    bool IsNoisyDecompEnabled() const { return settings_.stored.noisyDecomp; }
+    void EnableNoisyDecomp(bool on) { settings_.stored.noisyDecomp = on; }
+    int GetNoisyDecompLimit() const { return settings_.stored.noisyDecompLimit; }
+    void SetNoisyDecompLimit(int l) { settings_.stored.noisyDecompLimit = l; }
+    int GetRandSeed() const { return settings_.stored.randSeed; }
+    void SetRandSeed(int seed) { settings_.stored.randSeed = seed; }
+    const VEK_EPISParams& GetEPISParams() const { return settings_.stored.epis; }
     int SetEPISParams(const VEK_EPISParams& p);
-    const VEK_LBPParams& GetLBPParams() const { return lbp_; }
+    const VEK_LBPParams& GetLBPParams() const { return settings_.lbp; }
     int SetLBPParams(const VEK_LBPParams& p);
-    VEK_AnnealedMAPParams& AnnealedMAPParams() { return annealedMap_; }
+    VEK_AnnealedMAPParams& AnnealedMAPParams() { return settings_.annealedMap; }
     VEK_randGen& GetRandGen() { return randGen_; }
-    void RestartRandGen() { randGen_.Init(static_cast<unsigned>(randSeed_)); }
+    void RestartRandGen() { randGen_.Init(static_cast<unsigned>(settings_.stored.randSeed)); }
 
     // ---- dynamic networks ------------------------------------------------
     int GetNumberOfSlices() const { return sliceCount_; }
@@ -346,22 +347,9 @@ private:
     bool orderValid_ = false;
 
     int targetCount_ = 0;
-    int bnAlgorithm_ = VEK_ALG_BN_LAURITZEN;
-    int idAlgorithm_ = VEK_ALG_ID_COOPER;
-    int numSamples_ = 10000;
-    int numDiscSamples_ = 10000;
-    unsigned flags_ = VEK_FLAG_RELEVANCE | VEK_FLAG_DETERMINISTIC_PROPAGATION;
-    unsigned relevanceMask_;
+    VEK_inferenceSettings settings_;
     unsigned char updating_ = 0;
     VEK_updateListener* listener_ = nullptr;
-    VEK_EPISParams epis_;
-    VEK_LBPParams lbp_;
-    VEK_AnnealedMAPParams annealedMap_;
-    bool zeroAvoidance_ = true;
-    bool outlierRejection_ = false;
-    bool noisyDecomp_ = false;
-    int noisyDecompLimit_ = 4;
-    int randSeed_ = 0;
     VEK_randGen randGen_;
     int scopeDepth_ = 0;
     bool scopeDirty_ = false;

@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "network/identifier.h"
 #include "network/network.h"
@@ -287,6 +288,34 @@ TEST(NetworkCopy, DeepCopyIsIndependent) {
     EXPECT_EQ(assigned.GetNumberOfNodes(), 2);
     EXPECT_STREQ(assigned.UserProperties().FindProperty("k"), "v");
     EXPECT_EQ(assigned.Cases().GetCount(), 1);
+}
+
+TEST(NetworkCopy, InferenceSettingsTravelWithTheNetworkAndClearResetsThem) {
+    auto settings = [](const VEK_network& n) {
+        return std::vector<double>{double(n.GetDefaultBNAlgorithm()), double(n.GetDefaultIDAlgorithm()),
+                                   double(n.GetNumberOfSamples()), double(n.GetFlags()), double(n.GetRelevanceMask()),
+                                   double(n.IsOutlierRejectionEnabled()), double(n.GetNoisyDecompLimit()),
+                                   double(n.GetRandSeed()), n.GetLBPParams().damping};
+    };
+    VEK_network net;
+    const std::vector<double> defaults = settings(net);
+    net.SetDefaultBNAlgorithm(VEK_ALG_BN_EPISSAMPLING);
+    net.SetDefaultIDAlgorithm(VEK_ALG_ID_SHACHTER);
+    ASSERT_EQ(net.SetNumberOfSamples(77), VEK_OKAY);
+    net.SetFlags(VEK_FLAG_DETERMINISTIC_PROPAGATION);
+    net.SetRelevanceMask(VEK_REL_EVIDENCE);
+    net.EnableOutlierRejection(true);
+    net.SetNoisyDecompLimit(9);
+    net.SetRandSeed(31);
+    ASSERT_EQ(net.SetLBPParams(VEK_LBPParams{5, 1000, 1e-9, 0.5}), VEK_OKAY);
+    const std::vector<double> changed{VEK_ALG_BN_EPISSAMPLING, VEK_ALG_ID_SHACHTER, 77,
+                                      VEK_FLAG_DETERMINISTIC_PROPAGATION, VEK_REL_EVIDENCE, 1, 9, 31, 0.5};
+    VEK_network assigned;
+    assigned = net;
+    EXPECT_EQ(settings(VEK_network(net)), changed);
+    EXPECT_EQ(settings(assigned), changed);
+    net.Clear();
+    EXPECT_EQ(settings(net), defaults);
 }
 
 TEST(NetworkCases, FollowDeletedNodes) {
