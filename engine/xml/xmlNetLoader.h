@@ -18,7 +18,9 @@
 //   longer starts with the node's own);
 // - `dynamic` holds one `cpt` (or `node`) element per plate node and
 //   temporal order, with the temporal parents of that order in `parents` and
-//   the table of that order in `probabilities`; other kinds are refused;
+//   the table of that order in `probabilities`, or one `noisymax` element
+//   with the strengths of those parents and the order's CI weights in
+//   `parameters`; other kinds are refused;
 // - an `equation` node's bounds are set before its equation, and its
 //   `discretization` after both.
 #pragma once
@@ -77,6 +79,7 @@ private:
     void OnFunctionEnd(IXmlReader* r);
     void OnDynamicStart(IXmlReader* r);
     void OnTemporalStart(IXmlReader* r);
+    void OnNoisyTemporalStart(IXmlReader* r);
     void OnEquationDefStart(IXmlReader* r);
     void OnEquationDefEnd(IXmlReader* r);
     void OnIntervalStart(IXmlReader* r);
@@ -87,6 +90,8 @@ private:
     void OnTemporalParentItem(IXmlReader* r);
     void OnTemporalTableStart(IXmlReader* r);
     void OnTemporalTableEnd(IXmlReader* r);
+    void OnTemporalStrengthsStart(IXmlReader* r);
+    void OnTemporalStrengthsEnd(IXmlReader* r);
     bool AddTemporalArcs(IXmlReader* r);
 
     // ---- nodes ----
@@ -206,10 +211,12 @@ private:
 
     // The temporal definition being read.
     int temporalNode_ = -1;
+    bool temporalNoisy_ = false;  // the element is a noisymax one
     int temporalOrder_ = 0;
     bool temporalArcsAdded_ = false;
     std::vector<int> temporalParents_;
     std::vector<double> temporalTable_;
+    std::vector<VEK_intArray> temporalStrengths_;
 
     // Cases.
     VEK_case* case_ = nullptr;
