@@ -524,6 +524,32 @@ void VEK_dynamicNet::OnOutcomeReorder(int node, const VEK_intArray& order) {
             }
         }
     }
+    // Noisy-MAX: strengths name the parent's outcomes anew, and the node's
+    // own outcomes are the rows of every CI column.
+    VEK_intArray renamed(order.GetSize());
+    for (int i = 0; i < order.GetSize(); ++i) renamed[order[i]] = i;
+    for (NodeRec& r : recs_) {
+        for (auto& [arc, strengths] : r.strengths) {
+            if (arc.node != node || strengths.GetSize() != order.GetSize()) continue;
+            for (int& o : strengths) o = renamed[o];
+        }
+    }
+    if (static_cast<size_t>(node) < recs_.size() && IsNoisyMax(node)) {
+        const int n = order.GetSize();
+        for (Table& t : recs_[node].tables) {
+            if (t.ci.GetLastDimensionSize() != n) continue;
+            std::vector<double> column(static_cast<size_t>(n));
+            for (int c = 0; c < t.ci.GetSize(); c += n) {
+                for (int i = 0; i < n; ++i) column[i] = t.ci[c + order[i]];
+                std::copy(column.begin(), column.end(), t.ci.Items() + c);
+            }
+            for (size_t j = 0, base = 0; j < t.ciSizes.size(); base += t.ciSizes[j++]) {
+                double* c = t.ci.Items() + (base + t.ciSizes[j] - 1) * n;
+                std::fill(c, c + n, 0.0);
+                c[n - 1] = 1.0;
+            }
+        }
+    }
     if (static_cast<size_t>(node) < recs_.size()) {
         NodeRec& r = recs_[node];
         for (size_t s = 0; s < r.evidence.size(); ++s) {
