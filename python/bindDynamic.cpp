@@ -139,7 +139,7 @@ std::vector<PyTemporalInfo> WrpGetAllUnrolledParents(VEK_network* net, int handl
 const VEK_Dmatrix& TemporalTable(VEK_network* net, int handle, int order, const char* function) {
     ValidateNodeHandle(Deref(net), handle);
     if (order < 0) ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function, "Order cannot be negative");
-    const VEK_Dmatrix* m = net->Dynamic().GetTemporalDefinition(handle, order);
+    const VEK_Dmatrix* m = net->Dynamic().GetTemporalParameters(handle, order);
     if (!m) {
         std::string text = "Node " + Quoted(*net, handle) + " has no temporal definition of order ";
         VEK_appendInt(text, order);
@@ -162,7 +162,39 @@ void WrpSetNodeTemporalDefinition(VEK_network* net, int handle, int order, const
         VEK_appendInt(text, m.GetSize());
         ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function, text);
     }
-    ValidateResult(net->Dynamic().SetTemporalDefinition(handle, order, values), function);
+    if (net->Dynamic().SetTemporalDefinition(handle, order, values) < 0) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
+                                       "Items must lie within [0, 1] and every column must sum to 1");
+    }
+}
+
+// ---- noisy-MAX strengths of temporal parents, one list per parent of the order
+
+std::vector<std::vector<int>> WrpGetNoisyTemporalParentStrengths(VEK_network* net, int handle, int order) {
+    const char* function = "Network.GetNoisyTemporalParentStrengths";
+    RequirePlate(Deref(net), handle, function);
+    std::vector<VEK_intArray> strengths;
+    if (net->Dynamic().GetNoisyTemporalStrengths(handle, order, strengths) < 0) {
+        std::string text = "Node " + Quoted(*net, handle) + " is no noisy-MAX node with temporal parents of order ";
+        VEK_appendInt(text, order);
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function, text);
+    }
+    std::vector<std::vector<int>> out;
+    for (const VEK_intArray& s : strengths) out.push_back(IntArrayToVector(s));
+    return out;
+}
+
+void WrpSetNoisyTemporalParentStrengths(VEK_network* net, int handle, int order,
+                                        const std::vector<std::vector<int>>& strengths) {
+    const char* function = "Network.SetNoisyTemporalParentStrengths";
+    WrpGetNoisyTemporalParentStrengths(net, handle, order);
+    std::vector<VEK_intArray> lists;
+    for (const std::vector<int>& s : strengths) lists.push_back(VectorToIntArray(s));
+    if (net->Dynamic().SetNoisyTemporalStrengths(handle, order, lists) < 0) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
+                                       "Give one list per temporal parent of the order, each listing every outcome "
+                                       "of its parent exactly once");
+    }
 }
 
 // ---- evidence per slice
@@ -325,6 +357,10 @@ void BindDynamic(PyNetworkClass& cls) {
             py::arg("order"));
     DefNode(cls, "set_node_temporal_definition", &WrpSetNodeTemporalDefinition, "Sets temporal definition table",
             py::arg("order"), py::arg("definition"));
+    DefNode(cls, "get_noisy_temporal_parent_strengths", &WrpGetNoisyTemporalParentStrengths,
+            "Returns noisy temporal parent outcome strengths", py::arg("order"));
+    DefNode(cls, "set_noisy_temporal_parent_strengths", &WrpSetNoisyTemporalParentStrengths,
+            "Sets noisy temporal parent outcome strengths", py::arg("order"), py::arg("strengths"));
     DefNode(cls, "get_temporal_children", &WrpGetTemporalChildren, "Returns temporal child nodes");
     DefNode(cls, "get_temporal_parents", &WrpGetTemporalParents, "Returns temporal parent nodes", py::arg("order"));
     DefNode(cls, "get_unrolled_parents", &WrpGetUnrolledParents, "Returns unrolled parent nodes", py::arg("order"));

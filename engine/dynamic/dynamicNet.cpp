@@ -202,7 +202,8 @@ int VEK_dynamicNet::AddTemporalArc(int parent, int child, int order) {
         if (t.order >= order) t.matrix.InsertDimension(staticDims + before, std::max(1, OutcomeCount(*net_, parent)));
     }
     if (!hadOrder) {
-        Table t{order, {}, {}};
+        Table t;
+        t.order = order;
         MakeTable(child, order, t.matrix);
         auto pos = std::find_if(r.tables.begin(), r.tables.end(), [order](const Table& x) { return x.order > order; });
         r.tables.insert(pos, std::move(t));
@@ -226,6 +227,7 @@ int VEK_dynamicNet::RemoveTemporalArc(int parent, int child, int order) {
     int staticDims = 0;
     for (size_t i = 0; i + 1 < owners.size(); ++i) staticDims += IsStaticDim(child, owners[i]) ? 1 : 0;
     r->parents.erase(it);
+    std::erase_if(r->strengths, [&](const auto& s) { return s.first == VEK_temporalArc{parent, order}; });
     for (Table& t : r->tables) {
         if (t.order >= order) t.matrix.RemoveDimension(staticDims + before, 0);
     }
@@ -317,6 +319,32 @@ int VEK_dynamicNet::SetTemporalDefinition(int node, int order, const std::vector
     NodeRec* r = Rec(node);
     Table* t = r ? FindTable(*r, order) : nullptr;
     if (!t) return VEK_OUT_OF_RANGE;
+    if (IsNoisyMax(node)) {
+        ConformCi(node, *t);
+        const int n = t->ci.GetLastDimensionSize();
+        if (static_cast<int>(values.size()) != t->ci.GetSize()) return VEK_OUT_OF_RANGE;
+        // The constrained columns (each parent block's last) are rewritten.
+        std::vector<char> constrained(values.size() / n, 0);
+        for (size_t j = 0, base = 0; j < t->ciSizes.size(); base += t->ciSizes[j++]) {
+            constrained[base + t->ciSizes[j] - 1] = 1;
+        }
+        for (size_t c = 0; c < constrained.size(); ++c) {
+            double sum = 0.0;
+            for (int i = 0; i < n; ++i) {
+                const double v = values[c * n + i];
+                if (!(v >= 0.0 && v <= 1.0)) return VEK_OUT_OF_RANGE;
+                sum += v;
+            }
+            if (!constrained[c] && std::fabs(sum - 1.0) > 1e-6) return VEK_OUT_OF_RANGE;
+        }
+        t->ci.FillFrom(values);
+        for (size_t c = 0; c < constrained.size(); ++c) {
+            if (!constrained[c]) continue;
+            for (int i = 0; i < n; ++i) t->ci[static_cast<int>(c) * n + i] = i + 1 == n ? 1.0 : 0.0;
+        }
+        Changed(node);
+        return VEK_OKAY;
+    }
     if (static_cast<int>(values.size()) != t->matrix.GetSize()) return VEK_OUT_OF_RANGE;
     t->matrix.FillFrom(values);
     Changed(node);
@@ -329,7 +357,9 @@ const VEK_Dmatrix* VEK_dynamicNet::GetTemporalDefinition(int node, int order) co
     const NodeRec* r = Rec(node);
     if (!r) return nullptr;
     for (const Table& t : r->tables) {
-        if (t.order == order) return &t.matrix;
+        if (t.order != order) continue;
+        if (IsNoisyMax(node)) ComputeNoisyTable(node, t);
+        return &t.matrix;
     }
     return nullptr;
 }
@@ -617,6 +647,32 @@ void VEK_dynamicNet::OnOutcomeReorder(int node, const VEK_intArray& order) {
             if (t.matrix.GetNumberOfDimensions() != static_cast<int>(owners.size())) continue;
             for (size_t d = 0; d < owners.size(); ++d) {
                 if (owners[d] == node) t.matrix.ChangeOrderWithinDimension(static_cast<int>(d), order);
+            }
+        }
+    }
+    // Noisy-MAX: strengths name the parent's outcomes anew, and the node's
+    // own outcomes are the rows of every CI column.
+    VEK_intArray renamed(order.GetSize());
+    for (int i = 0; i < order.GetSize(); ++i) renamed[order[i]] = i;
+    for (NodeRec& r : recs_) {
+        for (auto& [arc, strengths] : r.strengths) {
+            if (arc.node != node || strengths.GetSize() != order.GetSize()) continue;
+            for (int& o : strengths) o = renamed[o];
+        }
+    }
+    if (static_cast<size_t>(node) < recs_.size() && IsNoisyMax(node)) {
+        const int n = order.GetSize();
+        for (Table& t : recs_[node].tables) {
+            if (t.ci.GetLastDimensionSize() != n) continue;
+            std::vector<double> column(static_cast<size_t>(n));
+            for (int c = 0; c < t.ci.GetSize(); c += n) {
+                for (int i = 0; i < n; ++i) column[i] = t.ci[c + order[i]];
+                std::copy(column.begin(), column.end(), t.ci.Items() + c);
+            }
+            for (size_t j = 0, base = 0; j < t.ciSizes.size(); base += t.ciSizes[j++]) {
+                double* c = t.ci.Items() + (base + t.ciSizes[j] - 1) * n;
+                std::fill(c, c + n, 0.0);
+                c[n - 1] = 1.0;
             }
         }
     }

@@ -11,12 +11,21 @@
 // parents excepted: they reach slice 0 only), then its temporal parents of
 // orders 1 to k (by increasing order, within one order in the order their
 // arcs were added), with the node's own outcome fastest.
+//
+// A noisy-MAX plate node keeps, per order k, CI weights over the parents of
+// that table (one block of columns per parent, the leak last, as the
+// ordinary definition lays them out) and its table is computed from them:
+// static parents take their strengths from the ordinary definition, each
+// temporal arc has its own. Blocks follow the graph by parent: a parent that
+// stays keeps its columns, a new one starts uniform.
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "network/dmatrix.h"
+#include "network/intArray.h"
 #include "network/screenInfo.h"
 
 class VEK_network;
@@ -61,6 +70,19 @@ public:
     // Null for an order the node has no table for; order 0 is the ordinary
     // definition's probability table.
     const VEK_Dmatrix* GetTemporalDefinition(int node, int order) const;
+
+    // The parameters of a table: for noisy-MAX nodes the CI weights (order 0:
+    // the ordinary definition's), otherwise the table itself. Null as above.
+    // SetTemporalDefinition takes this form: for noisy-MAX, weights in [0, 1]
+    // whose free columns are distributions (-2 otherwise).
+    const VEK_Dmatrix* GetTemporalParameters(int node, int order) const;
+    // Strengths of the noisy-MAX node's temporal parents of exactly this
+    // order, in arc order, each the parent's outcomes from the strongest to
+    // the weakest. -2 when the node has no such parents or is no noisy-MAX.
+    int GetNoisyTemporalStrengths(int node, int order, std::vector<VEK_intArray>& out) const;
+    // One permutation per such parent (-2 otherwise, nothing changed); the
+    // CI columns stay where they are.
+    int SetNoisyTemporalStrengths(int node, int order, const std::vector<VEK_intArray>& strengths);
 
     // ---- evidence per slice -------------------------------------------------
     int SetTemporalEvidence(int node, int slice, int outcome);
@@ -109,8 +131,12 @@ public:
 
 private:
     struct Table {
-        int order;
-        VEK_Dmatrix matrix;
+        int order = 0;
+        // Computed from ci for noisy-MAX nodes, on reading.
+        mutable VEK_Dmatrix matrix;
+        mutable VEK_Dmatrix ci;
+        mutable std::vector<VEK_temporalArc> ciOwners;
+        mutable std::vector<int> ciSizes;
         std::string equation;  // equation nodes
     };
     struct NodeRec {
@@ -119,6 +145,7 @@ private:
         std::vector<int> evidence;  // per slice, -1 for none
         std::vector<std::vector<double>> virtualEvidence;  // per slice, empty for none
         std::vector<double> contEvidence;  // per slice, NaN for none
+        std::vector<std::pair<VEK_temporalArc, VEK_intArray>> strengths;  // noisy-MAX, set ones only
     };
 
     NodeRec* Rec(int node);
@@ -135,6 +162,12 @@ private:
     // expanded over the parents it lacks.
     void MakeTable(int node, int order, VEK_Dmatrix& out) const;
     bool IsStaticDim(int node, int parent) const;
+    bool IsNoisyMax(int node) const;
+    // Brings a noisy-MAX table's CI weights to its current parents, then
+    // computes its table from them.
+    void ConformCi(int node, const Table& t) const;
+    void ComputeNoisyTable(int node, const Table& t) const;
+    VEK_intArray TemporalStrengths(const NodeRec& r, const VEK_temporalArc& arc) const;
     void Changed(int node);
 
     VEK_network* net_;

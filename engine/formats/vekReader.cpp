@@ -1570,7 +1570,10 @@ int VekReader::ReadTemporal(NodeSpec& n) {
         const Item* table = t->second;
         std::vector<double> values;
         if ((res = GetDoubles(*table, values)) < 0) return res;
-        const VEK_Dmatrix* m = net_.Dynamic().GetTemporalDefinition(n.handle, orders[b]);
+        // Noisy-MAX nodes are read by their weights, as they are written.
+        const VEK_Dmatrix* m = net_.GetDef(n.handle)->GetType() == VEK_NOISY_MAX
+                                   ? net_.Dynamic().GetTemporalParameters(n.handle, orders[b])
+                                   : net_.Dynamic().GetTemporalDefinition(n.handle, orders[b]);
         if (!m || static_cast<int>(values.size()) != m->GetSize()) {
             return Fail(One(*table).pos, "Wrong table size for the temporal definition of node '" + n.id + "': " +
                                              std::to_string(values.size()) + " values, " +

@@ -504,6 +504,24 @@ void VekWriter::WriteTemporal() {
             if (const std::string* text = dyn->GetTemporalEquation(node_, k); text && !text->empty()) {
                 Text("equation", *text);
             }
+        } else if (net_.GetDef(node_)->GetType() == VEK_NOISY_MAX) {
+            // Noisy-MAX nodes keep their weights; strengths other than the
+            // outcome order have no place in this format.
+            std::vector<VEK_intArray> strengths;
+            (void)dyn->GetNoisyTemporalStrengths(node_, k, strengths);
+            for (const VEK_intArray& order : strengths) {
+                for (int p = 0; p < order.GetSize(); ++p) {
+                    if (order[p] != p) {
+                        const std::string message = "The text network format cannot hold the temporal strengths of node '" +
+                                                    std::string(net_.GetNodeId(node_)) + "'; use the XML format";
+                        status_ = net_.Logger().LogError(VEK_WRONG_NODE_TYPE, message.c_str());
+                        return;
+                    }
+                }
+            }
+            if (const VEK_Dmatrix* m = dyn->GetTemporalParameters(node_, k)) {
+                Numbers("probabilities", m->Items(), m->GetSize(), RowLength(*m));
+            }
         } else if (const VEK_Dmatrix* m = dyn->GetTemporalDefinition(node_, k)) {
             Numbers("probabilities", m->Items(), m->GetSize(), RowLength(*m));
         }

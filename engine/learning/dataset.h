@@ -106,8 +106,9 @@ public:
 
     const Variable& GetVariable(int var) const { return vars_[var]; }
 
-    // Pairs each column with the node of the same id (slice 0); columns
-    // naming no node are left out. -2 with a message listing every paired
+    // Pairs each column with the node of the same id (slice 0), or a column
+    // id + "_" + t with plate node id in slice t; columns naming no node are
+    // left out. -2 with a message listing every paired
     // column whose values do not fit its node, -3 when no column names a
     // node; matching is replaced only on success.
     int MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMatch>& matching,

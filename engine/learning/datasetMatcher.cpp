@@ -5,6 +5,7 @@
 #include "learning/dataset.h"
 #include "learning/datasetMatch.h"
 #include "network/discDef.h"
+#include "network/node.h"
 #include "network/network.h"
 #include "network/nodeDef.h"
 #include "network/status.h"
@@ -16,6 +17,19 @@ constexpr int kTypeEquation = 4;
 int Fail(int code, std::string* message, const std::string& text) {
     if (message) *message = text;
     return code;
+}
+
+// A column id + "_" + t names a plate node in slice t, as unrolling names
+// the node's copies.
+int FindPlateSlice(const VEK_network& net, const std::string& id, int& slice) {
+    const size_t cut = id.rfind('_');
+    if (cut == std::string::npos || cut + 1 == id.size() || id.size() - cut > 9) return -1;
+    for (size_t i = cut + 1; i < id.size(); ++i)
+        if (id[i] < '0' || id[i] > '9') return -1;
+    const int h = net.FindNode(id.substr(0, cut).c_str());
+    if (h < 0 || net.GetNode(h)->GetTemporalType() != VEK_TEMPORAL_PLATE) return -1;
+    slice = std::stoi(id.substr(cut + 1));
+    return h;
 }
 
 }  // namespace
@@ -73,7 +87,9 @@ int VEK_dataset::MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMat
         std::string problems;
         std::vector<int> map;
         for (int v = 0; v < GetNumberOfVariables(); ++v) {
-            const int h = net.FindNode(vars_[static_cast<size_t>(v)].id.c_str());
+            int slice = 0;
+            int h = net.FindNode(vars_[static_cast<size_t>(v)].id.c_str());
+            if (h < 0) h = FindPlateSlice(net, vars_[static_cast<size_t>(v)].id, slice);
             if (h < 0) continue;
             const Variable& column = vars_[static_cast<size_t>(v)];
             std::string message;
@@ -91,7 +107,7 @@ int VEK_dataset::MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMat
                 problems += (problems.empty() ? "" : "; ") + message;
                 continue;
             }
-            found.push_back({h, 0, v});
+            found.push_back({h, slice, v});
         }
         if (!problems.empty())
             return Fail(VEK_OUT_OF_RANGE, errorMessage, "Columns do not fit their nodes: " + problems);

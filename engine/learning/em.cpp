@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "inference/randGen.h"
+#include "learning/dynamicEm.h"
 #include "learning/emStatistics.h"
 #include "learning/expectedCounts.h"
 #include "network/discDef.h"
@@ -78,6 +79,10 @@ int VEK_em::Learn(const VEK_dataset& data, VEK_network& net, const std::vector<V
                 return log.LogError(VEK_OUT_OF_RANGE, ("EM: invalid fixed node handle " + std::to_string(h)).c_str());
             }
             run.fixed[static_cast<size_t>(h)] = 1;
+        }
+        if (VEK_emIsDynamic(net)) {
+            const VEK_dynamicEmSettings s{ess_, uniformize_, randomize_, seed_, restarts_, timeLimit_, relevance_, autoSlices_};
+            return VEK_learnDynamic(s, data, net, matching, run.fixed, score, progress);
         }
         int res = VEK_emCheckNodes(net, run.fixed);
         if (res == VEK_OKAY) res = VEK_emCheckColumns(net, data, matching);

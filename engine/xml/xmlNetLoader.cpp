@@ -324,19 +324,33 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
                                   &XmlNetLoader::OnTemporalTableEnd, &XmlNetLoader::OnFillItem);
     Handler* temporalEquation = Bind("definition", nullptr, &XmlNetLoader::OnTemporalEquationEnd);
     temporalEquation->AddAttribute("order", false);
+    Handler* temporalStrengths = Bind("strengths", &XmlNetLoader::OnTemporalStrengthsStart,
+                                      &XmlNetLoader::OnTemporalStrengthsEnd, &XmlNetLoader::OnIntItem);
+    Handler* temporalParameters = Bind("parameters", &XmlNetLoader::OnTemporalTableStart,
+                                       &XmlNetLoader::OnTemporalTableEnd, &XmlNetLoader::OnFillItem);
     for (const char* name : {"cpt", "deterministic", "noisymax", "noisyadder", "demorgan", "equation", "node"}) {
-        // Temporal tables are probability tables, or equations: the other
-        // kinds are refused.
-        const bool table = std::strcmp(name, "cpt") == 0 || std::strcmp(name, "node") == 0;
+        // Temporal tables are probability tables, noisy-MAX weights or
+        // equations: the other kinds are refused.
+        const bool noisy = std::strcmp(name, "noisymax") == 0;
         const bool equation = std::strcmp(name, "equation") == 0;
+        const bool table = noisy || std::strcmp(name, "cpt") == 0 || std::strcmp(name, "node") == 0;
         Handler* temporal =
-            Bind(name, table || equation ? &XmlNetLoader::OnTemporalStart : &XmlNetLoader::OnTemporalKindStart,
+            Bind(name,
+                 noisy              ? &XmlNetLoader::OnNoisyTemporalStart
+                 : table || equation ? &XmlNetLoader::OnTemporalStart
+                                     : &XmlNetLoader::OnTemporalKindStart,
                  &XmlNetLoader::OnTemporalEnd);
         temporal->AddAttribute("id", true);
         temporal->AddAttribute("order", true);
         if (table || equation) temporal->AddChild(temporalParents, 0);
-        if (table) temporal->AddChild(temporalTable, 0);
-        if (equation) temporal->AddChild(temporalEquation, 0);
+        if (noisy) {
+            temporal->AddChild(temporalStrengths, XmlChildMayRepeat);
+            temporal->AddChild(temporalParameters, 0);
+        } else if (table) {
+            temporal->AddChild(temporalTable, 0);
+        } else if (equation) {
+            temporal->AddChild(temporalEquation, 0);
+        }
         dynamic->AddChild(temporal, XmlChildMayRepeat);
     }
     root->AddChild(dynamic, 0);
@@ -464,6 +478,7 @@ void XmlNetLoader::OnTemporalKindStart(IXmlReader* r) {
 void XmlNetLoader::OnTemporalStart(IXmlReader* r) {
     temporalNode_ = -1;
     temporalParents_.clear();
+    temporalStrengths_.clear();
     temporalArcsAdded_ = false;
     r->GetAttribute("id", nodeId_);
     const int node = FindNode(nodeId_);
@@ -472,7 +487,17 @@ void XmlNetLoader::OnTemporalStart(IXmlReader* r) {
     }
     if (!r->GetAttribute("order", temporalOrder_, 0)) return;
     if (temporalOrder_ < 1) return Fail(r, "Temporal defintion not found", nodeId_);
+    // The element's kind must be the node's: noisy-MAX weights or a table.
+    if ((net_.GetDef(node)->GetType() == VEK_NOISY_MAX) != temporalNoisy_) {
+        return Fail(r, "Invalid temporal defintion type", nodeId_);
+    }
     temporalNode_ = node;
+}
+
+void XmlNetLoader::OnNoisyTemporalStart(IXmlReader* r) {
+    temporalNoisy_ = true;
+    OnTemporalStart(r);
+    temporalNoisy_ = false;
 }
 
 void XmlNetLoader::OnTemporalParentsStart(IXmlReader*) { temporalParents_.clear(); }
@@ -503,7 +528,7 @@ bool XmlNetLoader::AddTemporalArcs(IXmlReader* r) {
 
 void XmlNetLoader::OnTemporalTableStart(IXmlReader* r) {
     if (temporalNode_ < 0 || !AddTemporalArcs(r)) return;
-    const VEK_Dmatrix* m = net_.Dynamic().GetTemporalDefinition(temporalNode_, temporalOrder_);
+    const VEK_Dmatrix* m = net_.Dynamic().GetTemporalParameters(temporalNode_, temporalOrder_);
     if (!m) return Fail(r, "Temporal defintion not found", nodeId_);
     temporalTable_.assign(static_cast<size_t>(m->GetSize()), 0.0);
     BeginFill(r, temporalTable_.data(), m->GetSize(), "SetProbabilities failed");
@@ -548,8 +573,33 @@ void XmlNetLoader::OnDynamicEnd(IXmlReader* r) {
     temporalEquations_.clear();
 }
 
+void XmlNetLoader::OnTemporalStrengthsStart(IXmlReader*) {
+    ints_.clear();
+    intList_ = &ints_;
+}
+
+// Each item is the position of that outcome in the parent's strength order.
+void XmlNetLoader::OnTemporalStrengthsEnd(IXmlReader* r) {
+    if (temporalNode_ < 0 || !AddTemporalArcs(r)) return;
+    const size_t i = temporalStrengths_.size();
+    const int m = i < temporalParents_.size() ? net_.GetDef(temporalParents_[i])->GetDiscreteOutcomeCount() : -1;
+    VEK_intArray order(m > 0 ? m : 0);
+    bool ok = m > 0 && static_cast<int>(ints_.size()) == m;
+    for (int k = 0; ok && k < m; ++k) order[k] = -1;
+    for (int j = 0; ok && j < m; ++j) {
+        const int pos = ints_[j];
+        ok = pos >= 0 && pos < m && order[pos] == -1;
+        if (ok) order[pos] = j;
+    }
+    if (!ok) return Fail(r, "SetParentOutcomeStrengths failed", nodeId_);
+    temporalStrengths_.push_back(order);
+}
+
 void XmlNetLoader::OnTemporalEnd(IXmlReader* r) {
-    if (temporalNode_ >= 0) AddTemporalArcs(r);
+    if (temporalNode_ >= 0 && AddTemporalArcs(r) && !temporalStrengths_.empty() &&
+        net_.Dynamic().SetNoisyTemporalStrengths(temporalNode_, temporalOrder_, temporalStrengths_) < 0) {
+        Fail(r, "SetParentOutcomeStrengths failed", nodeId_);
+    }
     temporalNode_ = -1;
 }
 

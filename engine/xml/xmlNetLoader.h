@@ -18,9 +18,11 @@
 //   longer starts with the node's own);
 // - `dynamic` holds one `cpt` (or `node`) element per plate node and
 //   temporal order, with the temporal parents of that order in `parents` and
-//   the table of that order in `probabilities`, or one `equation` element
-//   per equation plate node and order with `parents` and the order's
-//   equation in `definition`; other kinds are refused;
+//   the table of that order in `probabilities`, or one `noisymax` element
+//   with the strengths of those parents and the order's CI weights in
+//   `parameters`, or one `equation` element per equation plate node and
+//   order with `parents` and the order's equation in `definition`; other
+//   kinds are refused;
 // - an `equation` node's bounds are set before its equation, and its
 //   `discretization` after both.
 #pragma once
@@ -79,6 +81,7 @@ private:
     void OnFunctionEnd(IXmlReader* r);
     void OnDynamicStart(IXmlReader* r);
     void OnTemporalStart(IXmlReader* r);
+    void OnNoisyTemporalStart(IXmlReader* r);
     void OnEquationDefStart(IXmlReader* r);
     void OnEquationDefEnd(IXmlReader* r);
     void OnIntervalStart(IXmlReader* r);
@@ -92,6 +95,8 @@ private:
     void OnTemporalEquationEnd(IXmlReader* r);
     // Temporal equations are set once every order of their node exists.
     void OnDynamicEnd(IXmlReader* r);
+    void OnTemporalStrengthsStart(IXmlReader* r);
+    void OnTemporalStrengthsEnd(IXmlReader* r);
     bool AddTemporalArcs(IXmlReader* r);
 
     // ---- nodes ----
@@ -211,6 +216,7 @@ private:
 
     // The temporal definition being read.
     int temporalNode_ = -1;
+    bool temporalNoisy_ = false;  // the element is a noisymax one
     int temporalOrder_ = 0;
     bool temporalArcsAdded_ = false;
     std::vector<int> temporalParents_;
@@ -221,6 +227,7 @@ private:
         std::string text;
     };
     std::vector<TemporalEquation> temporalEquations_;
+    std::vector<VEK_intArray> temporalStrengths_;
 
     // Cases.
     VEK_case* case_ = nullptr;

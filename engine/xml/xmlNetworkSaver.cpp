@@ -370,7 +370,8 @@ void XmlNetworkSaver::Visit(VEK_demorgan* def) {
 }
 
 // One element per plate node and temporal order: that order's temporal
-// parents and table.
+// parents and table, or for noisy-MAX nodes their strengths and the order's
+// CI weights.
 void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
     IXmlWriter::ScopedElement dynamic(&w_, "dynamic");
     std::vector<int> orders;
@@ -379,10 +380,11 @@ void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
         if (net_.GetNode(h)->GetTemporalType() != VEK_TEMPORAL_PLATE) continue;
         dyn.GetTemporalOrders(h, orders);
         const bool equation = net_.GetDef(h)->GetType() == VEK_EQUATION;
+        const bool noisy = net_.GetDef(h)->GetType() == VEK_NOISY_MAX;
         for (int k : orders) {
             w_.PushAttribute("id", net_.GetNodeId(h));
             w_.PushAttribute("order", k);
-            IXmlWriter::ScopedElement temporal(&w_, equation ? "equation" : "cpt");
+            IXmlWriter::ScopedElement temporal(&w_, equation ? "equation" : noisy ? "noisymax" : "cpt");
             dyn.GetTemporalParents(h, k, arcs);
             strings_.clear();
             for (const VEK_temporalArc& a : arcs) strings_.push_back(net_.GetNodeId(a.node));
@@ -393,8 +395,20 @@ void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
                 w_.WriteElement("definition", text ? text->c_str() : "", true);
                 continue;
             }
-            const VEK_Dmatrix* m = dyn.GetTemporalDefinition(h, k);
-            w_.WriteDoubleArray("probabilities", m->Items(), m->GetSize());
+            if (!noisy) {
+                const VEK_Dmatrix* m = dyn.GetTemporalDefinition(h, k);
+                w_.WriteDoubleArray("probabilities", m->Items(), m->GetSize());
+                continue;
+            }
+            std::vector<VEK_intArray> strengths;
+            dyn.GetNoisyTemporalStrengths(h, k, strengths);
+            for (const VEK_intArray& s : strengths) {
+                VEK_intArray positions(s.GetSize());
+                for (int p = 0; p < s.GetSize(); ++p) positions[s[p]] = p;
+                w_.WriteIntArray("strengths", positions.Items(), positions.GetSize());
+            }
+            const VEK_Dmatrix* m = dyn.GetTemporalParameters(h, k);
+            w_.WriteDoubleArray("parameters", m->Items(), m->GetSize());
         }
     }
 }

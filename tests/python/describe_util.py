@@ -93,7 +93,8 @@ def _temporal(net):
         orders = net.get_temporal_orders(h)
         out.append((int(net.get_node_temporal_type(h)), orders,
                     [([(p.parent_handle, p.order) for p in net.get_temporal_parents(h, k)],
-                      net.get_node_temporal_definition(h, k)) for k in orders],
+                      net.get_node_temporal_definition(h, k),
+                      _get(net.get_noisy_temporal_parent_strengths, h, k)) for k in orders],
                     [(_get(net.get_temporal_evidence, h, s), _get(net.get_temporal_virtual_evidence, h, s))
                      for s in slices]))
     return out

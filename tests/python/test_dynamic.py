@@ -277,6 +277,7 @@ _PLATE_DOC = ('<?xml version="1.0"?><quarn version="1.0" id="n"><nodes>'
     ('<cpt id="X" order="1"><probabilities>1 0 0 1</probabilities></cpt>', "No temporal parents specified: 'X'"),
     ('<cpt id="X" order="0"><parents>X</parents></cpt>', "Temporal defintion not found: 'X'"),
     ('<noisymax id="X" order="1"/>', "Invalid temporal defintion type: 'X'"),
+    ('<demorgan id="X" order="1"/>', "Invalid temporal defintion type: 'X'"),
     ('<cpt id="X" order="1"><parents>X X</parents></cpt>', "AddTemporalArc failed: 'X'"),
 ])
 def test_faulty_dynamic_sections_are_refused(net, body, message):
@@ -365,3 +366,96 @@ def test_random_walk_with_temporal_equations_against_gaussian_smoothing(net, tmp
         copy = pyquarn.Network()
         copy.read_file(str(tmp_path / name))
         assert copy.get_node_temporal_equations("x") == ["x = x[-1] + Normal(0, 0.5)"]
+
+
+def test_temporal_noisy_max_expands_to_noisy_or(tmp_path):
+    """U -> X in the plate, X -> X of order 1, X noisy-MAX: the tables of the
+    unrolled copies and the beliefs over time against noisy-OR in closed form."""
+    net = pyquarn.Network()
+    net.set_slice_count(4)
+    u = _cpt_node(net, "U", 2)
+    x = net.add_node(NodeType.NOISY_MAX, "X")
+    net.set_node_temporal_type(x, TT.PLATE)
+    net.add_arc(u, x)
+    net.add_temporal_arc(x, x, 1)
+    pu0, leak0, pu, px, leak = 0.875, 0.0625, 0.75, 0.625, 0.125  # exact in files
+    net.set_node_definition(u, [0.3, 0.7])
+    net.set_node_definition(x, [pu0, 1 - pu0, 0, 1, leak0, 1 - leak0])
+    net.set_node_temporal_definition(x, 1, [pu, 1 - pu, 0, 1, px, 1 - px, 0, 1, leak, 1 - leak])
+    refused = [
+        (net.get_noisy_temporal_parent_strengths, (x, 2)),
+        (net.set_noisy_temporal_parent_strengths, (x, 2, [[0, 1]])),
+        (net.set_noisy_temporal_parent_strengths, (x, 1, [[0, 1], [1, 0]])),
+        (net.set_noisy_temporal_parent_strengths, (x, 1, [[0, 0]])),
+        (net.set_noisy_temporal_parent_strengths, (u, 1, [[0, 1]])),
+        (net.set_node_temporal_definition, (x, 1, [0.5] * 8)),
+        (net.set_node_temporal_definition, (x, 1, [0.5, 0.6] + [0, 1] * 4)),
+    ]
+    for call, args in refused:
+        assert_refused(net, -2, call, *args)
+
+    def on(state, active, p):
+        return (1 - p) if state == active else 1.0
+
+    for strengths in ([[0, 1]], [[1, 0]]):
+        net.set_noisy_temporal_parent_strengths(x, 1, strengths)
+        active = strengths[0][0]
+        present = {(s_u, s_x): 1 - (1 - leak) * on(s_u, 0, pu) * on(s_x, active, px)
+                   for s_u in range(2) for s_x in range(2)}
+        flat = net.unroll()
+        for t in (1, 3):
+            copy = flat.mapping[("X", t)]
+            assert flat.network.get_parent_ids(copy) == ["U_%d" % t, "X_%d" % (t - 1)]
+            want = [v for key in sorted(present) for v in (present[key], 1 - present[key])]
+            assert flat.network.get_node_definition(copy) == pytest.approx(want, abs=1e-12)
+        net.update_beliefs()
+        belief = net.get_node_value(x)
+        p_x = 0.3 * (1 - (1 - leak0) * (1 - pu0)) + 0.7 * leak0
+        for t in range(4):
+            assert belief[2 * t] == pytest.approx(p_x, abs=1e-12)
+            p_x = sum((0.3, 0.7)[s_u] * (p_x, 1 - p_x)[s_x] * present[s_u, s_x]
+                      for s_u in range(2) for s_x in range(2))
+        from describe_util import describe
+        copy = pyquarn.Network()
+        copy.read_string(net.write_string())
+        assert describe(copy)["temporal"] == describe(net)["temporal"]
+        # The text format keeps the weights, and refuses reordered strengths.
+        if active == 0:
+            net.write_file(str(tmp_path / "n.vek"))
+            copy.read_file(str(tmp_path / "n.vek"))
+            assert describe(copy)["temporal"] == describe(net)["temporal"]
+        else:
+            assert_refused(net, -51, net.write_file, str(tmp_path / "n.vek"))
+
+
+def test_em_learns_an_hmm_from_sampled_sequences(tmp_path):
+    """Sequences drawn from known tables, the hidden state seen in about
+    half of the cells: EM with auto slices finds the tables back within
+    sampling error. Columns H_t and O_t match the plate nodes by slice."""
+    from pyquarn.learning import DataSet, EM
+    rng = np.random.default_rng(7)
+    prior, trans, emit = np.array([0.7, 0.3]), np.array([[0.85, 0.15], [0.25, 0.75]]), np.array([[0.9, 0.1], [0.2, 0.8]])
+    records, slices = 1500, 4
+    rows = []
+    for _ in range(records):
+        hidden = [rng.choice(2, p=prior)]
+        for _ in range(slices - 1):
+            hidden.append(rng.choice(2, p=trans[hidden[-1]]))
+        seen = [rng.choice(2, p=emit[s]) for s in hidden]
+        rows.append([str(s) if rng.random() < 0.5 else "*" for s in hidden] + [str(s) for s in seen])
+    path = tmp_path / "hmm.csv"
+    header = ["H_%d" % t for t in range(slices)] + ["O_%d" % t for t in range(slices)]
+    path.write_text(",".join(header) + "\n" + "".join(",".join(r) + "\n" for r in rows))
+    data = DataSet()
+    data.read_file(str(path))
+    net, h, o = _hmm(1, hidden=2, seen=2)
+    matching = data.match_network(net)
+    assert sorted((m.node, m.slice) for m in matching) == sorted((n, t) for n in (h, o) for t in range(slices))
+    em = EM()
+    assert_refused(net, -2, em.learn, data, net, matching)
+    em.set_auto_slices(True)
+    em.learn(data, net, matching)
+    assert net.get_node_definition(h) == pytest.approx(prior, abs=0.04)
+    assert net.get_node_temporal_definition(h, 1) == pytest.approx(trans.ravel(), abs=0.04)
+    assert net.get_node_definition(o) == pytest.approx(emit.ravel(), abs=0.04)
+    assert net.get_slice_count() == 1

@@ -5,8 +5,11 @@
 #include <random>
 
 #include "../inference/infTestUtil.h"
+#include "../learning/emTestUtil.h"
 #include "dynamic/dynamicNet.h"
 #include "dynamic/unroll.h"
+#include "inference/randGen.h"
+#include "learning/dataSampler.h"
 
 namespace {
 
@@ -106,6 +109,70 @@ TEST(Dynamic, WrittenAndReadBackKeepsTheTemporalModel) {
             ASSERT_EQ(m->GetDimensions(), r->GetDimensions());
             for (int i = 0; i < m->GetSize(); ++i) EXPECT_NEAR((*m)[i], (*r)[i], 1e-15);
         }
+    }
+}
+
+// EM with tied slices equals EM by enumeration over the unrolled joint in
+// which every copy of a plate node shares the table of its order. The data
+// cover 3 of the 4 slices, columns named as unrolling names the copies.
+TEST(Dynamic, EmSharesTablesAcrossSlicesAsEnumerationDoes) {
+    Fixture f;
+    VEK_network three(f.net), flat;
+    three.SetNumberOfSlices(3);
+    std::vector<VEK_unrolledNode> map;
+    ASSERT_EQ(VEK_Unroll(three, flat, map), 0);
+    flat.ClearAllEvidence();
+    std::vector<int> tie;
+    for (int h = 0; h < flat.GetSlotCount(); ++h) tie.push_back(h);
+    for (const VEK_unrolledNode& m : map) {
+        const int order = m.slice == 0 ? 0 : three.GetDynamic()->OrderForSlice(m.node, m.slice);
+        for (const VEK_unrolledNode& first : map)
+            if (first.node == m.node && (first.slice == 0 ? 0 : three.GetDynamic()->OrderForSlice(m.node, first.slice)) == order) {
+                tie[m.unrolled] = first.unrolled;
+                break;
+            }
+    }
+    auto unrolled = [&](int node, int slice) {
+        for (const VEK_unrolledNode& m : map)
+            if (m.node == node && m.slice == slice) return m.unrolled;
+        return node;
+    };
+    struct Case {
+        double missing;
+        float ess;
+        std::vector<int> fixed;
+    };
+    for (const Case& c : {Case{0.3, 0.0f, {}}, Case{0.2, 2.0f, {f.y}}}) {
+        VEK_randGen gen(11);
+        VEK_dataset data;
+        ASSERT_EQ(VEK_sampleDataset(flat, 150, gen, c.missing, data), 0);
+        std::vector<int> fixedFlat;
+        for (int h : c.fixed)
+            for (int t = 0; t < 3; ++t) fixedFlat.push_back(unrolled(h, t));
+        std::vector<double> want;
+        const auto tables = emtest::BruteForceEm(flat, data, emtest::MatchById(flat, data), fixedFlat, c.ess, want, tie);
+
+        VEK_network learnt(f.net);
+        std::vector<VEK_datasetMatch> matching;
+        ASSERT_EQ(data.MatchNetwork(learnt, matching), 0);
+        ASSERT_EQ(matching.size(), 8u);
+        VEK_em em;
+        em.SetAutoSlices(true);
+        ASSERT_EQ(em.SetEquivalentSampleSize(c.ess), 0);
+        emtest::LogLikelihoods progress;
+        double score = 0;
+        ASSERT_EQ(em.Learn(data, learnt, matching, c.fixed, &score, &progress), 0) << learnt.Logger().GetLastErrorMessage();
+        ASSERT_EQ(progress.runs.at(0).size(), want.size());
+        for (size_t i = 0; i < want.size(); ++i) EXPECT_NEAR(progress.runs[0][i], want[i], 1e-9 * std::fabs(want[i]));
+        EXPECT_NEAR(score, want.back(), 1e-9 * std::fabs(want.back()));
+        for (const VEK_unrolledNode& m : map) {
+            const int order = m.slice == 0 ? 0 : learnt.GetDynamic()->OrderForSlice(m.node, m.slice);
+            const VEK_Dmatrix* got = order ? learnt.GetDynamic()->GetTemporalDefinition(m.node, order)
+                                           : &learnt.GetDef(m.node)->GetDefinition();
+            for (int q = 0; q < got->GetSize(); ++q) EXPECT_NEAR((*got)[q], tables[m.unrolled][q], 1e-9);
+        }
+        for (int h : {f.a, f.t})
+            for (size_t q = 0; q < tables[h].size(); ++q) EXPECT_NEAR(emtest::Table(learnt, h)[q], tables[h][q], 1e-9);
     }
 }
 
