@@ -14,6 +14,7 @@
 #include "learning/dynamicEm.h"
 #include "learning/emStatistics.h"
 #include "learning/expectedCounts.h"
+#include "learning/familyCounts.h"
 #include "network/discDef.h"
 #include "network/dmatrix.h"
 #include "network/idArray.h"
@@ -95,74 +96,91 @@ int VEK_em::Learn(const VEK_dataset& data, VEK_network& net, const std::vector<V
 }
 
 int VEK_em::LearnDisc(Run& run, double* score) {
-    VEK_network& net = run.net;
-    UpdateScope scope(net);
-
-    bool countOnly = !uniformize_ && !randomize_ && static_cast<int>(run.records.columns) == net.GetNumberOfNodes();
-    for (int h = net.GetFirstNode(); countOnly && h >= 0; h = net.GetNextNode(h)) {
-        if (run.fixed[static_cast<size_t>(h)] || net.GetDef(h)->GetType() != kTypeCpt) countOnly = false;
-    }
-    for (size_t k = 0; countOnly && k < run.records.columns; ++k) countOnly = run.records.complete[k] != 0;
-    if (countOnly) return Count(run, score);
+    UpdateScope scope(run.net);
+    if (CanCount(run)) return Count(run, score);
 
     run.records.Group();
     run.gen.Init(static_cast<unsigned>(seed_));
     double best = -std::numeric_limits<double>::infinity();
-    if (!randomize_) {
-        int res = ExpMaxUntilConverged(run, &best);
-        if (res == VEK_OKAY && score != nullptr) *score = best;
-        return res;
-    }
-    if (timeLimit_ < 1) {
-        for (int i = 0; i < restarts_; ++i) {
-            int res = ExpMaxUntilConverged(run, &best);
-            if (res != VEK_OKAY) return res;
-        }
-    } else {
-        const auto start = std::chrono::steady_clock::now();
-        for (;;) {
-            int res = ExpMaxUntilConverged(run, &best);
-            if (res != VEK_OKAY) return res;
-            auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
-            if (elapsed.count() >= timeLimit_) break;
-        }
-    }
-    if (score != nullptr) *score = best;
-    return VEK_OKAY;
+    const int res = randomize_ ? RandomRestarts(run, &best) : ExpMaxUntilConverged(run, &best);
+    if (res == VEK_OKAY && score != nullptr) *score = best;
+    return res;
 }
 
-// Complete data, every node a matched table: the counts are the data's own,
-// made in one pass per node. The log-likelihood sums count times log of the
-// learnt entry.
+// Counting alone gives the answer when the data are complete, every node is
+// a matched table learnt from its current table, and every node's outcomes
+// fit the counting core's cells.
+bool VEK_em::CanCount(const Run& run) const {
+    const VEK_network& net = run.net;
+    if (uniformize_ || randomize_ || static_cast<int>(run.records.columns) != net.GetNumberOfNodes()) return false;
+    for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
+        const VEK_nodeDef* def = net.GetDef(h);
+        if (run.fixed[static_cast<size_t>(h)] || def->GetType() != kTypeCpt ||
+            def->GetNumberOfOutcomes() > VEK_familyCounts::kMaxStates) {
+            return false;
+        }
+    }
+    for (size_t k = 0; k < run.records.columns; ++k) {
+        if (!run.records.complete[k]) return false;
+    }
+    return true;
+}
+
+// Runs from random start tables, a set number of times or until the time
+// limit; the best log-likelihood's tables are kept.
+int VEK_em::RandomRestarts(Run& run, double* best) {
+    if (timeLimit_ < 1) {
+        for (int i = 0; i < restarts_; ++i) {
+            const int res = ExpMaxUntilConverged(run, best);
+            if (res != VEK_OKAY) return res;
+        }
+        return VEK_OKAY;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    for (;;) {
+        const int res = ExpMaxUntilConverged(run, best);
+        if (res != VEK_OKAY) return res;
+        auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
+        if (elapsed.count() >= timeLimit_) return VEK_OKAY;
+    }
+}
+
+// The counts are the data's own, made by the counting core the structure
+// learners share, one pass per family. The log-likelihood sums count times
+// log of the learnt entry.
 int VEK_em::Count(Run& run, double* score) {
     VEK_network& net = run.net;
-    std::vector<size_t> column(static_cast<size_t>(net.GetSlotCount()), 0);
-    for (size_t k = 0; k < run.records.columns; ++k) column[static_cast<size_t>(run.matching[k].node)] = k;
+    std::vector<int> column(static_cast<size_t>(net.GetSlotCount()), 0);
+    std::vector<const int*> columns;
+    std::vector<int> cards;
+    for (size_t k = 0; k < run.records.columns; ++k) {
+        const int h = run.matching[k].node;
+        column[static_cast<size_t>(h)] = static_cast<int>(k);
+        columns.push_back(run.records.Column(k));
+        cards.push_back(net.GetDef(h)->GetNumberOfOutcomes());
+    }
+    VEK_familyCounts core;
+    if (core.InitColumns(columns, run.records.records, cards) != VEK_OKAY) {
+        return net.Logger().LogError(VEK_OUT_OF_MEMORY, "EM: out of memory");
+    }
 
-    const size_t n = static_cast<size_t>(run.records.records);
-    std::vector<int> handles;
+    std::vector<int> handles, parents, counts;
     std::vector<VEK_Dmatrix> tables;
-    std::vector<int> item(n);
-    std::vector<double> counts;
+    std::vector<double> expected;
     double ll = 0.0;
     for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
-        const VEK_Dmatrix& prior = net.GetDef(h)->GetDefinition();
-        const int* own = run.records.Column(column[static_cast<size_t>(h)]);
-        std::copy(own, own + n, item.begin());
-        const VEK_intArray& parents = net.GetNode(h)->Parents();
-        for (int k = 0; k < parents.GetSize(); ++k) {
-            const int* col = run.records.Column(column[static_cast<size_t>(parents[k])]);
-            const int stride = prior.GetProducts()[k];
-            for (size_t r = 0; r < n; ++r) item[r] += col[r] * stride;
-        }
-        counts.assign(static_cast<size_t>(prior.GetSize()), 0.0);
-        for (size_t r = 0; r < n; ++r) counts[static_cast<size_t>(item[r])] += 1.0;
+        const VEK_intArray& pa = net.GetNode(h)->Parents();
+        parents.clear();
+        for (int k = 0; k < pa.GetSize(); ++k) parents.push_back(column[static_cast<size_t>(pa[k])]);
+        core.Count(column[static_cast<size_t>(h)], parents.data(), static_cast<int>(parents.size()), counts);
+        expected.assign(counts.begin(), counts.end());
 
+        const VEK_Dmatrix& prior = net.GetDef(h)->GetDefinition();
         VEK_Dmatrix table(prior);
-        table.FillFrom(counts.data());
+        table.FillFrom(expected.data());
         VEK_emMaximize(table.Items(), prior.Items(), table.GetSize(), table.GetLastDimensionSize(), ess_);
         for (int i = 0; i < table.GetSize(); ++i) {
-            if (counts[static_cast<size_t>(i)] > 0.0) ll += counts[static_cast<size_t>(i)] * std::log(table[i]);
+            if (counts[static_cast<size_t>(i)] > 0) ll += counts[static_cast<size_t>(i)] * std::log(table[i]);
         }
         handles.push_back(h);
         tables.push_back(std::move(table));
@@ -175,19 +193,16 @@ int VEK_em::Count(Run& run, double* score) {
     return res;
 }
 
-int VEK_em::ExpMaxUntilConverged(Run& run, double* bestScore) {
-    VEK_network& net = run.net;
-    VEK_network work(net);
+// A working copy without evidence or targets whose learnable tables are
+// set to the start the options ask for; those tables are also the priors.
+void VEK_em::StartTables(Run& run, VEK_network& work, std::vector<int>& learnable, std::vector<char>& isLearnable,
+                         std::vector<VEK_Dmatrix>& priors) {
     work.SetUpdateImmediate(false);
     work.EnableRelevance(relevance_);
     work.ClearAllEvidence();
     work.ClearAllTargets();
     work.Cases().EnableSync(false);
-
-    // The start tables, which are also the priors.
-    std::vector<int> learnable;
-    std::vector<char> isLearnable(static_cast<size_t>(work.GetSlotCount()), 0);
-    std::vector<VEK_Dmatrix> priors;
+    isLearnable.assign(static_cast<size_t>(work.GetSlotCount()), 0);
     for (int h = work.GetFirstNode(); h >= 0; h = work.GetNextNode(h)) {
         if (run.fixed[static_cast<size_t>(h)]) continue;
         learnable.push_back(h);
@@ -200,6 +215,22 @@ int VEK_em::ExpMaxUntilConverged(Run& run, double* bestScore) {
         }
         priors.push_back(def->GetDefinition());
     }
+}
+
+// Stops when the log-likelihood no longer grows by a relative 1e-4 (or is
+// exactly 0: every record certain).
+bool VEK_em::Converged(double previous, double ll) {
+    if (ll == 0.0) return true;
+    return previous != 0.0 && (previous / ll < 1.0001 || previous >= ll);
+}
+
+int VEK_em::ExpMaxUntilConverged(Run& run, double* bestScore) {
+    VEK_network& net = run.net;
+    VEK_network work(net);
+    std::vector<int> learnable;
+    std::vector<char> isLearnable;
+    std::vector<VEK_Dmatrix> priors;
+    StartTables(run, work, learnable, isLearnable, priors);
 
     std::vector<int> matched;
     for (const VEK_datasetMatch& m : run.matching) matched.push_back(m.node);
@@ -223,11 +254,11 @@ int VEK_em::ExpMaxUntilConverged(Run& run, double* bestScore) {
             def->OnParametersChanged();
             def->TellNetworkOfChange();
         }
-        if (ll == 0.0) break;
-        if (previous != 0.0 && (previous / ll < 1.0001 || previous >= ll)) break;
+        if (Converged(previous, ll)) break;
         previous = ll;
     }
 
+    // Only a run better than the best so far replaces the network's tables.
     if (bestScore != nullptr && std::isfinite(*bestScore) && ll <= *bestScore) return VEK_OKAY;
     std::vector<VEK_Dmatrix> tables;
     tables.reserve(learnable.size());

@@ -98,6 +98,30 @@ int VEK_familyCounts::Init(const VEK_dataset& data, std::string* errorMessage) {
     }
 }
 
+int VEK_familyCounts::InitColumns(const std::vector<const int*>& columns, int records, const std::vector<int>& cards) {
+    if (columns.size() != cards.size() || records < 0) return VEK_OUT_OF_RANGE;
+    for (int card : cards) {
+        if (card < 1 || card > kMaxStates) return VEK_OUT_OF_RANGE;
+    }
+    try {
+        std::vector<std::uint8_t> cells(columns.size() * static_cast<size_t>(records));
+        for (size_t v = 0; v < columns.size(); ++v) {
+            std::uint8_t* out = cells.data() + v * static_cast<size_t>(records);
+            const int* in = columns[v];
+            for (int r = 0; r < records; ++r) out[r] = static_cast<std::uint8_t>(in[r]);
+        }
+        std::vector<int> weights(static_cast<size_t>(records), 1);
+        std::vector<int> copy(cards);
+        cells_.swap(cells);
+        weights_.swap(weights);
+        cards_.swap(copy);
+        records_ = rows_ = records;
+        return VEK_OKAY;
+    } catch (const std::bad_alloc&) {
+        return VEK_OUT_OF_MEMORY;
+    }
+}
+
 long long VEK_familyCounts::ConfigCount(const int* parents, int count, long long limit) const {
     long long q = 1;
     for (int i = 0; i < count; ++i) {

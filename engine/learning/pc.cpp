@@ -189,6 +189,59 @@ void VEK_pc::Skeleton(const VEK_familyCounts& counts, const VEK_bkConstraints& b
     }
 }
 
+// Each unshielded triple x - z - y is judged by every set of x's or y's
+// neighbours, up to the adjacency limit, that separates x and y: z is a
+// collider when it lies in fewer than half of them. A single separating
+// set, the first the skeleton phase happened on, is a weak witness at small
+// samples. The pair's set becomes the common neighbours judged no collider
+// (ties included, so that doubt leaves the edges undirected); a pair that
+// no set separates, or whose sets are too many to try, keeps its own.
+void VEK_pc::MajorityRule(const VEK_familyCounts& counts, const std::vector<char>& adj, double significance,
+                          int maxAdjacency, int test, std::map<std::pair<int, int>, std::vector<int>>& sepsets) {
+    constexpr long long kMaxSets = 4096;
+    const int n = counts.GetColumnCount();
+    auto at = [n](int a, int b) { return static_cast<size_t>(a) * n + b; };
+    Tester tester(counts, test);
+    std::vector<int> common, in, nb, pick, s;
+    for (auto& [pair, sepset] : sepsets) {
+        const int x = pair.first, y = pair.second;
+        common.clear();
+        for (int z = 0; z < n; ++z) {
+            if (adj[at(x, z)] && adj[at(y, z)]) common.push_back(z);
+        }
+        if (common.empty()) continue;
+        long long budget = kMaxSets;
+        int separating = 0;
+        in.assign(common.size(), 0);
+        for (int side : {x, y}) {
+            nb.clear();
+            for (int v = 0; v < n; ++v) {
+                if (v != x && v != y && adj[at(side, v)]) nb.push_back(v);
+            }
+            const int m = static_cast<int>(nb.size());
+            for (int level = 0; level <= std::min(maxAdjacency, m) && budget > 0; ++level) {
+                pick.resize(level);
+                for (int i = 0; i < level; ++i) pick[i] = i;
+                do {
+                    if (--budget < 0) break;
+                    s.clear();
+                    for (int i : pick) s.push_back(nb[i]);
+                    if (tester.PValue(x, y, s) <= significance) continue;
+                    ++separating;
+                    for (size_t i = 0; i < common.size(); ++i) {
+                        in[i] += std::find(s.begin(), s.end(), common[i]) != s.end();
+                    }
+                } while (NextSubset(pick, m));
+            }
+        }
+        if (separating == 0 || budget < 0) continue;
+        sepset.clear();
+        for (size_t i = 0; i < common.size(); ++i) {
+            if (2 * in[i] >= separating) sepset.push_back(common[i]);
+        }
+    }
+}
+
 void VEK_pc::Orient(const std::vector<char>& adj, const std::map<std::pair<int, int>, std::vector<int>>& sepsets,
                     const VEK_bkConstraints& bkc, VEK_pattern& p) {
     const int n = bkc.size;
@@ -243,6 +296,7 @@ int VEK_pc::Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* er
     std::vector<char> adj;
     std::map<std::pair<int, int>, std::vector<int>> sepset;
     Skeleton(counts, bkc, significance, maxAdjacency, test, adj, &sepset);
+    MajorityRule(counts, adj, significance, maxAdjacency, test, sepset);
     VEK_pattern p;
     Orient(adj, sepset, bkc, p);
     pattern = std::move(p);

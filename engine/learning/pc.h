@@ -3,7 +3,8 @@
 // 0, 1, ... up to the adjacency limit, where the neighbour sets of a level
 // are fixed at its start so that the result does not depend on column
 // order. Then orient: background knowledge first, v-structures x -> z <- y
-// where z is not in the separating set of x and y, then Meek's rules 1-3.
+// where z is in fewer than half of the sets that separate x and y, then
+// Meek's rules 1-3.
 // Independence is a G-test (or Pearson's chi-square) at the significance
 // level, with degrees of freedom counted over the non-empty rows and
 // columns of each stratum.
@@ -35,6 +36,11 @@ public:
     static void Skeleton(const VEK_familyCounts& counts, const VEK_bkConstraints& bkc, double significance,
                          int maxAdjacency, int test, std::vector<char>& adj,
                          std::map<std::pair<int, int>, std::vector<int>>* sepsets);
+
+    // Replaces each removed pair's separating set by the common neighbours
+    // that most of the pair's separating sets hold.
+    static void MajorityRule(const VEK_familyCounts& counts, const std::vector<char>& adj, double significance,
+                             int maxAdjacency, int test, std::map<std::pair<int, int>, std::vector<int>>& sepsets);
 
     // The orientation phase on a skeleton: knowledge, v-structures, Meek.
     static void Orient(const std::vector<char>& adj, const std::map<std::pair<int, int>, std::vector<int>>& sepsets,

@@ -11,6 +11,8 @@
 #include "learning/dataset.h"
 #include "learning/datasetMatcher.h"
 #include "learning/em.h"
+#include "learning/emStatistics.h"
+#include "learning/familyCounts.h"
 #include "network/network.h"
 #include "network/node.h"
 #include "network/nodeDef.h"
@@ -241,46 +243,34 @@ int VEK_validator::LeaveOneOut() {
     if (n < 2) {
         return net_.Logger().LogError(VEK_OUT_OF_RANGE, "Validator: leave-one-out needs at least 2 records");
     }
-    std::vector<int> fold(static_cast<size_t>(n));
-    std::iota(fold.begin(), fold.end(), 0);
-    return CrossValidate(fold, n);
+    try {
+        int res = Prepare();
+        if (res != VEK_OKAY) return res;
+        res = CanCountFolds() ? LeaveOneOutByCounts() : LeaveOneOutByGroups();
+        if (res != VEK_OKAY) return res;
+        folds_.resize(static_cast<size_t>(n));
+        std::iota(folds_.begin(), folds_.end(), 0);
+        hasResults_ = true;
+        return VEK_OKAY;
+    } catch (const std::bad_alloc&) {
+        return net_.Logger().LogError(VEK_OUT_OF_MEMORY, "Validator: out of memory");
+    }
 }
 
-// The training folds become a dataset of the matched columns alone, holding
-// outcome indices, which EM reads as they are.
 int VEK_validator::CrossValidate(const std::vector<int>& fold, int folds) {
     try {
         int res = Prepare();
         if (res != VEK_OKAY) return res;
         const size_t n = fold.size();
-        std::vector<VEK_datasetMatch> trainMatching;
-        for (size_t k = 0; k < matching_.size(); ++k)
-            trainMatching.push_back({matching_[k].node, 0, static_cast<int>(k)});
-        VEK_em em;
-        em.SetEquivalentSampleSize(1.0f);
-        VEK_dataset train;
+        std::vector<char> train(n);
         std::vector<int> test;
         for (int f = 0; f < folds; ++f) {
             test.clear();
             for (size_t r = 0; r < n; ++r) {
-                if (fold[r] == f) test.push_back(static_cast<int>(r));
+                train[r] = fold[r] != f;
+                if (!train[r]) test.push_back(static_cast<int>(r));
             }
-            std::vector<VEK_dataset::Variable>& vars = train.Variables();
-            vars.resize(matching_.size());
-            for (size_t k = 0; k < matching_.size(); ++k) {
-                vars[k].id = data_.GetId(matching_[k].column);
-                vars[k].intData.clear();
-                const int* column = values_.data() + k * n;
-                for (size_t r = 0; r < n; ++r) {
-                    if (fold[r] != f) vars[k].intData.push_back(column[r]);
-                }
-            }
-            train.SetRecordCount(static_cast<int>(n - test.size()));
-            VEK_network work(net_);
-            work.Logger().RedirectToLogger(&net_.Logger());
-            res = em.Learn(train, work, trainMatching);
-            work.Logger().Redirect(nullptr);
-            if (res == VEK_OKAY) res = Predict(work, test);
+            res = LearnAndPredict(train, test);
             if (res != VEK_OKAY) return res;
         }
         folds_ = fold;
@@ -289,6 +279,158 @@ int VEK_validator::CrossValidate(const std::vector<int>& fold, int folds) {
     } catch (const std::bad_alloc&) {
         return net_.Logger().LogError(VEK_OUT_OF_MEMORY, "Validator: out of memory");
     }
+}
+
+// The training records become a dataset of the matched columns alone,
+// holding outcome indices, which EM reads as they are; the network's own
+// tables weigh as one record of prior.
+int VEK_validator::LearnAndPredict(const std::vector<char>& train, const std::vector<int>& test) {
+    const size_t n = train.size();
+    std::vector<VEK_datasetMatch> trainMatching;
+    VEK_dataset data;
+    std::vector<VEK_dataset::Variable>& vars = data.Variables();
+    vars.resize(matching_.size());
+    for (size_t k = 0; k < matching_.size(); ++k) {
+        trainMatching.push_back({matching_[k].node, 0, static_cast<int>(k)});
+        vars[k].id = data_.GetId(matching_[k].column);
+        const int* column = values_.data() + k * n;
+        for (size_t r = 0; r < n; ++r) {
+            if (train[r]) vars[k].intData.push_back(column[r]);
+        }
+    }
+    data.SetRecordCount(static_cast<int>(vars.empty() ? 0 : vars[0].intData.size()));
+    VEK_em em;
+    em.SetEquivalentSampleSize(1.0f);
+    VEK_network work(net_);
+    work.Logger().RedirectToLogger(&net_.Logger());
+    int res = em.Learn(data, work, trainMatching);
+    work.Logger().Redirect(nullptr);
+    if (res == VEK_OKAY) res = Predict(work, test);
+    return res;
+}
+
+// The cases where EM on the training records only counts them: no missing
+// cell, every node a matched table whose outcomes fit the counting core.
+bool VEK_validator::CanCountFolds() const {
+    if (static_cast<int>(matching_.size()) != net_.GetNumberOfNodes()) return false;
+    for (int h = net_.GetFirstNode(); h >= 0; h = net_.GetNextNode(h)) {
+        const VEK_nodeDef* def = net_.GetDef(h);
+        if (def->GetType() != kTypeCpt || def->GetNumberOfOutcomes() > VEK_familyCounts::kMaxStates ||
+            net_.GetNode(h)->GetTemporalType() != 0) {
+            return false;
+        }
+    }
+    return std::find(values_.begin(), values_.end(), -1) == values_.end();
+}
+
+// A record adds one to one cell of every table, so a fold's tables differ
+// from those of all the data in one column per node: that column is made
+// again from the counts less the record, the record predicted, and the
+// column put back. Each column is maximized as EM maximizes a whole table,
+// so the results are EM's to the last bit.
+int VEK_validator::LeaveOneOutByCounts() {
+    const size_t n = static_cast<size_t>(data_.GetNumberOfRecords());
+    const size_t m = matching_.size();
+    std::vector<int> column(static_cast<size_t>(net_.GetSlotCount()), -1);
+    std::vector<const int*> columns;
+    std::vector<int> cards;
+    for (size_t k = 0; k < m; ++k) {
+        column[static_cast<size_t>(matching_[k].node)] = static_cast<int>(k);
+        columns.push_back(values_.data() + k * n);
+        cards.push_back(net_.GetDef(matching_[k].node)->GetNumberOfOutcomes());
+    }
+    VEK_familyCounts core;
+    if (core.InitColumns(columns, static_cast<int>(n), cards) != VEK_OKAY) {
+        return net_.Logger().LogError(VEK_OUT_OF_MEMORY, "Validator: out of memory");
+    }
+    struct Family {
+        VEK_nodeDef* def;
+        std::vector<std::pair<const int*, int>> parents;  // (column, stride in the table)
+        const int* own;
+        int states;
+        std::vector<int> counts;
+        std::vector<double> prior, full;
+    };
+    VEK_network work(net_);
+    work.Logger().Redirect(nullptr);
+    std::vector<Family> families;
+    std::vector<int> parents;
+    for (int h = work.GetFirstNode(); h >= 0; h = work.GetNextNode(h)) {
+        Family f;
+        f.def = work.GetDef(h);
+        const VEK_Dmatrix& table = f.def->GetDefinition();
+        const VEK_intArray& pa = work.GetNode(h)->Parents();
+        parents.clear();
+        for (int i = 0; i < pa.GetSize(); ++i) {
+            const int k = column[static_cast<size_t>(pa[i])];
+            parents.push_back(k);
+            f.parents.emplace_back(columns[static_cast<size_t>(k)], table.GetProducts()[i]);
+        }
+        f.own = columns[static_cast<size_t>(column[static_cast<size_t>(h)])];
+        f.states = table.GetLastDimensionSize();
+        core.Count(column[static_cast<size_t>(h)], parents.data(), static_cast<int>(parents.size()), f.counts);
+        f.prior.assign(table.Items(), table.Items() + table.GetSize());
+        f.full.assign(f.counts.begin(), f.counts.end());
+        VEK_emMaximize(f.full.data(), f.prior.data(), table.GetSize(), f.states, 1.0);
+        f.def->GetWriteableParameters().FillFrom(f.full.data());
+        families.push_back(std::move(f));
+    }
+    std::vector<double> cells;
+    for (size_t r = 0; r < n; ++r) {
+        for (int pass = 0; pass < 2; ++pass) {  // the fold's columns, then the full data's again
+            for (Family& f : families) {
+                size_t at = 0;
+                for (const auto& [col, stride] : f.parents) at += static_cast<size_t>(col[r]) * stride;
+                double* out = f.def->GetWriteableParameters().Items() + at;
+                if (pass == 0) {
+                    cells.assign(f.counts.begin() + static_cast<std::ptrdiff_t>(at),
+                                 f.counts.begin() + static_cast<std::ptrdiff_t>(at) + f.states);
+                    cells[static_cast<size_t>(f.own[r])] -= 1.0;
+                    VEK_emMaximize(cells.data(), f.prior.data() + at, f.states, f.states, 1.0);
+                    std::copy(cells.begin(), cells.end(), out);
+                } else {
+                    std::copy(f.full.begin() + static_cast<std::ptrdiff_t>(at),
+                              f.full.begin() + static_cast<std::ptrdiff_t>(at) + f.states, out);
+                }
+                f.def->OnParametersChanged();
+                f.def->TellNetworkOfChange();
+            }
+            if (pass == 0) {
+                const int res = Predict(work, {static_cast<int>(r)});
+                if (res != VEK_OKAY) return res;
+            }
+        }
+    }
+    return VEK_OKAY;
+}
+
+// Copies of a record leave the same training data, so EM runs once per
+// distinct record, without its first copy, and predicts every copy.
+int VEK_validator::LeaveOneOutByGroups() {
+    const size_t n = static_cast<size_t>(data_.GetNumberOfRecords());
+    const size_t m = matching_.size();
+    std::vector<int> order(n);
+    std::iota(order.begin(), order.end(), 0);
+    auto less = [&](int a, int b) {
+        for (size_t k = 0; k < m; ++k) {
+            const int x = values_[k * n + static_cast<size_t>(a)], y = values_[k * n + static_cast<size_t>(b)];
+            if (x != y) return x < y;
+        }
+        return false;
+    };
+    std::stable_sort(order.begin(), order.end(), less);
+    std::vector<char> train(n, 1);
+    std::vector<int> copies;
+    for (size_t i = 0; i < n;) {
+        copies.clear();
+        for (size_t j = i; j < n && !less(order[i], order[j]); ++j) copies.push_back(order[j]);
+        i += copies.size();
+        train[static_cast<size_t>(copies[0])] = 0;
+        const int res = LearnAndPredict(train, copies);
+        train[static_cast<size_t>(copies[0])] = 1;
+        if (res != VEK_OKAY) return res;
+    }
+    return VEK_OKAY;
 }
 
 const VEK_validator::Result* VEK_validator::Find(int node) const {

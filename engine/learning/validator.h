@@ -42,7 +42,12 @@ public:
     // of prior, so that no outcome becomes impossible). -2 when folds is
     // below 2 or above the record count.
     int KFold(int folds, int seed);
-    // A fold per record, in record order.
+    // A fold per record, in record order. With complete data and every
+    // node a matched table, the whole data are counted once and each fold's
+    // tables come from those counts less the record's own, the very tables
+    // EM gives on the other records. Otherwise EM runs once per distinct
+    // record (copies of a record share their training data) and predicts
+    // all its copies.
     int LeaveOneOut();
 
     bool HasResults() const { return hasResults_; }
@@ -83,6 +88,10 @@ private:
     int Prepare();
     int Predict(VEK_network& work, const std::vector<int>& records);
     int CrossValidate(const std::vector<int>& fold, int folds);
+    int LearnAndPredict(const std::vector<char>& train, const std::vector<int>& test);
+    bool CanCountFolds() const;
+    int LeaveOneOutByCounts();
+    int LeaveOneOutByGroups();
     const Result* Find(int node) const;
     int Ranked(int node, int outcome, std::vector<std::pair<double, bool>>& ranked, int& positives) const;
 
