@@ -10,6 +10,7 @@
 #include "equations/equation.h"
 
 #include "network/network.h"
+#include "network/tableDef.h"
 
 namespace {
 
@@ -606,8 +607,7 @@ void VEK_dynamicNet::OnOutcomeInsert(int node, int position) {
             DimOwners(static_cast<int>(c), t.order, owners);
             for (size_t d = 0; d < owners.size(); ++d) {
                 if (owners[d] != node || t.matrix.GetNumberOfDimensions() != static_cast<int>(owners.size())) continue;
-                t.matrix.IncreaseDimensionSize(static_cast<int>(d));
-                t.matrix.ShiftDataUpwards(static_cast<int>(d), position, 0.0);
+                VEK_insertSlices(t.matrix, static_cast<int>(d), position, 1, 0.0);
             }
             // Columns of a new parent outcome are zero and become uniform;
             // the others still sum to 1.
@@ -624,8 +624,7 @@ void VEK_dynamicNet::OnOutcomeRemove(int node, int position) {
             if (t.matrix.GetNumberOfDimensions() != static_cast<int>(owners.size())) continue;
             for (size_t d = 0; d < owners.size(); ++d) {
                 if (owners[d] != node) continue;
-                t.matrix.ShiftDataDownwards(static_cast<int>(d), position);
-                t.matrix.DecreaseDimensionSize(static_cast<int>(d));
+                VEK_removeSlices(t.matrix, static_cast<int>(d), position, 1);
             }
         }
     }

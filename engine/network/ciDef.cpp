@@ -6,6 +6,7 @@
 #include "inference/randGen.h"
 #include "network/nodeXformContext.h"
 #include "network/status.h"
+#include "network/tableDef.h"
 
 namespace {
 
@@ -220,15 +221,13 @@ int VEK_ciDef::MakeRandom(VEK_randGen& gen) {
 
 void VEK_ciDef::InsertParentColumn(int parentIndex, int column) {
     const int n = GetNumberOfOutcomes();
-    ciWeights_.IncreaseDimensionSize(0);
-    ciWeights_.ShiftDataUpwards(0, column, 0.0);
+    VEK_insertSlices(ciWeights_, 0, column, 1, 0.0);
     FillUniform(ciWeights_.Items() + column * n, n);
     ++parentSizes_[parentIndex];
 }
 
 void VEK_ciDef::DeleteParentColumn(int parentIndex, int column) {
-    ciWeights_.ShiftDataDownwards(0, column);
-    ciWeights_.DecreaseDimensionSize(0);
+    VEK_removeSlices(ciWeights_, 0, column, 1);
     --parentSizes_[parentIndex];
 }
 
@@ -253,10 +252,8 @@ int VEK_ciDef::AddParent(int handle) {
     // all zero and become uniform through the normalisation below.
     int base = 0;
     for (int i = 0; i < pos; ++i) base += parentSizes_[i];
-    for (int k = 0; k < count; ++k) {
-        ciWeights_.IncreaseDimensionSize(0);
-        ciWeights_.ShiftDataUpwards(0, base, 0.0);
-    }
+    int res = VEK_insertSlices(ciWeights_, 0, base, count, 0.0);
+    if (res < 0) return res;
     parentSizes_.Insert(pos, count);
     OnParentInserted(pos);
     ciWeights_.Normalize();
@@ -269,10 +266,7 @@ int VEK_ciDef::RemoveParent(int handle) {
     const int pos = StoredParentPosition(handle);
     if (pos < 0) return pos;
     const int base = GetParentColumnBase(pos);
-    for (int k = 0; k < parentSizes_[pos]; ++k) {
-        ciWeights_.ShiftDataDownwards(0, base);
-        ciWeights_.DecreaseDimensionSize(0);
-    }
+    VEK_removeSlices(ciWeights_, 0, base, parentSizes_[pos]);
     parentSizes_.Delete(pos);
     OnParentDeleted(pos);
     Invalidate();
@@ -304,18 +298,16 @@ int VEK_ciDef::OnParentReorder(const VEK_intArray& order) {
 // ---------------------------------------------------------------- own outcomes
 
 void VEK_ciDef::AfterInsertOutcome(int position) {
-    ciWeights_.IncreaseDimensionSize(1);
     // The new outcome has weight 0 in every column; the columns stay
     // distributions.
-    if (position != ciWeights_.GetSizeOfDimension(1) - 1) ciWeights_.ShiftDataUpwards(1, position, 0.0);
+    VEK_insertSlices(ciWeights_, 1, position, 1, 0.0);
     OnOwnOutcomeInserted(position);
     FixConstrainedColumns();
     Invalidate();
 }
 
 void VEK_ciDef::AfterRemoveOutcome(int position) {
-    ciWeights_.ShiftDataDownwards(1, position);
-    ciWeights_.DecreaseDimensionSize(1);
+    VEK_removeSlices(ciWeights_, 1, position, 1);
     // Unlike a CPT the weights are renormalised at once: a CI column that
     // is not a distribution has no meaning in the combination.
     ciWeights_.Normalize();

@@ -2,9 +2,9 @@
 // for every combination of its parents' outcomes.
 #pragma once
 
-#include "network/discDef.h"
+#include "network/tableDef.h"
 
-class VEK_cpt : public VEK_discDef {
+class VEK_cpt : public VEK_tableDef<VEK_discDef> {
 public:
     // A new node has no parents: one dimension of its two outcomes, uniform.
     VEK_cpt(VEK_network& net, int handle);
@@ -18,21 +18,10 @@ public:
     int GetType() const override { return VEK_CPT; }
     const char* GetTypeName() const override { return "CPT"; }
 
-    int AddParent(int handle) override;
-    int RemoveParent(int handle) override;
-    int OnParentOutcomeAdd(int parent, int outcome) override;
-    int OnParentOutcomeRemove(int parent, int outcome) override;
-    int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
-    int OnParentReorder(const VEK_intArray& order) override;
-
     int MakeUniform() override;
     int MakeRandom(VEK_randGen& gen) override;
 
-    const VEK_Dmatrix* GetMatrix() const override { return &table_; }
     void InitXform(VEK_nodeXformContext& ctx) const override;
-
-    const VEK_Dmatrix& GetParameters() const override { return table_; }
-    VEK_Dmatrix& GetWriteableParameters() override { return table_; }
 
     void AfterInsertOutcome(int position) override;
     void AfterRemoveOutcome(int position) override;
@@ -43,11 +32,7 @@ public:
     int GetColumnCount() const;
 
 protected:
-    VEK_Dmatrix& Table() { return table_; }
-    const VEK_Dmatrix& Table() const { return table_; }
-    // Position of the parent's dimension, or a negative code.
-    int ParentDimension(int parent) const;
-
-private:
-    VEK_Dmatrix table_;
+    // Columns that lost an outcome's probability or are new (all zero)
+    // become distributions again.
+    void AfterTableGrew() override { Table().Normalize(); }
 };

@@ -9,7 +9,8 @@
 bool VEK_utilityRange(const VEK_Dmatrix& m, double& lo, double& hi) {
     bool any = false;
     for (double x : m.GetItems()) {
-        if (x == VEK_UNDEFINED_VALUE) continue;
+        // NaN compares false and so can neither bound the range.
+        if (x == VEK_UNDEFINED_VALUE || std::isnan(x)) continue;
         if (!any) {
             lo = hi = x;
             any = true;

@@ -5,12 +5,12 @@
 #include "network/nodeXformContext.h"
 #include "network/status.h"
 
-VEK_mau::VEK_mau(VEK_network& net, int handle) : VEK_nodeDef(net, handle) {
-    weights_.SetSingleDimension(1);
-    weights_.FillWith(1.0);
+VEK_mau::VEK_mau(VEK_network& net, int handle) : VEK_tableDef(net, handle) {
+    Table().SetSingleDimension(1);
+    Table().FillWith(1.0);
 }
 
-VEK_mau::VEK_mau(const VEK_nodeXformContext& ctx) : VEK_nodeDef(*ctx.net, ctx.handle) {
+VEK_mau::VEK_mau(const VEK_nodeXformContext& ctx) : VEK_tableDef(*ctx.net, ctx.handle) {
     VEK_intArray dims;
     for (int p : GetParents()) {
         int count = ParentOutcomeCount(p);
@@ -21,8 +21,8 @@ VEK_mau::VEK_mau(const VEK_nodeXformContext& ctx) : VEK_nodeDef(*ctx.net, ctx.ha
         }
     }
     dims.Add(utilityParents_.GetSize() > 0 ? utilityParents_.GetSize() : 1);
-    weights_.Setup(dims);
-    weights_.FillWith(1.0);
+    Table().Setup(dims);
+    Table().FillWith(1.0);
 }
 
 VEK_nodeDef* VEK_mau::Clone(VEK_network& net) const {
@@ -37,14 +37,10 @@ VEK_nodeVal* VEK_mau::CreateValue(const VEK_valXformContext& ctx) const {
     return new VEK_mauExpectedUtility(Network(), Handle(), ctx);
 }
 
-int VEK_mau::DiscreteDimension(int parent) const {
-    const VEK_intArray& parents = GetParents();
+int VEK_mau::ParentDimension(int parent) const {
     int dim = 0;
-    for (int p : parents) {
-        if (p == parent) {
-            if (utilityParents_.IsInList(p)) return VEK_WRONG_NODE_TYPE;
-            return dim < weights_.GetNumberOfDimensions() - 1 ? dim : VEK_OUT_OF_RANGE;
-        }
+    for (int p : GetParents()) {
+        if (p == parent) return utilityParents_.IsInList(p) ? VEK_WRONG_NODE_TYPE : dim;
         if (!utilityParents_.IsInList(p)) ++dim;
     }
     return VEK_OUT_OF_RANGE;
@@ -54,29 +50,20 @@ int VEK_mau::AddParent(int handle) {
     int pos = FindParentPosition(handle);
     if (pos < 0) return pos;
     if (utilityParents_.IsInList(handle)) return VEK_OUT_OF_RANGE;
-    const VEK_intArray& parents = GetParents();
     int count = ParentOutcomeCount(handle);
-    if (count > 0) {
-        int dim = 0;
-        for (int i = 0; i < pos; ++i) {
-            if (!utilityParents_.IsInList(parents[i])) ++dim;
-        }
-        if (dim > weights_.GetNumberOfDimensions() - 1) return VEK_OUT_OF_RANGE;
-        return weights_.InsertDimension(dim, count);
-    }
+    if (count > 0) return VEK_tableDef::AddParent(handle);
     if (count != VEK_WRONG_NODE_TYPE) return count;
     // A utility parent gets weight 1.0 in every column.
+    const VEK_intArray& parents = GetParents();
     int index = 0;
     for (int i = 0; i < pos; ++i) {
         if (utilityParents_.IsInList(parents[i])) ++index;
     }
-    const int last = weights_.GetNumberOfDimensions() - 1;
     if (utilityParents_.IsEmpty()) {
-        weights_.FillWith(1.0);
+        Table().FillWith(1.0);
     } else {
-        int res = weights_.IncreaseDimensionSize(last);
+        int res = VEK_insertSlices(Table(), Table().GetNumberOfDimensions() - 1, index, 1, 1.0);
         if (res < 0) return res;
-        weights_.ShiftDataUpwards(last, index, 1.0);
     }
     utilityParents_.Insert(index, handle);
     return VEK_OKAY;
@@ -84,46 +71,15 @@ int VEK_mau::AddParent(int handle) {
 
 int VEK_mau::RemoveParent(int handle) {
     int index = utilityParents_.FindPosition(handle);
-    if (index >= 0) {
-        const int last = weights_.GetNumberOfDimensions() - 1;
-        if (utilityParents_.GetSize() == 1) {
-            weights_.FillWith(1.0);
-        } else {
-            weights_.ShiftDataDownwards(last, index);
-            weights_.DecreaseDimensionSize(last);
-        }
-        utilityParents_.Delete(index);
-        return VEK_OKAY;
+    if (index < 0) return VEK_tableDef::RemoveParent(handle);
+    if (utilityParents_.GetSize() == 1) {
+        Table().FillWith(1.0);
+    } else {
+        int res = VEK_removeSlices(Table(), Table().GetNumberOfDimensions() - 1, index, 1);
+        if (res < 0) return res;
     }
-    int dim = DiscreteDimension(handle);
-    if (dim < 0) return dim;
-    return weights_.RemoveDimension(dim);
-}
-
-int VEK_mau::OnParentOutcomeAdd(int parent, int outcome) {
-    int dim = DiscreteDimension(parent);
-    if (dim < 0) return dim;
-    if (outcome < 0 || outcome > weights_.GetSizeOfDimension(dim)) return VEK_OUT_OF_RANGE;
-    int res = weights_.IncreaseDimensionSize(dim);
-    if (res < 0) return res;
-    // A new option starts with the default weights.
-    weights_.ShiftDataUpwards(dim, outcome, 1.0);
+    utilityParents_.Delete(index);
     return VEK_OKAY;
-}
-
-int VEK_mau::OnParentOutcomeRemove(int parent, int outcome) {
-    int dim = DiscreteDimension(parent);
-    if (dim < 0) return dim;
-    if (outcome < 0 || outcome >= weights_.GetSizeOfDimension(dim)) return VEK_OUT_OF_RANGE;
-    if (weights_.GetSizeOfDimension(dim) < 2) return VEK_OUT_OF_RANGE;
-    weights_.ShiftDataDownwards(dim, outcome);
-    return weights_.DecreaseDimensionSize(dim);
-}
-
-int VEK_mau::OnParentOutcomeReorder(int parent, const VEK_intArray& order) {
-    int dim = DiscreteDimension(parent);
-    if (dim < 0) return dim;
-    return weights_.ChangeOrderWithinDimension(dim, order);
 }
 
 int VEK_mau::OnParentReorder(const VEK_intArray& order) {
@@ -141,21 +97,21 @@ int VEK_mau::OnParentReorder(const VEK_intArray& order) {
             utilPerm.Add(u);
             newUtility.Add(p);
         } else {
-            int dim = DiscreteDimension(p);
+            int dim = ParentDimension(p);
             if (dim < 0) return dim;
             dimPerm.Add(dim);
         }
     }
-    if (dimPerm.GetSize() != weights_.GetNumberOfDimensions() - 1) return VEK_OUT_OF_RANGE;
+    if (dimPerm.GetSize() != Table().GetNumberOfDimensions() - 1) return VEK_OUT_OF_RANGE;
     dimPerm.Add(dimPerm.GetSize());
-    VEK_Dmatrix reordered(weights_);
+    VEK_Dmatrix reordered(Table());
     int res = reordered.ChangeOrderOfDimensions(dimPerm);
     if (res < 0) return res;
     if (utilPerm.GetSize() > 1) {
         res = reordered.ChangeOrderWithinDimension(reordered.GetNumberOfDimensions() - 1, utilPerm);
         if (res < 0) return res;
     }
-    weights_ = std::move(reordered);
+    Table() = std::move(reordered);
     utilityParents_ = newUtility;
     return VEK_OKAY;
 }
@@ -168,14 +124,14 @@ int VEK_mau::IsParentNecessary(int parent, double, bool& necessary) const {
 }
 
 int VEK_mau::MakeUniform() {
-    weights_.FillWith(1.0);
+    Table().FillWith(1.0);
     return VEK_OKAY;
 }
 
 int VEK_mau::DoCopyParameters(const VEK_nodeDef& other) {
     const VEK_mau* src = dynamic_cast<const VEK_mau*>(&other);
     if (!src) return VEK_WRONG_NODE_TYPE;
-    weights_ = src->weights_;
+    Table() = src->GetWeights();
     expressions_ = src->expressions_;
     OnParametersChanged();
     return VEK_OKAY;
@@ -184,9 +140,9 @@ int VEK_mau::DoCopyParameters(const VEK_nodeDef& other) {
 int VEK_mau::GetWeight(int column, int utilityParent, double& weight) const {
     const int index = utilityParents_.FindPosition(utilityParent);
     if (index < 0) return VEK_OUT_OF_RANGE;
-    const int last = weights_.GetLastDimensionSize();
-    if (column < 0 || column >= weights_.GetSize() / last) return VEK_OUT_OF_RANGE;
-    weight = weights_[column * last + index];
+    const int last = Table().GetLastDimensionSize();
+    if (column < 0 || column >= Table().GetSize() / last) return VEK_OUT_OF_RANGE;
+    weight = Table()[column * last + index];
     return VEK_OKAY;
 }
 

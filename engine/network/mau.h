@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "network/nodeDef.h"
+#include "network/tableDef.h"
 
-class VEK_mau : public VEK_nodeDef {
+class VEK_mau : public VEK_tableDef<VEK_nodeDef> {
 public:
     VEK_mau(VEK_network& net, int handle);
     // Nothing of the old definition carries over: every weight is 1.0.
@@ -29,21 +29,15 @@ public:
 
     int AddParent(int handle) override;
     int RemoveParent(int handle) override;
-    int OnParentOutcomeAdd(int parent, int outcome) override;
-    int OnParentOutcomeRemove(int parent, int outcome) override;
-    int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
     int OnParentReorder(const VEK_intArray& order) override;
     int IsParentNecessary(int parent, double epsilon, bool& necessary) const override;
 
     // Every weight becomes 1.0.
     int MakeUniform() override;
 
-    const VEK_Dmatrix* GetMatrix() const override { return &weights_; }
-    const VEK_Dmatrix& GetParameters() const override { return weights_; }
-    VEK_Dmatrix& GetWriteableParameters() override { return weights_; }
     int DoCopyParameters(const VEK_nodeDef& other) override;
 
-    const VEK_Dmatrix& GetWeights() const { return weights_; }
+    const VEK_Dmatrix& GetWeights() const { return Table(); }
     // -2 when the count differs from the table's.
     int SetWeights(const std::vector<double>& weights) { return SetDefinition(weights); }
     // Utility and MAU parents, in parent order: the last dimension's entries.
@@ -55,11 +49,14 @@ public:
     const std::vector<std::string>& GetExpressions() const { return expressions_; }
     int SetExpressions(const std::vector<std::string>& expressions);
 
-private:
-    // Dimension of a decision parent, or a negative code.
-    int DiscreteDimension(int parent) const;
+protected:
+    // Decision parents have the dimensions, in parent order; -51 for a
+    // utility parent.
+    int ParentDimension(int parent) const override;
+    // A new option starts with the default weights.
+    double NewSliceValue() const override { return 1.0; }
 
-    VEK_Dmatrix weights_;
+private:
     VEK_intArray utilityParents_;
     std::vector<std::string> expressions_;
 };

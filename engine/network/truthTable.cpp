@@ -13,19 +13,9 @@ VEK_nodeDef* VEK_truthTable::Clone(VEK_network& net) const {
     return copy;
 }
 
-int VEK_truthTable::AddParent(int handle) {
-    int res = VEK_cpt::AddParent(handle);
-    if (res < 0) return res;
+void VEK_truthTable::AfterTableGrew() {
+    VEK_cpt::AfterTableGrew();
     MakeConsistent();
-    return VEK_OKAY;
-}
-
-int VEK_truthTable::OnParentOutcomeAdd(int parent, int outcome) {
-    int res = VEK_cpt::OnParentOutcomeAdd(parent, outcome);
-    if (res < 0) return res;
-    // The new columns came out uniform: they select the first outcome.
-    MakeConsistent();
-    return VEK_OKAY;
 }
 
 void VEK_truthTable::AfterRemoveOutcome(int position) {

@@ -17,9 +17,6 @@ public:
     int GetType() const override { return VEK_TRUTHTABLE; }
     const char* GetTypeName() const override { return "TRUTHTABLE"; }
 
-    int AddParent(int handle) override;
-    int OnParentOutcomeAdd(int parent, int outcome) override;
-
     // A deterministic table has no uniform form.
     int MakeUniform() override { return VEK_WRONG_NODE_TYPE; }
     // Every column selects an outcome drawn uniformly.
@@ -38,4 +35,8 @@ public:
     int SetResultingStates(const std::vector<std::string>& states);
     // Every column: 1.0 at its first maximal item, 0.0 elsewhere.
     int MakeConsistent();
+
+protected:
+    // New columns came out uniform: they select the first outcome.
+    void AfterTableGrew() override;
 };

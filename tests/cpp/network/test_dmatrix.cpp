@@ -8,6 +8,7 @@
 
 #include "network/dmatrix.h"
 #include "network/sysCoordinates.h"
+#include "network/tableDef.h"
 
 namespace {
 
@@ -589,6 +590,36 @@ TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
             --rd[dim];
             ExpectMoved(r, rd, orig, [&](Ints& c) { c[dim] += c[dim] >= gone; });
         }
+    }
+}
+
+TEST(Dmatrix, SlicesInsertedAndRemovedInOnePass) {
+    std::mt19937 rng(11);
+    for (int round = 0; round < 300; ++round) {
+        const VEK_Dmatrix orig = RandomMatrix(rng, 4);
+        const Ints od = DimsOf(orig);
+        const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
+        const int pos = Pick(rng, 0, od[dim]);
+        const int count = Pick(rng, 1, 3);
+        VEK_Dmatrix m = orig;
+        ASSERT_EQ(VEK_insertSlices(m, dim, pos, count, -7.0), 0);
+        Ints nd = od;
+        nd[dim] += count;
+        ASSERT_EQ(DimsOf(m), nd);
+        for (int i = 0; i < m.GetSize(); ++i) {
+            Ints c = RefCoords(nd, i);
+            const bool added = c[dim] >= pos && c[dim] < pos + count;
+            if (c[dim] >= pos + count) c[dim] -= count;
+            ASSERT_EQ(m[i], added ? -7.0 : At(orig, c));
+        }
+        ASSERT_EQ(VEK_removeSlices(m, dim, pos, count), 0);
+        ASSERT_TRUE(m == orig);
+        // Refused: past the end, nothing left, bad dimension; nothing changes.
+        EXPECT_EQ(VEK_removeSlices(m, dim, pos, od[dim] - pos + 1), -2);
+        EXPECT_EQ(VEK_removeSlices(m, dim, 0, od[dim]), -2);
+        EXPECT_EQ(VEK_insertSlices(m, dim, od[dim] + 1, 1, 0.0), -2);
+        EXPECT_EQ(VEK_insertSlices(m, static_cast<int>(od.size()), 0, 1, 0.0), -2);
+        ASSERT_TRUE(m == orig);
     }
 }
 
