@@ -212,8 +212,35 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
         }
         return wholeRanks.empty() ? nullptr : &wholeRanks;
     };
+    // A new evidence pattern: the reduced trees are compiled first and
+    // weighed against the whole network's tree, which serves this and the
+    // later runs unless the reduced trees are clearly cheaper. Deciding
+    // before any propagation gives the same numbers on every run.
+    if (net.IsRelevanceEnabled() && gate.Choice() < 0 && gate.Nodes() > 0) {
+        uint64_t reducedCost = kNodeCost * gate.Nodes();
+        for (int i = 0; i < container.GetCount(); ++i) {
+            VEK_rNetwork* sub = container.GetAt(i);
+            if (sub->GetNodeCount() == 1) continue;
+            TsAdapter adapter(*sub);
+            adapter.SetWholeOrder(wholeOrder);
+            std::unique_ptr<TsJoinTree> fresh;
+            TsJoinTree* tree = FindOrMakeTree(net, adapter, cache.treeKey, fresh);
+            if (!tree->Prepare(effective)) {
+                reducedCost = UINT64_MAX;
+                break;
+            }
+            reducedCost += TreeCost(*tree);
+            KeepTree(net, cache.treeKey, fresh);
+        }
+        wholeOrder();
+        const bool whole = wholeCost > 0 && static_cast<double>(wholeCost) <= kReducedMargin * static_cast<double>(reducedCost);
+        cache.StoreChoice(cache.patternKey, whole);
+        if (whole && !container.DoRelevance(net, kClusteringMask, &gate)) {
+            if (status) *status = container.GetStatus();
+            return false;
+        }
+    }
     const bool reduced = net.IsRelevanceEnabled() && gate.Choice() != 1;
-    uint64_t reducedCost = kNodeCost * gate.Nodes();
     for (int i = 0; i < container.GetCount(); ++i) {
         VEK_rNetwork* sub = container.GetAt(i);
         if (sub->GetNodeCount() == 1) {
@@ -228,17 +255,9 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
             if (!tree->UpdateBeliefs(pending, effective)) return false;
             pe *= tree->GetProbEvidence();
             cache.lastCliqueEntries += tree->GetTotalSize();
-            reducedCost += TreeCost(*tree);
             KeepTree(net, cache.treeKey, fresh);
         }
         container.DeleteAt(i);
-    }
-    // A new pattern: the whole network's tree, once compiled, serves the
-    // later runs unless the reduced trees are clearly cheaper.
-    if (reduced && gate.Choice() < 0) {
-        wholeOrder();
-        const bool whole = wholeCost > 0 && static_cast<double>(wholeCost) <= kReducedMargin * static_cast<double>(reducedCost);
-        cache.StoreChoice(cache.patternKey, whole);
     }
     if (probE) *probE = pe;
     return true;

@@ -418,6 +418,18 @@ bool TsJoinTree::Build(int64_t limit) {
     return true;
 }
 
+bool TsJoinTree::Prepare(int64_t limit) {
+    try {
+        return Build(limit);
+    } catch (const std::bad_alloc&) {
+        Cleanup();
+        return false;
+    } catch (const std::length_error&) {
+        Cleanup();
+        return false;
+    }
+}
+
 bool TsJoinTree::AllocatePotentials() {
     if (arena_ && arenaSize_ >= arenaNeeded_) return true;
     if (!FitsInMemory(arenaNeeded_)) return false;

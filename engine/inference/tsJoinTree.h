@@ -43,6 +43,9 @@ public:
     void SetMaxProduct(bool on) { maxProduct_ = on; }
     bool IsMaxProduct() const { return maxProduct_; }
 
+    // Builds the structure only (no storage); false as for UpdateBeliefs.
+    bool Prepare(int64_t limit);
+
     // Triangulates only and gives the elimination order (node positions).
     bool EliminationOrder(int64_t limit, std::vector<int>& order);
 
