@@ -1,5 +1,6 @@
 #include "inference/clustering.h"
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -34,19 +35,64 @@ void KeepTree(VEK_network& net, std::vector<int>& key, std::unique_ptr<TsJoinTre
     if (fresh && fresh->IsBuilt()) net.InferenceCache().StoreTree(std::move(key), std::move(fresh));
 }
 
+// Rough costs of a run, in potential entries: a clique's fixed work (its
+// two walks set up), and the relevance steps' work per node of the whole
+// network (absorbing evidence, pruning, splitting, one small tree each).
+constexpr uint64_t kCliqueCost = 64;
+constexpr uint64_t kNodeCost = 16;
+// The reduced trees replace the whole network's only when they are cheaper
+// by this factor: the estimate is rough, and a wrong choice for the whole
+// tree costs nothing against running without relevance reasoning.
+constexpr double kReducedMargin = 1.25;
+
+uint64_t TreeCost(const TsJoinTree& tree) { return tree.GetTotalSize() + kCliqueCost * tree.GetCliques().size(); }
+
 // Ranks of the whole network's elimination order, as the tree without
-// relevance reasoning would triangulate it; empty when it cannot be made.
-void WholeNetworkRanks(VEK_network& net, int64_t limit, std::vector<int>& ranks) {
+// relevance reasoning would triangulate it, and the cost of that tree;
+// empty and 0 when it cannot be made.
+void WholeNetworkTree(VEK_network& net, int64_t limit, std::vector<int>& ranks, uint64_t& cost) {
     ranks.clear();
+    cost = 0;
     VEK_rNetwork whole(net);
     if (whole.Build(true) < 0 || whole.GetNodeCount() < 2) return;
     TsAdapter adapter(whole);
     TsJoinTree tree(adapter);
     std::vector<int> order;
     if (!tree.EliminationOrder(limit, order)) return;
+    cost = TreeCost(tree);
     ranks.assign(static_cast<size_t>(whole.GetNodeCount()), 0);
     for (size_t k = 0; k < order.size(); ++k) ranks[static_cast<size_t>(whole.GetNode(order[k])->built)] = static_cast<int>(k);
 }
+
+// Looks up, before the relevance steps, whether they pay for this run's
+// evidence pattern: the whole network's structure key, then each node's
+// target and soft-evidence marks (which decide what the steps remove).
+class ChoiceGate final : public VEK_relevanceGate {
+public:
+    explicit ChoiceGate(VEK_inferenceCache& cache) : cache_(cache) {}
+
+    bool KeepWhole(VEK_rNetwork& whole) override {
+        TsAdapter adapter(whole);
+        std::vector<int>& key = cache_.patternKey;
+        adapter.GetStructureKey(adapter.GetDefaultTriangHeuristics(), key);
+        key.push_back(-1);
+        for (int i = 0; i < whole.GetNodeCount(); ++i) {
+            const VEK_rNode* r = whole.GetNode(i);
+            key.push_back((r->target ? 1 : 0) | (r->softEvidence ? 2 : 0));
+        }
+        nodes_ = static_cast<uint64_t>(whole.GetNodeCount());
+        choice_ = cache_.FindChoice(key);
+        return choice_ == 1;
+    }
+    // -1 when the gate was not asked or the pattern is new.
+    int Choice() const { return choice_; }
+    uint64_t Nodes() const { return nodes_; }
+
+private:
+    VEK_inferenceCache& cache_;
+    int choice_ = -1;
+    uint64_t nodes_ = 0;
+};
 
 struct Decomposition {
     VEK_network& net;
@@ -141,8 +187,10 @@ struct Decomposition {
 bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCounter, int* status, double* probE) {
     if (status) *status = VEK_OKAY;
     if (probE) *probE = -1.0;
+    VEK_inferenceCache& cache = net.InferenceCache();
+    ChoiceGate gate(cache);
     VEK_rNetworkContainer container;
-    if (!container.DoRelevance(net, kClusteringMask)) {
+    if (!container.DoRelevance(net, kClusteringMask, &gate)) {
         const int st = container.GetStatus();
         if (status) *status = st == VEK_OUT_OF_MEMORY && !container.TableTooLarge() ? VEK_OKAY : st;
         return false;
@@ -150,19 +198,49 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
     // With a single target there is nothing to decompose into: the tree is
     // built whatever its size.
     const int64_t effective = net.GetTargetCount() == 1 ? -1 : limit;
-    net.InferenceCache().BeginPass();
+    cache.BeginPass();
     double pe = 1.0;
-    std::vector<int> key;
-    // Made at most once a pass, and only when a new reduced tree is large.
+    // Made at most once a pass: when a new reduced tree is large, and for
+    // a new evidence pattern.
     std::vector<int> wholeRanks;
+    uint64_t wholeCost = 0;
     bool wholeTried = false;
     auto wholeOrder = [&]() -> const std::vector<int>* {
         if (!wholeTried) {
             wholeTried = true;
-            WholeNetworkRanks(net, effective, wholeRanks);
+            WholeNetworkTree(net, effective, wholeRanks, wholeCost);
         }
         return wholeRanks.empty() ? nullptr : &wholeRanks;
     };
+    // A new evidence pattern: the reduced trees are compiled first and
+    // weighed against the whole network's tree, which serves this and the
+    // later runs unless the reduced trees are clearly cheaper. Deciding
+    // before any propagation gives the same numbers on every run.
+    if (net.IsRelevanceEnabled() && gate.Choice() < 0 && gate.Nodes() > 0) {
+        uint64_t reducedCost = kNodeCost * gate.Nodes();
+        for (int i = 0; i < container.GetCount(); ++i) {
+            VEK_rNetwork* sub = container.GetAt(i);
+            if (sub->GetNodeCount() == 1) continue;
+            TsAdapter adapter(*sub);
+            adapter.SetWholeOrder(wholeOrder);
+            std::unique_ptr<TsJoinTree> fresh;
+            TsJoinTree* tree = FindOrMakeTree(net, adapter, cache.treeKey, fresh);
+            if (!tree->Prepare(effective)) {
+                reducedCost = UINT64_MAX;
+                break;
+            }
+            reducedCost += TreeCost(*tree);
+            KeepTree(net, cache.treeKey, fresh);
+        }
+        wholeOrder();
+        const bool whole = wholeCost > 0 && static_cast<double>(wholeCost) <= kReducedMargin * static_cast<double>(reducedCost);
+        cache.StoreChoice(cache.patternKey, whole);
+        if (whole && !container.DoRelevance(net, kClusteringMask, &gate)) {
+            if (status) *status = container.GetStatus();
+            return false;
+        }
+    }
+    const bool reduced = net.IsRelevanceEnabled() && gate.Choice() != 1;
     for (int i = 0; i < container.GetCount(); ++i) {
         VEK_rNetwork* sub = container.GetAt(i);
         if (sub->GetNodeCount() == 1) {
@@ -171,13 +249,13 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
             if (pending && h >= 0) pending[h] = false;
         } else {
             TsAdapter adapter(*sub, zeroCounter);
-            if (net.IsRelevanceEnabled()) adapter.SetWholeOrder(wholeOrder);
+            if (reduced) adapter.SetWholeOrder(wholeOrder);
             std::unique_ptr<TsJoinTree> fresh;
-            TsJoinTree* tree = FindOrMakeTree(net, adapter, key, fresh);
+            TsJoinTree* tree = FindOrMakeTree(net, adapter, cache.treeKey, fresh);
             if (!tree->UpdateBeliefs(pending, effective)) return false;
             pe *= tree->GetProbEvidence();
-            net.InferenceCache().lastCliqueEntries += tree->GetTotalSize();
-            KeepTree(net, key, fresh);
+            cache.lastCliqueEntries += tree->GetTotalSize();
+            KeepTree(net, cache.treeKey, fresh);
         }
         container.DeleteAt(i);
     }
@@ -252,7 +330,7 @@ int TsClusteringProbE(VEK_network& net, double& p) {
         const int st = container.GetStatus();
         return st < 0 ? st : VEK_GENERAL_ERROR;
     }
-    std::vector<int> key;
+    std::vector<int>& key = net.InferenceCache().treeKey;
     net.InferenceCache().BeginPass();
     for (int i = 0; i < container.GetCount(); ++i) {
         VEK_rNetwork* sub = container.GetAt(i);

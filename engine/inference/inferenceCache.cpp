@@ -60,7 +60,26 @@ void VEK_inferenceCache::Trim() {
     }
 }
 
-void VEK_inferenceCache::DropTrees() { trees_.clear(); }
+void VEK_inferenceCache::DropTrees() {
+    trees_.clear();
+    choices_.clear();
+}
+
+int VEK_inferenceCache::FindChoice(const std::vector<int>& pattern) const {
+    const uint64_t h = Hash(pattern);
+    for (const Choice& c : choices_)
+        if (c.hash == h && c.pattern == pattern) return c.whole ? 1 : 0;
+    return -1;
+}
+
+void VEK_inferenceCache::StoreChoice(const std::vector<int>& pattern, bool whole) {
+    Choice c;
+    c.pattern = pattern;
+    c.hash = Hash(pattern);
+    c.whole = whole;
+    choices_.push_front(std::move(c));
+    if (static_cast<int>(choices_.size()) > kMaxChoices) choices_.pop_back();
+}
 
 // ---------------------------------------------------------------- holder in the network
 

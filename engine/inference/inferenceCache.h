@@ -45,6 +45,16 @@ public:
     void DropTrees();
     int TreeCount() const { return static_cast<int>(trees_.size()); }
 
+    // Whether relevance reasoning pays for an evidence pattern (the key of
+    // the whole network as built for a run, with its targets and soft
+    // evidence): 1 when the whole network's tree is used instead of the
+    // reduced ones, 0 when not, -1 when not yet decided.
+    int FindChoice(const std::vector<int>& pattern) const;
+    void StoreChoice(const std::vector<int>& pattern, bool whole);
+    // Key buffers reused by every run rather than allocated for each.
+    std::vector<int> patternKey;
+    std::vector<int> treeKey;
+
     // Potentials stored by the join tree after each run (off by default).
     bool WillStorePotentials() const { return storePotentials_; }
     void SetStorePotentials(bool on) { storePotentials_ = on; }
@@ -79,6 +89,8 @@ public:
     // Trees of older passes kept, and trees of the last two passes protected.
     static constexpr int kMaxTrees = 16;
     static constexpr int kMaxPassTrees = 4096;
+    // Decided evidence patterns kept; the oldest goes first.
+    static constexpr int kMaxChoices = 64;
 
 private:
     struct Entry {
@@ -90,7 +102,14 @@ private:
     static uint64_t Hash(const std::vector<int>& key);
     void Trim();
 
+    struct Choice {
+        std::vector<int> pattern;
+        uint64_t hash = 0;
+        bool whole = false;
+    };
+
     std::list<Entry> trees_;  // most recent first
+    std::list<Choice> choices_;  // most recent first
     bool storePotentials_ = false;
     std::vector<VEK_storedPotential> potentials_;
     uint64_t version_ = 0;

@@ -470,7 +470,8 @@ double VEK_rNetwork::Set_Prior_Beliefs(int* zeroCounter) {
 
 // ---------------------------------------------------------------- the split
 
-int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren) {
+int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren,
+                      VEK_relevanceGate* gate) {
     if (barren) *barren = 0;
     const bool noisyChains = (mask & VEK_RSPLIT_NOISY_CHAINS) != 0;
     if (!net.IsRelevanceEnabled()) mask = 0;
@@ -478,6 +479,7 @@ int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*
     VEK_rNetwork full(net);
     int res = full.Build(noisyChains);
     if (res < 0) return res;
+    if (mask != 0 && gate && gate->KeepWhole(full)) mask = 0;
 
     // Without targets every node is one, so nothing is barren or a nuisance.
     const bool prune = (mask & VEK_RSPLIT_PRUNE) && net.GetTargetCount() > 0;
@@ -506,14 +508,14 @@ VEK_rNetworkContainer::~VEK_rNetworkContainer() {
     for (VEK_rNetwork* n : nets_) delete n;
 }
 
-bool VEK_rNetworkContainer::DoRelevance(VEK_network& net, unsigned mask) {
+bool VEK_rNetworkContainer::DoRelevance(VEK_network& net, unsigned mask, VEK_relevanceGate* gate) {
     for (VEK_rNetwork* n : nets_) delete n;
     nets_.clear();
     status_ = VEK_OKAY;
     barren_ = 0;
     tableTooLarge_ = false;
     try {
-        status_ = VEK_relevantSplit(net, mask, nets_, &barren_);
+        status_ = VEK_relevantSplit(net, mask, nets_, &barren_, gate);
     } catch (const std::bad_alloc&) {
         status_ = VEK_OUT_OF_MEMORY;
     } catch (const std::overflow_error&) {

@@ -109,6 +109,16 @@ private:
     int barren_ = 0;
 };
 
+// Asked with the whole network, built and before any relevance step,
+// whether the steps are to be skipped for this run.
+class VEK_relevanceGate {
+public:
+    virtual bool KeepWhole(VEK_rNetwork& whole) = 0;
+
+protected:
+    ~VEK_relevanceGate() = default;
+};
+
 // Owns the sub-networks of one relevance split.
 class VEK_rNetworkContainer {
 public:
@@ -119,7 +129,7 @@ public:
 
     // Runs VEK_relevantSplit; false (with the status kept) when it fails or
     // throws.
-    bool DoRelevance(VEK_network& net, unsigned mask);
+    bool DoRelevance(VEK_network& net, unsigned mask, VEK_relevanceGate* gate = nullptr);
     int GetCount() const { return static_cast<int>(nets_.size()); }
     VEK_rNetwork* GetAt(int i) const { return nets_[i]; }
     // Frees one sub-network (its slot stays, holding null).
@@ -143,8 +153,10 @@ private:
 // Builds the reduced network, applies the relevance steps that the mask and
 // the network's relevance flag allow, and fills out with the sub-networks.
 // Returns 0 or a negative status; barren receives the number of nodes removed
-// as barren.
-int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren = nullptr);
+// as barren. A gate, when given and relevance is enabled, can keep the whole
+// network as one sub-network.
+int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren = nullptr,
+                      VEK_relevanceGate* gate = nullptr);
 
 // Logs -43 "All potential entries are zeros for node ..." for a node.
 int VEK_reportZeroPotential(VEK_network& net, int handle);

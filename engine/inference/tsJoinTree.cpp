@@ -50,6 +50,11 @@ void TsJoinTree::Cleanup() {
 void TsJoinTree::ReleaseArena() {
     arena_.reset();
     arenaSize_ = 0;
+    for (TsClique* c : cliques_) {
+        c->collectWalk.DropMaps();
+        c->distributeWalk.DropMaps();
+    }
+    mapEntries_ = 0;
 }
 
 // ---------------------------------------------------------------- structure
@@ -388,14 +393,11 @@ void TsJoinTree::PlanWalks() {
     }
 
     arenaNeeded_ = 0;
-    int64_t maxChunk = 1;
     int maxOps = 1;
     for (TsClique* c : cliques_) {
         arenaNeeded_ += c->potential.Size() + 2 * c->message.Size();
-        maxChunk = std::max({maxChunk, c->collectWalk.Chunk(), c->distributeWalk.Chunk()});
         maxOps = std::max({maxOps, c->collectWalk.Operands(), c->distributeWalk.Operands()});
     }
-    maps_.assign(static_cast<size_t>(maxChunk) * static_cast<size_t>(maxOps), 0);
     pointers_.assign(static_cast<size_t>(maxOps), nullptr);
     mapOf_.assign(static_cast<size_t>(maxOps), nullptr);
     offsets_.assign(static_cast<size_t>(maxOps), 0);
@@ -416,6 +418,18 @@ bool TsJoinTree::Build(int64_t limit) {
     return true;
 }
 
+bool TsJoinTree::Prepare(int64_t limit) {
+    try {
+        return Build(limit);
+    } catch (const std::bad_alloc&) {
+        Cleanup();
+        return false;
+    } catch (const std::length_error&) {
+        Cleanup();
+        return false;
+    }
+}
+
 bool TsJoinTree::AllocatePotentials() {
     if (arena_ && arenaSize_ >= arenaNeeded_) return true;
     if (!FitsInMemory(arenaNeeded_)) return false;
@@ -430,6 +444,15 @@ bool TsJoinTree::AllocatePotentials() {
         p += c->message.Size();
         c->fresh = p;
         p += c->message.Size();
+    }
+    // The walks' maps live as long as the potentials: made here once
+    // instead of on every pass, they are a small fraction of the storage
+    // (at most one entry per entry of a chunk and operand).
+    mapEntries_ = 0;
+    for (TsClique* c : cliques_) {
+        c->collectWalk.KeepMaps();
+        c->distributeWalk.KeepMaps();
+        mapEntries_ += c->collectWalk.MapEntries() + c->distributeWalk.MapEntries();
     }
     return true;
 }
@@ -496,12 +519,7 @@ void TsJoinTree::RunPass(TsClique* c, bool collect) {
         pointers_[static_cast<size_t>(k)] = ptr;
         offsets_[static_cast<size_t>(k)] = base;
         active_[static_cast<size_t>(k)] = on ? 1 : 0;
-        if (walk.GetKind(k) >= TsMultiOdometer::BlockScalar && on) {
-            const int64_t* kept = walk.KeptMap(k);
-            int64_t* made = maps_.data() + static_cast<size_t>(k) * static_cast<size_t>(chunk);
-            if (!kept) walk.MakeMap(k, made);
-            mapOf_[static_cast<size_t>(k)] = kept ? kept : made;
-        }
+        mapOf_[static_cast<size_t>(k)] = walk.KeptMap(k);
     }
     if (!collect && inputs == 0 && !anyOutput) return;
 

@@ -43,6 +43,9 @@ public:
     void SetMaxProduct(bool on) { maxProduct_ = on; }
     bool IsMaxProduct() const { return maxProduct_; }
 
+    // Builds the structure only (no storage); false as for UpdateBeliefs.
+    bool Prepare(int64_t limit);
+
     // Triangulates only and gives the elimination order (node positions).
     bool EliminationOrder(int64_t limit, std::vector<int>& order);
 
@@ -50,7 +53,8 @@ public:
     uint64_t GetTotalSize() const { return totalSize_; }
     // Probability of evidence found by the last collect pass.
     double GetProbEvidence() const { return probE_; }
-    int64_t ArenaSize() const { return arenaSize_; }
+    // Storage of the potentials and the walks' maps, in 8-byte entries.
+    int64_t ArenaSize() const { return arenaSize_ + mapEntries_; }
     void ReleaseArena();
     // Cliques in sorted order (after the tree is built).
     const std::vector<TsClique*>& GetCliques() const { return cliques_; }
@@ -119,9 +123,9 @@ protected:
     // where each clique's entries start.
     std::vector<int64_t> hostBase_;
     std::vector<int> hostFirst_;
+    int64_t mapEntries_ = 0;
     // Working space of RunPass.
-    std::vector<int64_t> maps_;
-    std::vector<const int64_t*> mapOf_;  // per operand: kept or made in maps_
+    std::vector<const int64_t*> mapOf_;  // per operand: its kept map
     std::vector<double*> pointers_;
     std::vector<int64_t> offsets_;
     std::vector<unsigned char> active_;

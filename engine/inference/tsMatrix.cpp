@@ -305,6 +305,13 @@ void TsMultiOdometer::MakeMap(int k, int64_t* map) const {
     }
 }
 
+int64_t TsMultiOdometer::MapEntries() const {
+    int64_t total = 0;
+    for (int k = 0; k < operands_; ++k)
+        if (GetKind(k) >= BlockScalar) total += chunk_ / block_[static_cast<size_t>(k)];
+    return total;
+}
+
 void TsMultiOdometer::KeepMaps() {
     if (!keptAt_.empty()) return;
     std::vector<size_t> at(static_cast<size_t>(operands_), 0);

@@ -155,9 +155,15 @@ public:
     int64_t Block(int k) const { return block_[static_cast<size_t>(k)]; }
     // Offsets of operand k at the start of each of the chunk's blocks.
     void MakeMap(int k, int64_t* map) const;
-    // Makes every operand's map once and keeps it, for a walk run so often
-    // that remaking its maps would cost more than the memory.
+    // Makes every operand's map once and keeps it (nothing when kept).
     void KeepMaps();
+    // Frees the kept maps.
+    void DropMaps() {
+        std::vector<int64_t>().swap(kept_);
+        std::vector<size_t>().swap(keptAt_);
+    }
+    // Entries of the maps KeepMaps makes (whether kept or not).
+    int64_t MapEntries() const;
     // The kept map of operand k, null when none is kept.
     const int64_t* KeptMap(int k) const {
         return keptAt_.empty() ? nullptr : kept_.data() + keptAt_[static_cast<size_t>(k)];

@@ -304,15 +304,21 @@ TEST(EssJoinTree, FamilyPosteriorsMatchEnumeration) {
 }
 
 // A split into more sub-networks than the cache keeps from older updates
-// still finds every tree it compiled when the update is repeated.
+// still finds every tree it compiled when the update is repeated. Chains
+// x -> y -> z with y observed and z wide split into pairs {x, y} far smaller
+// than the whole network's tree, so the split is kept.
 TEST(InferenceCache, KeepsTheTreesOfEverySubNetworkOfASplit) {
     VEK_network net;
     constexpr int kPairs = 3 * VEK_inferenceCache::kMaxTrees / 2;
     for (int i = 0; i < kPairs; ++i) {
-        const int a = AddNode(net, Name("A", i), 2);
-        const int b = AddNode(net, Name("B", i), 2);
-        ASSERT_EQ(net.AddArc(a, b), 0);
-        ASSERT_EQ(SetTable(net, b, {0.9, 0.1, 0.2, 0.8}), 0);
+        const int x = AddNode(net, Name("X", i), 2);
+        const int y = AddNode(net, Name("Y", i), 2);
+        const int z = AddNode(net, Name("Z", i), 64);
+        ASSERT_EQ(net.AddArc(x, y), 0);
+        ASSERT_EQ(net.AddArc(y, z), 0);
+        ASSERT_EQ(SetTable(net, y, {0.9, 0.1, 0.2, 0.8}), 0);
+        ASSERT_EQ(SetTable(net, z, std::vector<double>(128, 1.0 / 64)), 0);
+        ASSERT_EQ(net.GetVal(y)->SetEvidence(1), 0);
     }
     for (int round = 0; round < 2; ++round) {
         net.InvalidateAllBeliefs();
