@@ -47,18 +47,15 @@ void VEK_emRecords::Group() {
     cases.clear();
     weights.clear();
     firstRecord.clear();
-    std::vector<uint64_t>& hash = hash_;
-    hash.assign(n, 1469598103934665603ULL);
+    std::vector<uint64_t> hash(n, 1469598103934665603ULL);
     for (size_t k = 0; k < m; ++k) {
         const int* col = Column(k);
         for (size_t r = 0; r < n; ++r) hash[r] = (hash[r] ^ static_cast<uint32_t>(col[r] + 1)) * 1099511628211ULL;
     }
     size_t capacity = 16;
     while (capacity < 2 * n) capacity *= 2;
-    std::vector<int>& slots = slots_;
-    slots.assign(capacity, -1);
-    std::vector<uint64_t>& groupHash = groupHash_;
-    groupHash.clear();
+    std::vector<int> slots(capacity, -1);
+    std::vector<uint64_t> groupHash;
     for (size_t r = 0; r < n; ++r) {
         for (size_t at = Mix(hash[r]) & (capacity - 1);; at = (at + 1) & (capacity - 1)) {
             const int g = slots[at];
@@ -313,7 +310,7 @@ int VEK_emStatistics::EStep(const VEK_dataset& data, const std::vector<VEK_datas
     }
     int res = VEK_emCheckColumns(work, data, matching);
     if (res != VEK_OKAY) return res;
-    VEK_emRecords& records = records_;
+    VEK_emRecords records;
     res = records.Read(data, work, matching);
     if (res != VEK_OKAY) return res;
     records.Group();

@@ -8,7 +8,6 @@
 // the very tables one EM iteration gives.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -43,13 +42,6 @@ struct VEK_emRecords {
     std::vector<int> cases;      // the distinct records, one after the other
     std::vector<double> weights;
     std::vector<int> firstRecord;
-
-private:
-    // Grouping's scratch, kept so that repeated passes reuse their memory
-    // instead of faulting fresh pages in on every call.
-    std::vector<uint64_t> hash_;
-    std::vector<int> slots_;
-    std::vector<uint64_t> groupHash_;
 };
 
 // Only tables can be learnt; other chance nodes must be fixed (by handle).
@@ -128,5 +120,4 @@ private:
     size_t size_ = 0;
     std::vector<VEK_Dmatrix> priors_;
     std::vector<std::unique_ptr<Compiled>> compiled_;
-    VEK_emRecords records_;  // reused by every E-step
 };
