@@ -6,6 +6,7 @@
 
 #include "equations/exprParser.h"
 #include "inference/randGen.h"
+#include "network/incompleteGamma.h"
 #include "network/status.h"
 
 namespace {
@@ -346,36 +347,6 @@ namespace {
 
 constexpr double kTiny = 1e-300;
 
-// Regularized lower incomplete gamma function P(a, x): its series below
-// a + 1, the continued fraction of the complement above.
-double GammaP(double a, double x) {
-    if (x <= 0.0) return 0.0;
-    const double front = std::exp(-x + a * std::log(x) - std::lgamma(a));
-    if (x < a + 1.0) {
-        double ap = a, del = 1.0 / a, sum = del;
-        for (int n = 0; n < 10000 && std::fabs(del) > std::fabs(sum) * 1e-16; ++n) {
-            ap += 1.0;
-            del *= x / ap;
-            sum += del;
-        }
-        return std::min(1.0, sum * front);
-    }
-    double b = x + 1.0 - a, c = 1.0 / kTiny, d = 1.0 / b, h = d;
-    for (int i = 1; i < 10000; ++i) {
-        const double an = -i * (i - a);
-        b += 2.0;
-        d = an * d + b;
-        if (std::fabs(d) < kTiny) d = kTiny;
-        c = b + an / c;
-        if (std::fabs(c) < kTiny) c = kTiny;
-        d = 1.0 / d;
-        const double del = d * c;
-        h *= del;
-        if (std::fabs(del - 1.0) < 1e-16) break;
-    }
-    return std::max(0.0, 1.0 - front * h);
-}
-
 // Continued fraction of the regularized incomplete beta function (modified
 // Lentz).
 double BetaFraction(double a, double b, double x) {
@@ -493,7 +464,7 @@ bool VEK_libCdf(int id, const double* a, int, double x, double& f) {
             return true;
         case Gamma:
             if (!(a[0] > 0.0 && a[1] > 0.0)) return false;
-            f = GammaP(a[0], x / a[1]);
+            f = VEK_gammaP(a[0], x / a[1]);
             return true;
         case Exponential:
             if (!(a[0] > 0.0)) return false;

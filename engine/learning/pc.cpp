@@ -8,40 +8,10 @@
 
 #include "learning/familyCounts.h"
 #include "learning/pattern.h"
+#include "network/incompleteGamma.h"
 #include "network/status.h"
 
 namespace {
-
-// Regularized upper incomplete gamma Q(a, x): series below a + 1,
-// continued fraction above.
-double GammaQ(double a, double x) {
-    if (x <= 0.0) return 1.0;
-    const double lead = a * std::log(x) - x - std::lgamma(a);
-    if (x < a + 1.0) {
-        double term = 1.0 / a, sum = term;
-        for (int n = 1; n < 1000; ++n) {
-            term *= x / (a + n);
-            sum += term;
-            if (std::fabs(term) < std::fabs(sum) * 1e-15) break;
-        }
-        return 1.0 - sum * std::exp(lead);
-    }
-    const double tiny = 1e-300;
-    double b = x + 1.0 - a, c = 1.0 / tiny, d = 1.0 / b, h = d;
-    for (int i = 1; i < 1000; ++i) {
-        const double an = -i * (i - a);
-        b += 2.0;
-        d = an * d + b;
-        if (std::fabs(d) < tiny) d = tiny;
-        c = b + an / c;
-        if (std::fabs(c) < tiny) c = tiny;
-        d = 1.0 / d;
-        const double delta = d * c;
-        h *= delta;
-        if (std::fabs(delta - 1.0) < 1e-15) break;
-    }
-    return std::exp(lead) * h;
-}
 
 class Tester {
 public:
@@ -275,7 +245,7 @@ void VEK_pc::Orient(const std::vector<char>& adj, const std::map<std::pair<int, 
     p.ApplyMeekRules();
 }
 
-double VEK_pc::ChiSquareTail(double x, double df) { return GammaQ(0.5 * df, 0.5 * x); }
+double VEK_pc::ChiSquareTail(double x, double df) { return VEK_gammaQ(0.5 * df, 0.5 * x); }
 
 int VEK_pc::CheckSettings(std::string* errorMessage) const {
     std::string text;
