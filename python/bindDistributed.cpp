@@ -25,13 +25,50 @@ constexpr const char* kEStep = "EMHelper.EStep";
 constexpr const char* kCombine = "EMHelper.Combine";
 constexpr const char* kMStep = "EMHelper.MStep";
 
+// E-steps run without the GIL, so that the threads of a Dask worker or of
+// the local scheduler count partitions side by side. Each runs in a lane of
+// its own (a copy of the working network with its compiled trees); stats
+// keeps the tables every lane is brought up to. The pool is only touched
+// with the GIL held.
+struct Lane {
+    VEK_emStatistics stats;
+    unsigned long long version = 0;
+};
+
 class PyEMHelper : public PyWrapper {
 public:
     VEK_emStatistics stats;
     VEK_randGen gen;
     std::vector<std::string> fixedIds;
     int seed = 0;
+    unsigned long long version = 1;  // of the tables in stats
+    std::vector<std::unique_ptr<Lane>> idle;
+
+    void TablesChanged() { ++version; }
 };
+
+// A lane with the current tables: an idle one, or a new copy of stats.
+std::unique_ptr<Lane> TakeLane(PyEMHelper& self) {
+    std::unique_ptr<Lane> lane;
+    if (!self.idle.empty()) {
+        lane = std::move(self.idle.back());
+        self.idle.pop_back();
+    } else {
+        lane = std::make_unique<Lane>();
+        const VEK_network& work = self.stats.Work();
+        const int res = lane->stats.Init(work, IdsToHandles(work, self.fixedIds), self.stats.GetEquivalentSampleSize(),
+                                         self.stats.GetRelevance());
+        if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, kEStep, lane->stats.Work().Logger());
+    }
+    if (lane->version != self.version) {
+        std::vector<double> tables;
+        self.stats.GetTables(tables, false);
+        // Same network, same sizes: this cannot fail.
+        (void)lane->stats.SetTables(tables, false);
+        lane->version = self.version;
+    }
+    return lane;
+}
 
 void Init(PyEMHelper& helper, const VEK_network& net, const std::vector<int>& fixed, float ess, bool relevance,
           const char* function) {
@@ -141,13 +178,25 @@ py::dict WrpEStep(PyEMHelper& self, const py::object& partition) {
     if (data->data.GetNumberOfRecords() == 0) {
         ThrowQuarnExceptionWithMessage(VEK_NO_ITEM, kEStep, "The partition holds no records");
     }
-    VEK_network& work = self.stats.Work();
-    const std::vector<VEK_datasetMatch> matching = MatchById(work, data->data);
-    ClearLog(work.Logger());
+    const std::vector<VEK_datasetMatch> matching = MatchById(self.stats.Work(), data->data);
+    std::unique_ptr<Lane> lane = TakeLane(self);
+    VEK_logger& log = lane->stats.Work().Logger();
+    ClearLog(log);
+    VEK_emRecords records;
+    int res = lane->stats.ReadRecords(data->data, matching, records);
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, kEStep, log);
+    std::vector<int> matched;
+    for (const VEK_datasetMatch& m : matching) matched.push_back(m.node);
     std::vector<double> counts;
     double ll = 0.0;
-    const int res = self.stats.EStep(data->data, matching, counts, ll);
-    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, kEStep, work.Logger());
+    {
+        py::gil_scoped_release released;
+        records.Group();
+        res = lane->stats.EStep(records, matched, counts, ll);
+    }
+    // A lane whose pass failed is dropped rather than trusted again.
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, kEStep, log);
+    self.idle.push_back(std::move(lane));
     return MakeStatistics(self, counts, ll, data->data.GetNumberOfRecords());
 }
 
@@ -166,6 +215,7 @@ double WrpMStep(PyEMHelper& self, const py::object& total) {
         }
     }
     self.stats.MStep(s.counts);
+    self.TablesChanged();
     return s.ll;
 }
 
@@ -260,11 +310,17 @@ void RegisterEMHelper(py::module_& learning) {
         py::arg("seed"), "Seeds the generator of random start tables");
     cls.def(
         "randomize",
-        [](PyEMHelper& self) { self.stats.Restart(VEK_emStatistics::Start::kRandom, self.gen); },
+        [](PyEMHelper& self) {
+            self.stats.Restart(VEK_emStatistics::Start::kRandom, self.gen);
+            self.TablesChanged();
+        },
         "Starts the learnt nodes from random tables, which become their priors");
     cls.def(
         "uniformize",
-        [](PyEMHelper& self) { self.stats.Restart(VEK_emStatistics::Start::kUniform, self.gen); },
+        [](PyEMHelper& self) {
+            self.stats.Restart(VEK_emStatistics::Start::kUniform, self.gen);
+            self.TablesChanged();
+        },
         "Starts the learnt nodes from uniform tables, which become their priors");
     cls.def("__copy__", [](const PyEMHelper& self) { return SetState(GetState(self)); });
     cls.def("__deepcopy__", [](const PyEMHelper& self, py::dict) { return SetState(GetState(self)); },

@@ -2,17 +2,6 @@
 
 #include <algorithm>
 
-int64_t TsCoords::Size() const {
-    constexpr int64_t kMax = int64_t(1) << 62;
-    int64_t n = 1;
-    for (int i = 0; i < sizes.size(); ++i) {
-        if (sizes[i] <= 0) return 0;
-        if (n > kMax / sizes[i]) return 0;
-        n *= sizes[i];
-    }
-    return n;
-}
-
 void TsOdometer::Build(const int* sizes, const int64_t* strides, int dims, int64_t smallBase) {
     int64_t bs[TS_MAX_DIMS + 2];
     int64_t bt[TS_MAX_DIMS + 2];

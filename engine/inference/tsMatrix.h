@@ -104,8 +104,16 @@ struct TsCoords {
         sizes.clear();
     }
     // Number of entries; an empty list stands for one entry. 0 on overflow
-    // of 2^62.
-    int64_t Size() const;
+    // of 2^62. Inline and without division: the passes ask for it per
+    // operand.
+    int64_t Size() const {
+        constexpr int64_t kMax = int64_t(1) << 62;
+        int64_t n = 1;
+        for (int i = 0; i < sizes.size(); ++i) {
+            if (sizes[i] <= 0 || __builtin_mul_overflow(n, int64_t(sizes[i]), &n) || n > kMax) return 0;
+        }
+        return n;
+    }
     // Position of a node, -1 when absent.
     int Find(int node) const { return nodes.find(node); }
 };

@@ -302,25 +302,36 @@ void VEK_emStatistics::Restart(Start start, VEK_randGen& gen) {
     }
 }
 
-int VEK_emStatistics::EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,
-                            std::vector<double>& counts, double& ll) {
+int VEK_emStatistics::ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,
+                                  VEK_emRecords& records) {
     VEK_network& work = *work_;
     if (matching.empty()) {
         return work.Logger().LogError(VEK_NO_ITEM, "EM: no matching between node and data were specified");
     }
-    int res = VEK_emCheckColumns(work, data, matching);
+    const int res = VEK_emCheckColumns(work, data, matching);
     if (res != VEK_OKAY) return res;
+    return records.Read(data, work, matching);
+}
+
+int VEK_emStatistics::EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,
+                            std::vector<double>& counts, double& ll) {
     VEK_emRecords records;
-    res = records.Read(data, work, matching);
+    const int res = ReadRecords(data, matching, records);
     if (res != VEK_OKAY) return res;
     records.Group();
-
     std::vector<int> matched;
     for (const VEK_datasetMatch& m : matching) matched.push_back(m.node);
+    return EStep(records, matched, counts, ll);
+}
+
+int VEK_emStatistics::EStep(const VEK_emRecords& records, const std::vector<int>& matched,
+                            std::vector<double>& counts, double& ll) {
+    VEK_network& work = *work_;
     Compiled* compiled = nullptr;
     for (auto& c : compiled_) {
         if (c->matched == matched && c->complete == records.complete) compiled = c.get();
     }
+    int res = VEK_OKAY;
     if (compiled == nullptr) {
         auto fresh = std::make_unique<Compiled>();
         fresh->matched = matched;

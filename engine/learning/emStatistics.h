@@ -93,6 +93,11 @@ public:
     // logged to the working copy.
     int EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, std::vector<double>& counts,
               double& ll);
+    // The same in two steps: the matched columns read into records (the
+    // only step that touches the data set), then, once they are grouped,
+    // the pass, whose columns follow matched (node handles).
+    int ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, VEK_emRecords& records);
+    int EStep(const VEK_emRecords& records, const std::vector<int>& matched, std::vector<double>& counts, double& ll);
     // Turns a total of counts into the current tables; total is consumed.
     void MStep(std::vector<double>& total);
 

@@ -4,6 +4,7 @@ import math
 import os
 import pickle
 import signal
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
@@ -103,6 +104,13 @@ def test_helper_steps_equal_one_em_run(data):
     for a, b in zip(parts["counts"], whole["counts"]):
         np.testing.assert_allclose(a, b, rtol=1e-12)
     assert sum(c.sum() for c in whole["counts"]) == pytest.approx(2000 * len(helper.get_learnt_nodes()))
+    # Threads count side by side without the GIL, each in its own lane.
+    halves = [data[:700], data[700:]] * 3
+    with ThreadPoolExecutor(3) as pool:
+        together = list(pool.map(helper.e_step, halves))
+    for a, b in zip(together, map(helper.e_step, halves)):
+        assert a["log_likelihood"] == b["log_likelihood"]
+        assert all(np.array_equal(x, y) for x, y in zip(a["counts"], b["counts"]))
 
 
 def test_randomized_restarts_and_fixed_nodes_follow_em(data):
