@@ -252,18 +252,13 @@ def _with_case(net):
     net.set_evidence("B", 0)
 
 
-@pytest.mark.parametrize("method, extra", _CASE_CALLS)
-@pytest.mark.parametrize("bad", [1, -1, 2**31 - 1])
-def test_bad_case_indices(net, method, extra, bad):
+@pytest.mark.parametrize("method, extra, bad", [
+    (m, e, b) for m, e in _CASE_CALLS + [(m, ()) for m in _BY_NAME_ONLY] for b in (1, -1, 2**31 - 1, "Nope", "", "c\0", "A")
+    if isinstance(b, str) or m not in _BY_NAME_ONLY])
+def test_unknown_cases(net, method, extra, bad):
     _with_case(net)
-    assert_refused(net, -3, getattr(net, method), bad, *extra, text=f"QUARN Error Occured. Invalid case index: {bad}")
-
-
-@pytest.mark.parametrize("method, extra", _CASE_CALLS + [(m, ()) for m in _BY_NAME_ONLY])
-@pytest.mark.parametrize("bad", ["Nope", "", "c\0", "A"])
-def test_unknown_case_names(net, method, extra, bad):
-    _with_case(net)
-    assert_refused(net, -3, getattr(net, method), bad, *extra, text="QUARN Error Occured. Invalid case index: -2")
+    index = bad if isinstance(bad, int) else -2
+    assert_refused(net, -3, getattr(net, method), bad, *extra, text=f"QUARN Error Occured. Invalid case index: {index}")
 
 
 @pytest.mark.parametrize("method, extra", [

@@ -2,7 +2,7 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors
-from describe_util import assert_refused, describe
+from describe_util import assert_refused, bad_node_test, describe
 
 NA = 8.900295434028806e-308  # the engine's "not available" cost
 DOC = pyquarn.DocItemInfo
@@ -206,18 +206,9 @@ _NODE_CALLS = [
 ]
 
 
-@pytest.mark.parametrize("method, extra", _NODE_CALLS)
-@pytest.mark.parametrize("bad", [7, -1, 0x8000, "Nope", "Main"])
-def test_bad_nodes(net, method, extra, bad):
-    handle = bad if isinstance(bad, int) else -2
-    assert_refused(net, -3, getattr(net, method), bad, *extra,
-                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
-
-
-@pytest.mark.parametrize("method", ["get_node_question", "get_default_outcome_id", "get_cost_parent_ids",
-                                    "get_cost_child_ids"])
-def test_bad_node_ids(net, method):
-    assert_refused(net, -3, getattr(net, method), "Nope", text="QUARN Error Occured. Invalid node handle: -2")
+test_bad_nodes = bad_node_test(_NODE_CALLS)
+test_bad_node_ids = bad_node_test([(m, ()) for m in ("get_node_question", "get_default_outcome_id",
+                                                     "get_cost_parent_ids", "get_cost_child_ids")], bads=("Nope",))
 
 
 @pytest.mark.parametrize("pair", [(0, 9), (9, 0), (0, -3), ("A", "Nope"), ("Nope", "A")])

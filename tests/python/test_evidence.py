@@ -220,16 +220,6 @@ def test_control_is_refused_when_a_descendant_has_evidence(small):
 # ---- node values and updating ------------------------------------------------------------------
 
 
-def test_a_failed_update_is_reported_with_its_log(net):
-    build_impossible(net)
-    before = describe(net)
-    with pytest.raises(QUARNException) as info:
-        net.update_beliefs()
-    assert str(info.value).startswith("QUARN Error %d in function Network.UpdateBeliefs" % info.value.error_code)
-    assert info.value.error_code < 0
-    assert describe(net) == before
-
-
 def test_probability_of_impossible_evidence_is_refused(net):
     build_impossible(net)
     before = describe(net)

@@ -9,9 +9,9 @@ import textwrap
 import pytest
 
 import pyquarn
-from pyquarn import NodeType, QUARNException
+from pyquarn import QUARNException
 
-from conftest import OCCURED, build_impossible, describe, quarn_error, refusal_test, type_errors
+from conftest import build_impossible, describe, quarn_error, refusal_test, type_errors
 
 ENUMS = {
     "NodeType": [
@@ -174,12 +174,6 @@ def test_error_code_lives_on_the_class(net):
     assert first.value.error_code == -2
 
 
-def test_unknown_node_id_reports_the_lookup_status(net):
-    net.add_node(NodeType.CPT, "A")
-    with quarn_error(-3, OCCURED + "Invalid node handle: -2"):
-        net.get_node("B")
-
-
 def test_redirect_log_refuses_other_descriptors(net):
     text = "QUARN Error -2 in function Network.RedirectLog. Invalid file descriptor, only 1 (stdout) or 2 (stderr) are valid"
     for fd in (0, 3, -1):
@@ -203,12 +197,15 @@ def test_redirect_log_to_an_unwritable_path(net, tmp_path):
         net.redirect_log(str(tmp_path / "missing" / "log.txt"))
 
 
-def test_update_failure_appends_the_logged_messages(net):
+def test_update_failure_appends_the_logged_messages_and_changes_nothing(net):
     build_impossible(net)
+    before = describe(net)
     with pytest.raises(QUARNException) as info:
         net.update_beliefs()
     text = str(info.value)
+    assert info.value.error_code < 0
     assert text.startswith("QUARN Error %d in function Network.UpdateBeliefs. \n" % info.value.error_code)
+    assert describe(net) == before
     # Only the messages of this call: the logger is cleared first.
     with pytest.raises(QUARNException) as again:
         net.update_beliefs()

@@ -2,7 +2,7 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import assert_refused, describe
+from describe_util import assert_refused, bad_node_test, describe
 
 
 @pytest.fixture
@@ -94,14 +94,9 @@ _NODE_CALLS = [
 ]
 
 
-@pytest.mark.parametrize("method, extra", _NODE_CALLS)
-@pytest.mark.parametrize("bad", [2, -1, 0x8000, "Nope", "Main", ""])
-def test_bad_nodes(net, method, extra, bad):
-    net.delete_node(0)  # handle 0 is free now
-    handle = bad if isinstance(bad, int) else -2
-    assert_refused(net, -3, getattr(net, method), bad, *extra,
-                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
-    assert_refused(net, -3, getattr(net, method), 0, *extra)
+# Handle 0 is free: its node was deleted.
+test_bad_nodes = bad_node_test(_NODE_CALLS, bads=(0, 2, -1, 0x8000, "Nope", "Main", ""),
+                               prepare=lambda net: net.delete_node(0))
 
 
 test_wrong_argument_types = refusal_test(type_errors([

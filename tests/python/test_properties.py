@@ -2,7 +2,7 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import assert_refused, describe
+from describe_util import assert_refused, bad_node_test, describe
 
 UP = pyquarn.UserProperty
 DOC = pyquarn.DocItemInfo
@@ -79,15 +79,10 @@ def test_documentation_with_nul_is_refused(net):
     assert_refused(net, -4, net.set_node_documentation, "A", [DOC("t", "p\0")])
 
 
-@pytest.mark.parametrize("method, extra", [
+test_bad_nodes = bad_node_test([
     ("get_node_user_properties", ()), ("set_node_user_properties", ([UP("a", "1")],)),
     ("get_node_documentation", ()), ("set_node_documentation", ([DOC("t", "p")],)),
 ])
-@pytest.mark.parametrize("bad", [2, -1, 0x8000, "Nope", "Main"])
-def test_bad_nodes(net, method, extra, bad):
-    handle = bad if isinstance(bad, int) else -2
-    assert_refused(net, -3, getattr(net, method), bad, *extra,
-                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
 
 
 test_wrong_argument_types = refusal_test(type_errors([
