@@ -53,30 +53,24 @@ OUTCOME_METHODS = [
     ("delete_outcome", ("B", 1), ()),
     ("get_outcome_id", ("B",), ()),
     ("set_outcome_id", ("B", 1), ("z9",)),
+    ("set_evidence", ("B", 1), ()),
+    ("set_controlled_value", ("B", 1), ()),
 ]
+# An index appears in the text as the one character whose code it is.
+BAD_OUTCOMES = ([(i, -2, "Invalid outcome index %s for node 'B', valid indices are 0..2" % shown)
+                 for i, shown in [(3, "\x03"), (65, "A"), (300, "\u012c"), (-1, "\ufffd")]]
+                + [(o, -4, "Invalid outcome identifier '%s' for node 'B'" % o)
+                   for o in ["zz", "B0", "", "b0 ", "b0\x00x", "b9"]])
 
 
-@pytest.mark.parametrize("method, forms, extra", OUTCOME_METHODS)
-@pytest.mark.parametrize("index, shown", [(3, "\x03"), (65, "A"), (300, "\u012c"), (-1, "\ufffd")])
-def test_outcome_index_out_of_range(small, method, forms, extra, index, shown):
+@pytest.mark.parametrize("method, forms, extra, outcome, code, text", [
+    m + o for m in OUTCOME_METHODS for o in BAD_OUTCOMES if m[0] != "get_outcome_id" or o[1] == -2])
+def test_bad_outcomes_are_refused(small, method, forms, extra, outcome, code, text):
     net, h = small
     before = describe(net)
     for node in (h["B"] if f == 1 else f for f in forms):
-        # The index appears as the one character whose code it is.
-        text = OCCURED + "Invalid outcome index %s for node 'B', valid indices are 0..2" % shown
-        with quarn_error(-2, text):
-            getattr(net, method)(node, index, *extra)
-    assert describe(net) == before
-
-
-@pytest.mark.parametrize("method, forms, extra", [m for m in OUTCOME_METHODS if m[0] != "get_outcome_id"])
-@pytest.mark.parametrize("outcome_id", ["zz", "B0", "", "b0 ", "b0\x00x"])
-def test_unknown_outcome_id(small, method, forms, extra, outcome_id):
-    net, h = small
-    before = describe(net)
-    for node in (h["B"] if f == 1 else f for f in forms):
-        with quarn_error(-4, OCCURED + "Invalid outcome identifier '%s' for node 'B'" % outcome_id):
-            getattr(net, method)(node, outcome_id, *extra)
+        with quarn_error(code, OCCURED + text):
+            getattr(net, method)(node, outcome, *extra)
     assert describe(net) == before
 
 
