@@ -31,6 +31,14 @@ inline std::string SharedDir() {
     return env && *env ? env : QUARN_SHARED_DIR;
 }
 
+// The whole content of a file.
+inline std::string FileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
 // A file in the temporary directory, removed with the object.
 class TempFile {
 public:
@@ -52,12 +60,7 @@ public:
         std::ofstream f(path_, std::ios::binary);
         f << text;
     }
-    std::string Read() const {
-        std::ifstream f(path_, std::ios::binary);
-        std::stringstream s;
-        s << f.rdbuf();
-        return s.str();
-    }
+    std::string Read() const { return FileText(path_); }
 
 private:
     std::string path_;
@@ -426,14 +429,6 @@ inline void ExpectCutAndGarbledFailCleanly(const Reader& read, const std::string
     }
 }
 
-// The whole content of a file.
-inline std::string FileText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 // Replaces every "\n" by "\r\n" and puts a byte order mark in front.
 inline std::string WithCrlfAndBom(const std::string& text) {
     std::string out = "\xEF\xBB\xBF";
@@ -442,6 +437,17 @@ inline std::string WithCrlfAndBom(const std::string& text) {
         out += ch;
     }
     return out;
+}
+
+// text, and text with CRLF line ends and a byte order mark, read as a file
+// with the extension: both read and pass check.
+inline void ExpectReadsWithEitherLineEnds(const std::string& text, const char* extension,
+                                          const std::function<void(const VEK_network&)>& check) {
+    for (const std::string& variant : {text, WithCrlfAndBom(text)}) {
+        VEK_network net;
+        ASSERT_EQ(ReadText(net, variant, extension), 0) << LastMessage(net);
+        check(net);
+    }
 }
 
 

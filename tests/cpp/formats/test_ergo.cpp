@@ -55,13 +55,7 @@ void CheckErgoNetwork(const VEK_network& net) {
 
 }  // namespace
 
-TEST(ErgoFormat, HandWrittenFileLoadsInEveryLexicalVariant) {
-    for (const std::string& text : {std::string(kErgo), WithCrlfAndBom(kErgo)}) {
-        VEK_network net;
-        ASSERT_EQ(ReadText(net, text, ".erg"), 0) << LastMessage(net);
-        CheckErgoNetwork(net);
-    }
-}
+TEST(ErgoFormat, HandWrittenFileLoadsInEveryLexicalVariant) { ExpectReadsWithEitherLineEnds(kErgo, ".erg", CheckErgoNetwork); }
 
 TEST(ErgoFormat, FaultsAreReportedWherTheyAreAndChangeNothing) {
     ExpectFaults(FileReader(".erg"), {

@@ -153,15 +153,20 @@ TEST(ForeignFormats, WritersRefuseWhatTheFormatCannotHold) {
     }
 }
 
-TEST(ForeignFormats, MissingFilesAreRefused) {
-    for (const char* ext : {"bif", "net", "erg"}) {
+// A file that cannot be opened fails the read (naming it) or the write, and
+// the network stays as it was.
+TEST(ForeignFormats, FilesThatCannotBeOpenedAreRefused) {
+    for (auto [ext, code] : {std::pair{"bif", VEK_FILE_READ_ERROR}, {"net", VEK_FILE_READ_ERROR},
+                             {"vek", VEK_FILE_READ_ERROR}, {"erg", VEK_FILE_IO_FAILED}, {"dne", VEK_FILE_IO_FAILED},
+                             {"dsc", VEK_FILE_IO_FAILED}, {"dxp", VEK_FILE_IO_FAILED}}) {
         const std::string path = std::string("/no/such/dir/x.") + ext;
         VEK_network net;
         MakeSentinel(net);
-        EXPECT_EQ(net.ReadFile(path.c_str()), ext[0] == 'e' ? VEK_FILE_IO_FAILED : VEK_FILE_READ_ERROR);
-        if (ext[0] != 'e') {
+        EXPECT_EQ(net.ReadFile(path.c_str()), code) << ext;
+        if (code == VEK_FILE_READ_ERROR) {
             EXPECT_EQ(LastMessage(net), "Error at 0, 0 while loading " + path + ": Can't open file " + path);
         }
+        EXPECT_EQ(net.WriteFile(path.c_str()), VEK_FILE_WRITE_ERROR) << ext;
         ExpectSentinel(net);
     }
 }

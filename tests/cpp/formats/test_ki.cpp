@@ -32,9 +32,7 @@ probability ( Alarm | Burglary )
 }  // namespace
 
 TEST(KiFormat, HandWrittenFileLoadsInEveryLexicalVariant) {
-    for (const std::string& text : {std::string(kDxp), WithCrlfAndBom(kDxp)}) {
-        VEK_network net;
-        ASSERT_EQ(ReadText(net, text, ".dxp"), 0) << LastMessage(net);
+    ExpectReadsWithEitherLineEnds(kDxp, ".dxp", [](const VEK_network& net) {
         ASSERT_EQ(net.GetNumberOfNodes(), 2);
         EXPECT_STREQ(net.Header().GetName(), "Alarm system");
         int b = net.FindNode("Burglary");
@@ -49,7 +47,7 @@ TEST(KiFormat, HandWrittenFileLoadsInEveryLexicalVariant) {
                   (std::vector<double>{0.9, 0.09, 0.01, 0.01, 0.04, 0.95}));
         EXPECT_EQ(static_cast<const VEK_discDef*>(net.GetDef(a))->GetOutcomeIds()->ToVector(),
                   (std::vector<std::string>{"loud", "soft", "silent"}));
-    }
+    });
 }
 
 TEST(KiFormat, FaultsAreReportedWhereTheyAreAndChangeNothing) {

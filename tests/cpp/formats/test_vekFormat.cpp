@@ -459,23 +459,6 @@ network tiny {
     EXPECT_EQ(Vek(net), expected);
 }
 
-TEST(VekFormat, FormatChosenByExtensionOrNumber) {
-    VEK_network net;
-    testnet::RandomNetwork(net, 5);
-    TempPath upper(".VEK");
-    ASSERT_EQ(net.WriteFile(upper.c_str()), 0);
-    EXPECT_EQ(upper.Read().rfind("// Network in the pyquarn text format\nnetwork net5 {\n", 0), 0u);
-    VEK_network back;
-    TempPath other(".txt");
-    other.Write(upper.Read());
-    EXPECT_EQ(back.ReadFile(other.c_str(), VEK_FORMAT_VEK), 0) << LastMessage(back);
-    EXPECT_EQ(Xml(back), Xml(net));
-    EXPECT_EQ(net.WriteFile("/nonexistent-dir/x.vek"), VEK_FILE_WRITE_ERROR);
-    VEK_network missing;
-    EXPECT_EQ(missing.ReadFile("/nonexistent-dir/x.vek"), VEK_FILE_READ_ERROR);
-    EXPECT_NE(LastMessage(missing).find("Can't open file"), std::string::npos);
-}
-
 // ============================================================== faults
 
 TEST(VekFormat, FaultsArePositionedAndLeaveTheNetworkUnchanged) {
