@@ -27,9 +27,7 @@ def net():
 
 def test_case_list(net):
     assert net.get_case_count() == 0
-    assert net.add_case("first") == 0
-    assert net.add_case("second") == 1
-    assert net.add_case("Dritter Fall") == 2
+    assert [net.add_case(name) for name in ("first", "second", "Dritter Fall")] == [0, 1, 2]
     assert net.get_all_case_names() == ["first", "second", "Dritter Fall"]
     assert net.find_case("second") == 1
     net.set_case_name(1, "renamed")
@@ -53,10 +51,8 @@ def test_descriptive_fields(net):
     net.set_case_category("c", "training")
     net.set_case_created("c", 2**40 + 3)
     net.set_case_last_modified(0, -5)
-    assert net.get_case_description("c") == "line one\nline two"
-    assert net.get_case_category("c") == "training"
-    assert net.get_case_created(0) == 2**40 + 3
-    assert net.get_case_last_modified("c") == -5
+    assert (net.get_case_description("c"), net.get_case_category("c"), net.get_case_created(0),
+            net.get_case_last_modified("c")) == ("line one\nline two", "training", 2**40 + 3, -5)
     assert (net.get_case_description("d"), net.get_case_category("d"), net.get_case_created(1),
             net.get_case_last_modified("d")) == ("", "", 0, 0)
 
@@ -129,11 +125,9 @@ def test_bad_evidence_items(net, node, info, code):
 def test_targets(net):
     net.add_case("c")
     net.set_case_targets(0, [2, 0])
-    assert net.get_case_targets("c") == [2, 0]
-    assert net.get_case_target_ids("c") == ["C", "A"]
-    assert net.get_case_target_count(0) == 2
-    assert net.is_case_target("c", "A") and net.is_case_target(0, 2)
-    assert not net.is_case_target(0, "B")
+    assert (net.get_case_targets("c"), net.get_case_target_ids("c"), net.get_case_target_count(0)) == (
+        [2, 0], ["C", "A"], 2)
+    assert (net.is_case_target("c", "A"), net.is_case_target(0, 2), net.is_case_target(0, "B")) == (True, True, False)
     net.set_case_targets("c", ["B"])
     assert net.get_case_targets(0) == [1]
     net.set_case_targets(0, [])

@@ -37,17 +37,14 @@ def test_node_roles_and_flags(net):
     assert net.get_node_diag_type(0) == T.AUXILIARY
     net.set_node_diag_type("A", T.FAULT)
     net.set_node_diag_type(1, T.OBSERVATION)
-    assert net.get_node_diag_type("A") == T.FAULT
-    assert net.get_node_diag_type(1) == T.OBSERVATION
-    assert net.get_node_diag_type("U") == T.AUXILIARY
     net.set_node_question(1, "Is it on?")
     net.set_node_question("A", "")
-    assert net.get_node_question("B") == "Is it on?"
-    assert net.get_node_question("A") == ""
     net.set_ranked(1, True)
     net.set_mandatory("B", True)
-    assert net.is_ranked("B") and net.is_mandatory(1)
-    assert not net.is_ranked(0) and not net.is_mandatory("A")
+    assert (net.get_node_diag_type("A"), net.get_node_diag_type(1), net.get_node_diag_type("U")) == (
+        T.FAULT, T.OBSERVATION, T.AUXILIARY)
+    assert (net.get_node_question("B"), net.get_node_question("A")) == ("Is it on?", "")
+    assert (net.is_ranked("B"), net.is_mandatory(1), net.is_ranked(0), net.is_mandatory("A")) == (True, True, False, False)
     net.set_ranked("B", False)
     assert not net.is_ranked(1)
 
@@ -59,13 +56,11 @@ def test_outcome_texts_in_every_form(net):
     net.set_outcome_description("B", 0, "the bottom one")
     net.set_outcome_fix("B", "State2", "replace it")
     net.set_outcome_fix(1, 1, "tighten it")
-    assert [net.get_outcome_label("B", i) for i in range(3)] == ["low", "mid", ""]
-    assert net.get_outcome_label(1, "State1") == "mid"
-    assert net.get_outcome_description("B", "State2") == "the top one"
-    assert net.get_outcome_description(1, "State0") == "the bottom one"
-    assert net.get_outcome_description("B", 1) == ""
-    assert net.get_outcome_fix("B", 2) == "replace it"
-    assert net.get_outcome_fix(1, "State1") == "tighten it"
+    assert [net.get_outcome_label("B", i) for i in range(3)] + [net.get_outcome_label(1, "State1")] == [
+        "low", "mid", "", "mid"]
+    assert (net.get_outcome_description("B", "State2"), net.get_outcome_description(1, "State0"),
+            net.get_outcome_description("B", 1)) == ("the top one", "the bottom one", "")
+    assert (net.get_outcome_fix("B", 2), net.get_outcome_fix(1, "State1")) == ("replace it", "tighten it")
     # Other nodes keep their outcomes untouched.
     assert net.get_outcome_label("A", 0) == "" and net.get_outcome_fix("A", "State1") == ""
 
@@ -96,15 +91,11 @@ def test_fault_and_default_outcomes(net):
     assert [net.is_fault_outcome("B", i) for i in range(3)] == [True, False, True]
     net.set_fault_outcome(1, "State0", False)
     assert not net.is_fault_outcome(1, "State0")
-
-    assert net.get_default_outcome("B") == -1
-    assert net.get_default_outcome_id("B") == ""
+    assert (net.get_default_outcome("B"), net.get_default_outcome_id("B")) == (-1, "")
     net.set_default_outcome(1, "State1")
-    assert net.get_default_outcome(1) == 1
-    assert net.get_default_outcome_id("B") == "State1"
+    assert (net.get_default_outcome(1), net.get_default_outcome_id("B")) == (1, "State1")
     net.set_default_outcome("B", 2)
-    assert net.get_default_outcome_id("B") == "State2"
-    assert net.get_default_outcome("A") == -1
+    assert (net.get_default_outcome_id("B"), net.get_default_outcome("A")) == ("State2", -1)
 
 
 _OUTCOME_CALLS = [
@@ -149,10 +140,8 @@ def test_cost_arcs(net):
     assert net.get_node_cost("C") == [NA]
     net.add_cost_arc(0, 3)
     net.add_cost_arc("B", "C")
-    assert net.get_cost_parents(3) == [0, 1]
-    assert net.get_cost_parent_ids("C") == ["A", "B"]
-    assert net.get_cost_children("A") == [3]
-    assert net.get_cost_child_ids("B") == ["C"]
+    assert (net.get_cost_parents(3), net.get_cost_parent_ids("C")) == ([0, 1], ["A", "B"])
+    assert (net.get_cost_children("A"), net.get_cost_child_ids("B")) == ([3], ["C"])
     # One cost per combination of the cost parents' outcomes.
     assert net.get_node_cost("C") == [NA] * 6
     costs = [1.0, 2.0, 3.0, 4.0, 5.5, NA]
@@ -160,11 +149,8 @@ def test_cost_arcs(net):
     assert net.get_node_cost("C") == costs
     # Cost arcs are not ordinary arcs.
     assert net.get_parents("C") == [] and net.get_children("A") == []
-
     net.delete_cost_arc("A", "C")
-    assert net.get_cost_parents("C") == [1]
-    assert net.get_cost_children(0) == []
-    assert len(net.get_node_cost(3)) == 3
+    assert (net.get_cost_parents("C"), net.get_cost_children(0), len(net.get_node_cost(3))) == ([1], [], 3)
 
 
 def test_deleting_a_node_drops_its_cost_arcs(net):

@@ -398,13 +398,11 @@ def test_settings_round_trip(net):
     net.set_outlier_rejection_enabled(True)
     net.set_rand_seed(1234)
     net.set_bayesian_algorithm(pyquarn.BayesianAlgorithmType.EPIS_SAMPLING)
-    assert net.get_sample_count() == 500
-    assert net.get_discretization_sample_count() == 77
-    assert net.is_relevance_enabled() is False
-    assert net.is_zero_avoidance_enabled() is False
-    assert net.is_outlier_rejection_enabled() is True
-    assert net.get_rand_seed() == 1234
-    assert net.get_bayesian_algorithm() == pyquarn.BayesianAlgorithmType.EPIS_SAMPLING
+    assert (net.get_sample_count(), net.get_discretization_sample_count(), net.is_relevance_enabled(),
+            net.is_zero_avoidance_enabled(), net.is_outlier_rejection_enabled(), net.get_rand_seed(),
+            net.get_bayesian_algorithm()) == (500, 77, False, False, True, 1234,
+                                              pyquarn.BayesianAlgorithmType.EPIS_SAMPLING)
+    assert {type(net.is_relevance_enabled()), type(net.is_outlier_rejection_enabled())} == {bool}
 
 
 @pytest.mark.parametrize("value", [13, 14, 1000, -1])

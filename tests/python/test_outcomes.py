@@ -123,28 +123,6 @@ def test_insert_outcome(small):
     assert net.get_outcome_ids("B") == ["first", "b0", "middle", "b1", "b2"]
 
 
-def test_outcome_ids_that_cannot_be_used_are_replaced(small):
-    # An invalid or used id makes the engine create one from the prefix
-    # "State", numbered from the outcome count up to the first free one.
-    net, _ = small
-    want = net.get_outcome_ids("B")
-
-    def created():
-        n = len(want)
-        while "State%d" % n in want:
-            n += 1
-        return "State%d" % n
-    for position, new_id in [(None, "1bad"), (0, "b0"), (None, "b1"), (2, "State3"), (1, "ok_id"), (None, "a-b")]:
-        given = new_id if new_id not in want and new_id[0].isalpha() and "-" not in new_id else created()
-        if position is None:
-            net.add_outcome("B", new_id)
-            want.append(given)
-        else:
-            net.insert_outcome("B", position, new_id)
-            want.insert(position, given)
-        assert net.get_outcome_ids("B") == want
-
-
 def test_rename_outcomes(small):
     net, h = small
     net.set_outcome_id("B", 0, "low")
@@ -169,16 +147,6 @@ def test_delete_outcomes(small):
         with quarn_error(-2, "QUARN Error -2 in function Network.DeleteOutcome"):
             net.delete_outcome(h["B"], outcome)
     assert describe(net) == before
-
-
-def test_deleting_the_evidence_outcome_drops_the_evidence(small):
-    net, h = small
-    net.add_outcome("A", "a2")
-    net.delete_outcome("A", 1)
-    assert not net.is_evidence("A")
-
-
-# ---- intervals and point values -----------------------------------------------------------
 
 
 def test_intervals(small):

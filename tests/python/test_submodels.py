@@ -22,11 +22,8 @@ def walk(net):
 
 def test_main_submodel_exists_in_an_empty_network():
     n = pyquarn.Network()
-    assert n.get_main_submodel() == MAIN
-    assert n.get_main_submodel_id() == "Main"
-    assert n.get_submodel("Main") == MAIN
-    assert n.get_submodel_count() == 1
-    assert walk(n) == [MAIN]
+    assert (n.get_main_submodel(), n.get_main_submodel_id(), n.get_submodel("Main")) == (MAIN, "Main", MAIN)
+    assert n.get_submodel_count() == 1 and walk(n) == [MAIN]
     assert n.get_submodel_of_submodel(MAIN) < 0
 
 
@@ -34,12 +31,9 @@ def test_add_by_parent_handle_and_by_parent_id(net):
     s1 = net.add_submodel(MAIN, "S1")
     s2 = net.add_submodel("S1", "S2")
     assert (s1, s2) == (MAIN | 1, MAIN | 2)
-    assert net.get_submodel("S2") == s2
-    assert net.get_submodel_id(s2) == "S2"
-    assert net.get_submodel_count() == 3
+    assert (net.get_submodel("S2"), net.get_submodel_id(s2), net.get_submodel_count()) == (s2, "S2", 3)
     assert walk(net) == [MAIN, s1, s2]
-    assert net.get_submodel_of_submodel(s2) == s1
-    assert net.get_submodel_of_submodel("S1") == MAIN
+    assert (net.get_submodel_of_submodel(s2), net.get_submodel_of_submodel("S1")) == (s1, MAIN)
     # A new submodel's name starts as its id.
     assert net.get_submodel_name("S2") == "S2"
 
@@ -49,13 +43,11 @@ def test_header_fields(net):
     net.set_submodel_name(s, "First name")
     net.set_submodel_name("S", "Späte Name")
     net.set_submodel_description(s, "about")
-    assert net.get_submodel_name("S") == "Späte Name"
-    assert net.get_submodel_description("S") == "about"
+    assert (net.get_submodel_name("S"), net.get_submodel_description("S")) == ("Späte Name", "about")
     net.set_submodel_description("S", "")
-    assert net.get_submodel_description("S") == ""
     net.set_submodel_id(s, "Renamed")
-    assert net.get_submodel("Renamed") == s
-    assert net.get_submodel_id(s) == "Renamed"
+    assert (net.get_submodel_description("Renamed"), net.get_submodel("Renamed"), net.get_submodel_id(s)) == (
+        "", s, "Renamed")
     # A NUL would cut the text short.
     assert_refused(net, -4, net.set_submodel_name, s, "a\0b")
     assert_refused(net, -4, net.set_submodel_description, "Renamed", "a\0b")
@@ -66,8 +58,7 @@ def test_node_membership(net):
     assert net.get_submodel_of_node(0) == MAIN
     net.set_submodel_of_node(0, s)
     net.set_submodel_of_node("B", "S")
-    assert net.get_submodel_of_node("A") == s
-    assert net.get_submodel_of_node(1) == s
+    assert (net.get_submodel_of_node("A"), net.get_submodel_of_node(1)) == (s, s)
     net.set_submodel_of_node("A", "Main")
     assert net.get_submodel_of_node(0) == MAIN
 
@@ -97,9 +88,7 @@ def test_delete_moves_contents_up_and_frees_the_handle(net):
     s3 = net.add_submodel(s2, "S3")
     net.set_submodel_of_node("A", "S2")
     net.delete_submodel("S2")
-    assert net.get_submodel_count() == 3
-    assert net.get_submodel_of_node("A") == s1
-    assert net.get_submodel_of_submodel(s3) == s1
+    assert (net.get_submodel_count(), net.get_submodel_of_node("A"), net.get_submodel_of_submodel(s3)) == (3, s1, s1)
     assert walk(net) == [MAIN, s1, s3]
     # The lowest free entry is reused, and the old id is free again.
     assert net.add_submodel(MAIN, "S2") == s2
