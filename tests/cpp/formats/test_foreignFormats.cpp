@@ -196,20 +196,6 @@ TEST(ForeignFormats, SharedFilesMatchTheXmlNetworkFiles) {
     shared::ExpectSmallNetworksRoundTrip(VEK_FORMAT_HUGIN, ".net");
 }
 
-TEST(ForeignFormats, ExtensionsChooseTheFormats) {
-    VEK_network net;
-    Generator(7).Build(net, GenOptions{});
-    for (const Format& f : kFormats) {
-        SCOPED_TRACE(f.extension);
-        TempFile file(std::string(".NET") + f.extension);  // only the last extension counts
-        ASSERT_EQ(net.WriteFile(file.c_str()), 0) << LastMessage(net);
-        EXPECT_EQ(file.Read(), WriteWithSpeaker(f, net));
-        VEK_network back;
-        EXPECT_EQ(back.ReadFile(file.c_str()), 0) << LastMessage(back);
-        EXPECT_EQ(back.GetNumberOfNodes(), net.GetNumberOfNodes());
-    }
-}
-
 // Every prefix of a valid file either reads or fails cleanly (the sanitizer
 // build checks for leaks and bad accesses); so do files with bytes changed.
 TEST(ForeignFormats, TruncatedAndGarbledInputsFailCleanly) {

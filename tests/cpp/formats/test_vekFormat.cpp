@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -45,12 +44,6 @@ int ReadVek(VEK_network& net, const std::string& text) { return foreign::ReadTex
 int ReadDirect(VEK_network& net, const std::string& text) {
     VEK_vekSpeaker speaker(net);
     return speaker.ReadNetworkFromString(text.c_str());
-}
-
-uint64_t Bits(double v) {
-    uint64_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
 }
 
 // What the random generator leaves out: a node whose parent comes later in
@@ -116,27 +109,6 @@ TEST(VekFormat, RandomNetworksRoundTripExactly) {
         ASSERT_EQ(a.GetSize(), b.GetSize());
         for (int i = 0; i < a.GetSize(); ++i) EXPECT_STREQ(net.GetNodeId(a[i]), back.GetNodeId(b[i]));
     }
-}
-
-TEST(VekFormat, DoublesAndTextSurviveBitForBit) {
-    VEK_network net;
-    AddExtras(net, 3);
-    VEK_network back;
-    ASSERT_EQ(ReadVek(back, Vek(net)), 0) << LastMessage(back);
-    for (const char* id : {"late_child", "special_utility"}) {
-        const VEK_Dmatrix& x = net.GetDef(net.FindNode(id))->GetParameters();
-        const VEK_Dmatrix& y = back.GetDef(back.FindNode(id))->GetParameters();
-        ASSERT_EQ(x.GetSize(), y.GetSize());
-        for (int i = 0; i < x.GetSize(); ++i) EXPECT_EQ(Bits(x[i]), Bits(y[i])) << id << " " << i;
-    }
-    const VEK_node* n = back.GetNode(back.FindNode("late_child"));
-    EXPECT_STREQ(n->Header().GetName(), net.GetNode(net.FindNode("late_child"))->Header().GetName());
-    EXPECT_TRUE(n->Header().HasComment());
-    EXPECT_EQ(n->Info().screen.selColor, 0xFFFFFFFFu);
-    EXPECT_EQ(n->GetTemporalType(), 5);
-    EXPECT_EQ(back.GetNode(back.FindNode("late_child"))->Parents().GetSize(), 1);
-    // The child keeps its place before its parent.
-    EXPECT_LT(back.FindNode("late_child"), back.FindNode("@early parent"));
 }
 
 TEST(VekFormat, SharedNetworksConvertBothWays) {
