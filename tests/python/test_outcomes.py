@@ -89,18 +89,15 @@ test_wrong_argument_types = refusal_test(type_errors([
 
 def test_outcome_ids_and_counts(small):
     net, h = small
-    assert net.get_outcome_ids("B") == ["b0", "b1", "b2"]
-    assert net.get_outcome_count(h["B"]) == net.get_outcome_count("B") == 3
-    assert net.get_outcome_id("B", 2) == "b2"
+    assert (net.get_outcome_ids("B"), net.get_outcome_count(h["B"]), net.get_outcome_count("B"),
+            net.get_outcome_id("B", 2)) == (["b0", "b1", "b2"], 3, 3, "b2")
     assert net.has_outcome_ids("B") and net.has_outcome_ids(h["A"])
 
 
 def test_a_utility_node_has_no_outcomes(small):
     net, h = small
-    assert net.get_outcome_ids("U") == []
-    assert net.get_outcome_count("U") == 0
-    assert not net.has_outcome_ids(h["U"])
-    assert not net.has_intervals("U") and not net.has_point_values("U")
+    assert (net.get_outcome_ids("U"), net.get_outcome_count("U")) == ([], 0)
+    assert not (net.has_outcome_ids(h["U"]) or net.has_intervals("U") or net.has_point_values("U"))
 
 
 # ---- adding, inserting, renaming, deleting -----------------------------------------------
