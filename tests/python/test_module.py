@@ -361,18 +361,15 @@ def test_identity_round_trip(net):
     assert net.get_library_build() == pyquarn.__version__
 
 
-@pytest.mark.parametrize("bad_id", ["1net", "a-b", "", "with space"])
-def test_set_id_refuses_invalid_identifiers(net, bad_id):
-    net.set_id("Good")
-    with quarn_error(-30, "QUARN Error -30 in function Network.SetId"):
-        net.set_id(bad_id)
-    assert net.get_id() == "Good"
-
-
-test_identity_methods_refuse_wrong_types = refusal_test(type_errors([
-    ("set_id", (5,)), ("set_name", (None,)), ("set_description", (1.5,)), ("redirect_log", ([],)),
-    ("redirect_log", (1.0,)),
-]), "net")
+test_identity_methods_refuse_bad_input = refusal_test(
+    [("set_id", (bad_id,), -30, "QUARN Error -30 in function Network.SetId") for bad_id in ["1net", "a-b", "", "a b"]]
+    + [("set_epis_params", (pyquarn.EPISParams(**changes),), -4,
+        "QUARN Error -4 in function Network.SetEPISParams. Invalid EPIS parameters")
+       for changes in [{"num_state_medium": 5}, {"num_state_big": 8}, {"propagation_length": 0},
+                       {"state_medium_epsil": 0.01}, {"state_big_epsil": 0.001}]]
+    + type_errors([("set_id", (5,)), ("set_name", (None,)), ("set_description", (1.5,)), ("redirect_log", ([],)),
+                   ("redirect_log", (1.0,)), ("set_ext_functions", ("f(x)=x",)), ("set_ext_functions", ([1, 2],))]),
+    "net")
 
 
 @pytest.mark.parametrize("how", [copy.copy, copy.deepcopy, lambda n: n.__deepcopy__({})])
@@ -428,37 +425,13 @@ def test_epis_params_round_trip(net):
     params = pyquarn.EPISParams(propagation_length=9, num_state_small=2, num_state_medium=3, num_state_big=4,
                                 state_small_epsil=0.5, state_medium_epsil=0.5, state_big_epsil=0.25,
                                 state_otherwise=7.0)
-    net.set_epis_params(params)
+    net.set_epis_params(params)  # the last epsilon is not checked
     assert net.get_epis_params() == params
     assert net.get_epis_params() is not net.get_epis_params()
 
 
-@pytest.mark.parametrize("changes", [
-    {"num_state_medium": 5},
-    {"num_state_big": 8},
-    {"propagation_length": 0},
-    {"state_medium_epsil": 0.01},
-    {"state_big_epsil": 0.001},
-])
-def test_invalid_epis_params_are_refused(net, changes):
-    before = net.get_epis_params()
-    with quarn_error(-4, "QUARN Error -4 in function Network.SetEPISParams. Invalid EPIS parameters"):
-        net.set_epis_params(pyquarn.EPISParams(**changes))
-    assert net.get_epis_params() == before
-
-
-def test_epis_otherwise_epsilon_is_not_checked(net):
-    net.set_epis_params(pyquarn.EPISParams(state_otherwise=1.0))
-    assert net.get_epis_params().state_otherwise == 1.0
-
-
 def test_ext_functions_round_trip(net):
     net.set_ext_functions(["f(x)=x*2", "g(y)=y+1"])
-    assert net.get_ext_functions() == ["f(x)=x*2", "g(y)=y+1"]
-    with pytest.raises(TypeError):
-        net.set_ext_functions("f(x)=x")
-    with pytest.raises(TypeError):
-        net.set_ext_functions([1, 2])
     assert net.get_ext_functions() == ["f(x)=x*2", "g(y)=y+1"]
 
 
