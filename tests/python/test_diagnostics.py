@@ -65,16 +65,6 @@ def test_outcome_texts_in_every_form(net):
     assert net.get_outcome_label("A", 0) == "" and net.get_outcome_fix("A", "State1") == ""
 
 
-@pytest.mark.parametrize("call", [
-    lambda n: n.set_node_question("A", "a\0b"), lambda n: n.set_outcome_label("A", 0, "a\0"),
-    lambda n: n.set_outcome_fix(0, "State1", "\0"), lambda n: n.set_outcome_description(0, 1, "x\0y"),
-    lambda n: n.set_outcome_documentation("A", 0, [DOC("t", "p"), DOC("t\0", "p")]),
-])
-def test_texts_holding_nul_are_refused(net, call):
-    net.set_outcome_label("A", 0, "kept")
-    assert_refused(net, -4, call, net)
-
-
 def test_outcome_documentation(net):
     net.set_outcome_documentation("B", "State1", [DOC("How to", "a.html"), DOC("Why", "b.html")])
     assert [(d.title, d.path) for d in net.get_outcome_documentation(1, 1)] == [("How to", "a.html"),
@@ -161,28 +151,6 @@ def test_deleting_a_node_drops_its_cost_arcs(net):
     assert net.get_cost_children("D") == [] and net.get_cost_parents("B") == []
 
 
-def test_refused_cost_arcs(net):
-    net.add_node(pyquarn.NodeType.CPT, "C")
-    net.add_cost_arc("A", "B")
-    net.add_cost_arc("B", "C")
-    net.set_node_cost("B", [7.0, 8.0])
-    assert_refused(net, -2, net.add_cost_arc, "A", "B", text="QUARN Error -2 in function Network.AddCostArc")
-    assert_refused(net, -2, net.add_cost_arc, "B", "A")
-    assert_refused(net, -2, net.add_cost_arc, 0, 0)
-    assert_refused(net, -11, net.add_cost_arc, "C", "A")
-    # A parent without outcomes cannot index a cost table.
-    assert_refused(net, -51, net.add_cost_arc, "U", "A")
-    assert_refused(net, -2, net.delete_cost_arc, "A", "C", text="QUARN Error -2 in function Network.DeleteCostArc")
-    assert_refused(net, -2, net.delete_cost_arc, "B", "A")
-
-
-@pytest.mark.parametrize("cost", [[], [1.0], [1.0, 2.0, 3.0]])
-def test_cost_of_the_wrong_length(net, cost):
-    net.add_cost_arc("A", "B")
-    net.set_node_cost("B", [7.0, 8.0])
-    assert_refused(net, -2, net.set_node_cost, "B", cost, text="QUARN Error -2 in function Network.SetNodeCost")
-
-
 _NODE_CALLS = [
     ("get_node_diag_type", ()), ("set_node_diag_type", (pyquarn.NodeDiagType.FAULT,)),
     ("set_node_question", ("q",)), ("get_default_outcome", ()), ("is_ranked", ()), ("set_ranked", (True,)),
@@ -197,11 +165,32 @@ test_bad_node_ids = bad_node_test([(m, ()) for m in ("get_node_question", "get_d
                                                      "get_cost_parent_ids", "get_cost_child_ids")], bads=("Nope",))
 
 
-@pytest.mark.parametrize("pair", [(0, 9), (9, 0), (0, -3), ("A", "Nope"), ("Nope", "A")])
-def test_bad_nodes_in_cost_arcs(net, pair):
-    assert_refused(net, -3, net.add_cost_arc, *pair)
-    assert_refused(net, -3, net.delete_cost_arc, *pair)
+@pytest.fixture
+def costed(net):
+    """C added, cost arcs A -> B -> C, B's cost set, a label on A's first outcome."""
+    net.add_node(pyquarn.NodeType.CPT, "C")
+    net.add_cost_arc("A", "B")
+    net.add_cost_arc("B", "C")
+    net.set_node_cost("B", [7.0, 8.0])
+    net.set_outcome_label("A", 0, "kept")
+    return net
 
+
+# Texts holding NUL, arcs that exist, do not exist or close a cycle, a cost
+# parent without outcomes, costs of the wrong length, unknown nodes.
+test_refused = refusal_test([
+    ("set_node_question", ("A", "a\0b"), -4, "..."), ("set_outcome_label", ("A", 0, "a\0"), -4, "..."),
+    ("set_outcome_fix", (0, "State1", "\0"), -4, "..."), ("set_outcome_description", (0, 1, "x\0y"), -4, "..."),
+    ("set_outcome_documentation", ("A", 0, [DOC("t", "p"), DOC("t\0", "p")]), -4, "..."),
+    ("add_cost_arc", ("A", "B"), -2, "QUARN Error -2 in function Network.AddCostArc"),
+    ("add_cost_arc", ("B", "A"), -2, "..."), ("add_cost_arc", (0, 0), -2, "..."), ("add_cost_arc", ("C", "A"), -11, "..."),
+    ("add_cost_arc", ("U", "A"), -51, "..."),
+    ("delete_cost_arc", ("A", "C"), -2, "QUARN Error -2 in function Network.DeleteCostArc"),
+    ("delete_cost_arc", ("B", "A"), -2, "..."),
+] + [("set_node_cost", ("B", cost), -2, "QUARN Error -2 in function Network.SetNodeCost")
+     for cost in ([], [1.0], [1.0, 2.0, 3.0])]
+  + [(m, pair, -3, "...") for m in ("add_cost_arc", "delete_cost_arc")
+     for pair in [(0, 9), (9, 0), (0, -3), ("A", "Nope"), ("Nope", "A")]], "costed", describe)
 
 test_wrong_argument_types = refusal_test(type_errors([
     ("set_node_diag_type", (0, 1)), ("set_node_question", (0, 5)), ("get_node_question", (0,)),
