@@ -7,8 +7,8 @@ import pytest
 
 import pyquarn
 from pyquarn import NodeType
-from conftest import quarn_error
-from describe_util import assert_refused
+from conftest import quarn_error, refusal_test
+from describe_util import assert_refused, describe
 
 # method, arguments (a NUL inside one of them), function label
 _NUL_CALLS = [
@@ -29,23 +29,10 @@ _NUL_CALLS = [
 ]
 
 
-@pytest.mark.parametrize("method,args,label", _NUL_CALLS, ids=[c[0] for c in _NUL_CALLS])
-def test_a_nul_inside_a_string_is_refused(small, method, args, label):
-    net, _ = small
-    text = assert_refused(net, -4, getattr(net, method), *args)
-    assert text.startswith("QUARN Error -4 in function " + label + ". ") and "NUL" in text
-
-
-@pytest.mark.parametrize("call", [
-    lambda net: net.set_node_chart_size("A", -1, 10),
-    lambda net: net.set_node_chart_size("A", 10, -5),
-    lambda net: net.set_noisy_decomposition_limit(-1),
-])
-def test_negative_sizes_are_refused(small, call):
-    net, _ = small
-    before = net.get_node_chart_size("A"), net.get_noisy_decomposition_limit()
-    assert_refused(net, -2, call, net)
-    assert (net.get_node_chart_size("A"), net.get_noisy_decomposition_limit()) == before
+test_refused = refusal_test(
+    [(method, args, -4, "QUARN Error -4 in function %s. ...NUL..." % label) for method, args, label in _NUL_CALLS]
+    + [("set_node_chart_size", ("A", -1, 10), -2, "..."), ("set_node_chart_size", ("A", 10, -5), -2, "..."),
+       ("set_noisy_decomposition_limit", (-1,), -2, "...")], picture=describe)
 
 
 def test_a_refused_type_change_changes_nothing(net):

@@ -79,17 +79,15 @@ def test_expanded_state_and_synchronization(canon):
 
 def test_demorgan_parameters(canon):
     net, h = canon
-    assert net.get_de_morgan_prior_belief("D") == 0.5
-    assert net.get_de_morgan_parent_type("D", 0) == DeMorganParentType.CAUSE
+    assert (net.get_de_morgan_prior_belief("D"), net.get_de_morgan_parent_type("D", 0)) == (0.5, DeMorganParentType.CAUSE)
     net.set_de_morgan_prior_belief(h["D"], 0.1)
     net.set_de_morgan_parent_type("D", "Q", DeMorganParentType.INHIBITOR)
     net.set_de_morgan_parent_weight(h["D"], 0, 0.25)
     net.set_de_morgan_parent_weight("D", "Q", 0.75)
-    assert net.get_de_morgan_prior_belief(h["D"]) == 0.1
-    assert net.get_de_morgan_parent_type(h["D"], "Q") == DeMorganParentType.INHIBITOR
-    assert net.get_de_morgan_parent_type(h["D"], "P") == DeMorganParentType.CAUSE
-    assert net.get_de_morgan_parent_weight("D", "P") == 0.25
-    assert net.get_de_morgan_parent_weight(h["D"], 1) == 0.75
+    assert (net.get_de_morgan_prior_belief(h["D"]), net.get_de_morgan_parent_type(h["D"], "Q"),
+            net.get_de_morgan_parent_type(h["D"], "P"), net.get_de_morgan_parent_weight("D", "P"),
+            net.get_de_morgan_parent_weight(h["D"], 1)) == (0.1, DeMorganParentType.INHIBITOR,
+                                                             DeMorganParentType.CAUSE, 0.25, 0.75)
     # The stored parameters: parent weights, then the prior.
     assert net.get_node_definition("D") == [0.25, 0.75, 0.1]
 

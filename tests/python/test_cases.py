@@ -3,6 +3,7 @@ import math
 import pytest
 
 import pyquarn
+from conftest import refusal_test
 from describe_util import assert_refused, describe
 
 T = pyquarn.CaseEvidenceType
@@ -27,9 +28,7 @@ def net():
 
 def test_case_list(net):
     assert net.get_case_count() == 0
-    assert net.add_case("first") == 0
-    assert net.add_case("second") == 1
-    assert net.add_case("Dritter Fall") == 2
+    assert [net.add_case(name) for name in ("first", "second", "Dritter Fall")] == [0, 1, 2]
     assert net.get_all_case_names() == ["first", "second", "Dritter Fall"]
     assert net.find_case("second") == 1
     net.set_case_name(1, "renamed")
@@ -53,23 +52,10 @@ def test_descriptive_fields(net):
     net.set_case_category("c", "training")
     net.set_case_created("c", 2**40 + 3)
     net.set_case_last_modified(0, -5)
-    assert net.get_case_description("c") == "line one\nline two"
-    assert net.get_case_category("c") == "training"
-    assert net.get_case_created(0) == 2**40 + 3
-    assert net.get_case_last_modified("c") == -5
+    assert (net.get_case_description("c"), net.get_case_category("c"), net.get_case_created(0),
+            net.get_case_last_modified("c")) == ("line one\nline two", "training", 2**40 + 3, -5)
     assert (net.get_case_description("d"), net.get_case_category("d"), net.get_case_created(1),
             net.get_case_last_modified("d")) == ("", "", 0, 0)
-
-
-def test_names_refused(net):
-    net.add_case("c")
-    assert_refused(net, -2, net.add_case, "c", text="QUARN Error -2 in function Network.AddCase. Case 'c' already exists")
-    assert_refused(net, -2, net.add_case, "", text="QUARN Error -2 in function Network.AddCase. Case name cannot be empty")
-    assert_refused(net, -4, net.add_case, "c\0d")
-    net.add_case("d")
-    assert_refused(net, -2, net.set_case_name, "d", "c",
-                   text="QUARN Error -2 in function Network.SetCaseName. Case 'c' already exists")
-    assert_refused(net, -2, net.set_case_name, 0, "")
 
 
 def test_evidence_items(net):
@@ -106,47 +92,50 @@ def test_continuous_items_need_a_numeric_node(net):
     assert_refused(net, -4, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=math.nan))
 
 
-@pytest.mark.parametrize("node, info, code", [
-    ("A", Info(T.DISCRETE, outcome=2), -2),
-    ("A", Info(T.DISCRETE, outcome=-1), -2),
-    ("A", Info(T.DISCRETE, outcome=0, slice=0), -2),
-    ("U", Info(T.DISCRETE, outcome=0), -51),
-    ("U", Info(T.VIRTUAL, virtual_evidence=[1.0]), -51),
-    ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, 0.5]), -2),
-    ("B", Info(T.VIRTUAL, virtual_evidence=[]), -2),
-    ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, 1.2, 0.0]), -4),
-    ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, -0.1, 0.0]), -4),
-    ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, math.nan, 0.0]), -4),
-    ("B", Info(T.VIRTUAL, virtual_evidence=[0.0, 0.0, 0.0]), -3),
-])
-def test_bad_evidence_items(net, node, info, code):
-    net.add_case("c")
-    net.set_case_evidence("c", "B", Info(T.DISCRETE, outcome=2))
-    assert_refused(net, code, net.set_case_evidence, "c", node, info)
-    assert_refused(net, code, net.set_case_evidence, 0, net.get_node(node), info)
-
-
 def test_targets(net):
     net.add_case("c")
     net.set_case_targets(0, [2, 0])
-    assert net.get_case_targets("c") == [2, 0]
-    assert net.get_case_target_ids("c") == ["C", "A"]
-    assert net.get_case_target_count(0) == 2
-    assert net.is_case_target("c", "A") and net.is_case_target(0, 2)
-    assert not net.is_case_target(0, "B")
+    assert (net.get_case_targets("c"), net.get_case_target_ids("c"), net.get_case_target_count(0)) == (
+        [2, 0], ["C", "A"], 2)
+    assert (net.is_case_target("c", "A"), net.is_case_target(0, 2), net.is_case_target(0, "B")) == (True, True, False)
     net.set_case_targets("c", ["B"])
     assert net.get_case_targets(0) == [1]
     net.set_case_targets(0, [])
     assert net.get_case_target_count("c") == 0
 
 
-@pytest.mark.parametrize("targets, code", [([0, 0], -2), (["A", "C", "A"], -2), ([0, 9], -3), (["A", "Nope"], -3),
-                                           ([-1], -3)])
-def test_bad_targets(net, targets, code):
+@pytest.fixture
+def cased(net):
+    """Cases c (evidence b2 on B, target B) and d."""
     net.add_case("c")
+    net.set_case_evidence("c", "B", Info(T.DISCRETE, outcome=2))
     net.set_case_targets("c", [1])
-    assert_refused(net, code, net.set_case_targets, 0, targets)
-    assert_refused(net, code, net.set_case_targets, "c", targets)
+    net.add_case("d")
+    return net
+
+
+HANDLES = {"A": 0, "B": 1, "C": 2, "U": 3}
+
+# Names in use or empty; evidence items the node cannot take, by case name
+# and node id and by case index and handle; targets twice or unknown.
+test_refused = refusal_test([
+    ("add_case", ("c",), -2, "QUARN Error -2 in function Network.AddCase. Case 'c' already exists"),
+    ("add_case", ("",), -2, "QUARN Error -2 in function Network.AddCase. Case name cannot be empty"),
+    ("add_case", ("c\0d",), -4, "..."),
+    ("set_case_name", ("d", "c"), -2, "QUARN Error -2 in function Network.SetCaseName. Case 'c' already exists"),
+    ("set_case_name", (0, ""), -2, "..."),
+] + [("set_case_evidence", args, code, "...") for node, info, code in [
+    ("A", Info(T.DISCRETE, outcome=2), -2), ("A", Info(T.DISCRETE, outcome=-1), -2),
+    ("A", Info(T.DISCRETE, outcome=0, slice=0), -2), ("U", Info(T.DISCRETE, outcome=0), -51),
+    ("U", Info(T.VIRTUAL, virtual_evidence=[1.0]), -51), ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, 0.5]), -2),
+    ("B", Info(T.VIRTUAL, virtual_evidence=[]), -2), ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, 1.2, 0.0]), -4),
+    ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, -0.1, 0.0]), -4),
+    ("B", Info(T.VIRTUAL, virtual_evidence=[0.5, math.nan, 0.0]), -4),
+    ("B", Info(T.VIRTUAL, virtual_evidence=[0.0, 0.0, 0.0]), -3),
+] for args in (("c", node, info), (0, HANDLES[node], info))]
+  + [("set_case_targets", (case, targets), code, "...") for targets, code in [
+      ([0, 0], -2), (["A", "C", "A"], -2), ([0, 9], -3), (["A", "Nope"], -3), ([-1], -3)] for case in (0, "c")],
+  "cased", describe)
 
 
 def network_state(net):
@@ -252,18 +241,13 @@ def _with_case(net):
     net.set_evidence("B", 0)
 
 
-@pytest.mark.parametrize("method, extra", _CASE_CALLS)
-@pytest.mark.parametrize("bad", [1, -1, 2**31 - 1])
-def test_bad_case_indices(net, method, extra, bad):
+@pytest.mark.parametrize("method, extra, bad", [
+    (m, e, b) for m, e in _CASE_CALLS + [(m, ()) for m in _BY_NAME_ONLY] for b in (1, -1, 2**31 - 1, "Nope", "", "c\0", "A")
+    if isinstance(b, str) or m not in _BY_NAME_ONLY])
+def test_unknown_cases(net, method, extra, bad):
     _with_case(net)
-    assert_refused(net, -3, getattr(net, method), bad, *extra, text=f"QUARN Error Occured. Invalid case index: {bad}")
-
-
-@pytest.mark.parametrize("method, extra", _CASE_CALLS + [(m, ()) for m in _BY_NAME_ONLY])
-@pytest.mark.parametrize("bad", ["Nope", "", "c\0", "A"])
-def test_unknown_case_names(net, method, extra, bad):
-    _with_case(net)
-    assert_refused(net, -3, getattr(net, method), bad, *extra, text="QUARN Error Occured. Invalid case index: -2")
+    index = bad if isinstance(bad, int) else -2
+    assert_refused(net, -3, getattr(net, method), bad, *extra, text=f"QUARN Error Occured. Invalid case index: {index}")
 
 
 @pytest.mark.parametrize("method, extra", [

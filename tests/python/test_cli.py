@@ -8,10 +8,10 @@ import sys
 
 import pytest
 
+from conftest import SHARED, reference_scenarios, shared_network
 from describe_util import assert_refused
-from test_foreign_files import NETWORKS, load
 
-XVEK = os.path.join(NETWORKS, "xvek")
+XVEK = os.path.join(SHARED, "networks", "xvek")
 
 
 def cli(*args):
@@ -19,13 +19,8 @@ def cli(*args):
     return r.returncode, r.stdout, r.stderr
 
 
-def scenario(name, index):
-    with open(os.path.join(NETWORKS, "reference", name + ".json")) as f:
-        return json.load(f)["scenarios"][index]
-
-
 def test_query_gives_the_reference_posteriors_in_json_and_as_a_table():
-    sc = scenario("alarm", 2)
+    sc = reference_scenarios("alarm")[2]
     args = [os.path.join(XVEK, "alarm.xvek"), "-e"] + ["%s=%s" % kv for kv in sc["evidence"].items()]
     code, out, err = cli("query", *args, "--json")
     assert (code, err) == (0, "")
@@ -39,10 +34,10 @@ def test_query_gives_the_reference_posteriors_in_json_and_as_a_table():
 
 
 def test_a_network_converted_to_uai_answers_with_an_evidence_file(tmp_path):
-    sc = scenario("child", 1)
+    sc = reference_scenarios("child")[1]
     uai = str(tmp_path / "child.uai")
     assert cli("convert", os.path.join(XVEK, "child.xvek"), uai) == (0, "", "")
-    original = load(os.path.join(XVEK, "child.xvek"))
+    original = shared_network("child")
     ids = original.get_all_node_ids()
     pairs = [(ids.index(n), original.get_outcome_ids(n).index(o)) for n, o in sc["evidence"].items()]
     evid = tmp_path / "child.uai.evid"
@@ -65,7 +60,7 @@ def joint(net, assignment):
 
 
 def test_mpe_is_the_most_probable_completion_found_by_enumeration():
-    net = load(os.path.join(XVEK, "asia.xvek"))
+    net = shared_network("asia")
     ids = net.get_all_node_ids()
     best = max((dict(zip(ids, states)) for states in itertools.product(range(2), repeat=len(ids))
                 if states[ids.index("xray")] == 0), key=lambda a: joint(net, a))

@@ -2,7 +2,7 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors
-from describe_util import assert_refused, describe
+from describe_util import assert_refused, bad_node_test, describe
 
 NA = 8.900295434028806e-308  # the engine's "not available" cost
 DOC = pyquarn.DocItemInfo
@@ -37,17 +37,14 @@ def test_node_roles_and_flags(net):
     assert net.get_node_diag_type(0) == T.AUXILIARY
     net.set_node_diag_type("A", T.FAULT)
     net.set_node_diag_type(1, T.OBSERVATION)
-    assert net.get_node_diag_type("A") == T.FAULT
-    assert net.get_node_diag_type(1) == T.OBSERVATION
-    assert net.get_node_diag_type("U") == T.AUXILIARY
     net.set_node_question(1, "Is it on?")
     net.set_node_question("A", "")
-    assert net.get_node_question("B") == "Is it on?"
-    assert net.get_node_question("A") == ""
     net.set_ranked(1, True)
     net.set_mandatory("B", True)
-    assert net.is_ranked("B") and net.is_mandatory(1)
-    assert not net.is_ranked(0) and not net.is_mandatory("A")
+    assert (net.get_node_diag_type("A"), net.get_node_diag_type(1), net.get_node_diag_type("U")) == (
+        T.FAULT, T.OBSERVATION, T.AUXILIARY)
+    assert (net.get_node_question("B"), net.get_node_question("A")) == ("Is it on?", "")
+    assert (net.is_ranked("B"), net.is_mandatory(1), net.is_ranked(0), net.is_mandatory("A")) == (True, True, False, False)
     net.set_ranked("B", False)
     assert not net.is_ranked(1)
 
@@ -59,25 +56,13 @@ def test_outcome_texts_in_every_form(net):
     net.set_outcome_description("B", 0, "the bottom one")
     net.set_outcome_fix("B", "State2", "replace it")
     net.set_outcome_fix(1, 1, "tighten it")
-    assert [net.get_outcome_label("B", i) for i in range(3)] == ["low", "mid", ""]
-    assert net.get_outcome_label(1, "State1") == "mid"
-    assert net.get_outcome_description("B", "State2") == "the top one"
-    assert net.get_outcome_description(1, "State0") == "the bottom one"
-    assert net.get_outcome_description("B", 1) == ""
-    assert net.get_outcome_fix("B", 2) == "replace it"
-    assert net.get_outcome_fix(1, "State1") == "tighten it"
+    assert [net.get_outcome_label("B", i) for i in range(3)] + [net.get_outcome_label(1, "State1")] == [
+        "low", "mid", "", "mid"]
+    assert (net.get_outcome_description("B", "State2"), net.get_outcome_description(1, "State0"),
+            net.get_outcome_description("B", 1)) == ("the top one", "the bottom one", "")
+    assert (net.get_outcome_fix("B", 2), net.get_outcome_fix(1, "State1")) == ("replace it", "tighten it")
     # Other nodes keep their outcomes untouched.
     assert net.get_outcome_label("A", 0) == "" and net.get_outcome_fix("A", "State1") == ""
-
-
-@pytest.mark.parametrize("call", [
-    lambda n: n.set_node_question("A", "a\0b"), lambda n: n.set_outcome_label("A", 0, "a\0"),
-    lambda n: n.set_outcome_fix(0, "State1", "\0"), lambda n: n.set_outcome_description(0, 1, "x\0y"),
-    lambda n: n.set_outcome_documentation("A", 0, [DOC("t", "p"), DOC("t\0", "p")]),
-])
-def test_texts_holding_nul_are_refused(net, call):
-    net.set_outcome_label("A", 0, "kept")
-    assert_refused(net, -4, call, net)
 
 
 def test_outcome_documentation(net):
@@ -96,15 +81,11 @@ def test_fault_and_default_outcomes(net):
     assert [net.is_fault_outcome("B", i) for i in range(3)] == [True, False, True]
     net.set_fault_outcome(1, "State0", False)
     assert not net.is_fault_outcome(1, "State0")
-
-    assert net.get_default_outcome("B") == -1
-    assert net.get_default_outcome_id("B") == ""
+    assert (net.get_default_outcome("B"), net.get_default_outcome_id("B")) == (-1, "")
     net.set_default_outcome(1, "State1")
-    assert net.get_default_outcome(1) == 1
-    assert net.get_default_outcome_id("B") == "State1"
+    assert (net.get_default_outcome(1), net.get_default_outcome_id("B")) == (1, "State1")
     net.set_default_outcome("B", 2)
-    assert net.get_default_outcome_id("B") == "State2"
-    assert net.get_default_outcome("A") == -1
+    assert (net.get_default_outcome_id("B"), net.get_default_outcome("A")) == ("State2", -1)
 
 
 _OUTCOME_CALLS = [
@@ -149,10 +130,8 @@ def test_cost_arcs(net):
     assert net.get_node_cost("C") == [NA]
     net.add_cost_arc(0, 3)
     net.add_cost_arc("B", "C")
-    assert net.get_cost_parents(3) == [0, 1]
-    assert net.get_cost_parent_ids("C") == ["A", "B"]
-    assert net.get_cost_children("A") == [3]
-    assert net.get_cost_child_ids("B") == ["C"]
+    assert (net.get_cost_parents(3), net.get_cost_parent_ids("C")) == ([0, 1], ["A", "B"])
+    assert (net.get_cost_children("A"), net.get_cost_child_ids("B")) == ([3], ["C"])
     # One cost per combination of the cost parents' outcomes.
     assert net.get_node_cost("C") == [NA] * 6
     costs = [1.0, 2.0, 3.0, 4.0, 5.5, NA]
@@ -160,11 +139,8 @@ def test_cost_arcs(net):
     assert net.get_node_cost("C") == costs
     # Cost arcs are not ordinary arcs.
     assert net.get_parents("C") == [] and net.get_children("A") == []
-
     net.delete_cost_arc("A", "C")
-    assert net.get_cost_parents("C") == [1]
-    assert net.get_cost_children(0) == []
-    assert len(net.get_node_cost(3)) == 3
+    assert (net.get_cost_parents("C"), net.get_cost_children(0), len(net.get_node_cost(3))) == ([1], [], 3)
 
 
 def test_deleting_a_node_drops_its_cost_arcs(net):
@@ -173,28 +149,6 @@ def test_deleting_a_node_drops_its_cost_arcs(net):
     assert net.get_cost_parents("B") == []
     net.add_node(pyquarn.NodeType.CPT, "D")  # reuses handle 0
     assert net.get_cost_children("D") == [] and net.get_cost_parents("B") == []
-
-
-def test_refused_cost_arcs(net):
-    net.add_node(pyquarn.NodeType.CPT, "C")
-    net.add_cost_arc("A", "B")
-    net.add_cost_arc("B", "C")
-    net.set_node_cost("B", [7.0, 8.0])
-    assert_refused(net, -2, net.add_cost_arc, "A", "B", text="QUARN Error -2 in function Network.AddCostArc")
-    assert_refused(net, -2, net.add_cost_arc, "B", "A")
-    assert_refused(net, -2, net.add_cost_arc, 0, 0)
-    assert_refused(net, -11, net.add_cost_arc, "C", "A")
-    # A parent without outcomes cannot index a cost table.
-    assert_refused(net, -51, net.add_cost_arc, "U", "A")
-    assert_refused(net, -2, net.delete_cost_arc, "A", "C", text="QUARN Error -2 in function Network.DeleteCostArc")
-    assert_refused(net, -2, net.delete_cost_arc, "B", "A")
-
-
-@pytest.mark.parametrize("cost", [[], [1.0], [1.0, 2.0, 3.0]])
-def test_cost_of_the_wrong_length(net, cost):
-    net.add_cost_arc("A", "B")
-    net.set_node_cost("B", [7.0, 8.0])
-    assert_refused(net, -2, net.set_node_cost, "B", cost, text="QUARN Error -2 in function Network.SetNodeCost")
 
 
 _NODE_CALLS = [
@@ -206,25 +160,37 @@ _NODE_CALLS = [
 ]
 
 
-@pytest.mark.parametrize("method, extra", _NODE_CALLS)
-@pytest.mark.parametrize("bad", [7, -1, 0x8000, "Nope", "Main"])
-def test_bad_nodes(net, method, extra, bad):
-    handle = bad if isinstance(bad, int) else -2
-    assert_refused(net, -3, getattr(net, method), bad, *extra,
-                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
+test_bad_nodes = bad_node_test(_NODE_CALLS)
+test_bad_node_ids = bad_node_test([(m, ()) for m in ("get_node_question", "get_default_outcome_id",
+                                                     "get_cost_parent_ids", "get_cost_child_ids")], bads=("Nope",))
 
 
-@pytest.mark.parametrize("method", ["get_node_question", "get_default_outcome_id", "get_cost_parent_ids",
-                                    "get_cost_child_ids"])
-def test_bad_node_ids(net, method):
-    assert_refused(net, -3, getattr(net, method), "Nope", text="QUARN Error Occured. Invalid node handle: -2")
+@pytest.fixture
+def costed(net):
+    """C added, cost arcs A -> B -> C, B's cost set, a label on A's first outcome."""
+    net.add_node(pyquarn.NodeType.CPT, "C")
+    net.add_cost_arc("A", "B")
+    net.add_cost_arc("B", "C")
+    net.set_node_cost("B", [7.0, 8.0])
+    net.set_outcome_label("A", 0, "kept")
+    return net
 
 
-@pytest.mark.parametrize("pair", [(0, 9), (9, 0), (0, -3), ("A", "Nope"), ("Nope", "A")])
-def test_bad_nodes_in_cost_arcs(net, pair):
-    assert_refused(net, -3, net.add_cost_arc, *pair)
-    assert_refused(net, -3, net.delete_cost_arc, *pair)
-
+# Texts holding NUL, arcs that exist, do not exist or close a cycle, a cost
+# parent without outcomes, costs of the wrong length, unknown nodes.
+test_refused = refusal_test([
+    ("set_node_question", ("A", "a\0b"), -4, "..."), ("set_outcome_label", ("A", 0, "a\0"), -4, "..."),
+    ("set_outcome_fix", (0, "State1", "\0"), -4, "..."), ("set_outcome_description", (0, 1, "x\0y"), -4, "..."),
+    ("set_outcome_documentation", ("A", 0, [DOC("t", "p"), DOC("t\0", "p")]), -4, "..."),
+    ("add_cost_arc", ("A", "B"), -2, "QUARN Error -2 in function Network.AddCostArc"),
+    ("add_cost_arc", ("B", "A"), -2, "..."), ("add_cost_arc", (0, 0), -2, "..."), ("add_cost_arc", ("C", "A"), -11, "..."),
+    ("add_cost_arc", ("U", "A"), -51, "..."),
+    ("delete_cost_arc", ("A", "C"), -2, "QUARN Error -2 in function Network.DeleteCostArc"),
+    ("delete_cost_arc", ("B", "A"), -2, "..."),
+] + [("set_node_cost", ("B", cost), -2, "QUARN Error -2 in function Network.SetNodeCost")
+     for cost in ([], [1.0], [1.0, 2.0, 3.0])]
+  + [(m, pair, -3, "...") for m in ("add_cost_arc", "delete_cost_arc")
+     for pair in [(0, 9), (9, 0), (0, -3), ("A", "Nope"), ("Nope", "A")]], "costed", describe)
 
 test_wrong_argument_types = refusal_test(type_errors([
     ("set_node_diag_type", (0, 1)), ("set_node_question", (0, 5)), ("get_node_question", (0,)),

@@ -1,8 +1,6 @@
 """Pictures: the SVG is parsed back (nodes, arcs, layers, bars against the
 reference posteriors) and rendered once by a real SVG renderer; the Graphviz
 text names the same arcs."""
-import json
-import os
 import re
 import shutil
 import subprocess
@@ -12,7 +10,7 @@ import pytest
 
 import pyquarn
 from pyquarn import NodeType
-from test_foreign_files import NETWORKS, load
+from conftest import reference_scenarios, shared_network
 
 SVG = "{http://www.w3.org/2000/svg}"
 
@@ -31,7 +29,7 @@ def parse(net):
 
 
 def test_layered_layout_puts_parents_above_children_without_overlap():
-    net = load(os.path.join(NETWORKS, "xvek", "alarm.xvek"))
+    net = shared_network("alarm")
     boxes, arcs, root = parse(net)
     assert set(boxes) == set(net.get_all_node_ids())
     assert arcs == {(p, c) for c in boxes for p in net.get_parent_ids(c)}
@@ -49,9 +47,8 @@ def test_layered_layout_puts_parents_above_children_without_overlap():
 
 
 def test_bars_show_the_posteriors_and_a_real_renderer_draws_them(tmp_path):
-    net = load(os.path.join(NETWORKS, "xvek", "asia.xvek"))
-    with open(os.path.join(NETWORKS, "reference", "asia.json")) as f:
-        sc = json.load(f)["scenarios"][1]
+    net = shared_network("asia")
+    sc = reference_scenarios("asia")[1]
     for node, outcome in sc["evidence"].items():
         net.set_evidence(node, outcome)
     net.update_beliefs()

@@ -1,19 +1,14 @@
-"""Networks made by other tools: the shared BIF, XMLBIF and Hugin files load
-with the tables of the XML network files, every format number writes a file
-that reads back, and what a format cannot hold is refused from Python."""
+"""Networks in the other formats: every format number writes a file that
+reads back, what a format cannot hold is refused from Python, and broken
+files change nothing."""
 import os
 
 import pytest
 
 import pyquarn
 from pyquarn import NodeType
-from conftest import quarn_error
+from conftest import quarn_error, shared_xvek
 from describe_util import describe
-
-SHARED = os.environ.get("QUARN_SHARED_DIR",
-                        os.path.join(os.path.dirname(__file__), "..", "..", "..", "shared"))
-NETWORKS = os.path.join(SHARED, "networks")
-SMALL = ["asia", "cancer", "earthquake", "sachs", "survey", "alarm", "child", "insurance", "hailfinder"]
 
 # number, extension, format name in the refusal, holds decisions and utilities
 FORMATS = [(1, "erg", "Ergo", False), (2, "dne", "Netica", True), (3, "dsc", "Microsoft", False),
@@ -47,19 +42,9 @@ def assert_same_tables(got, want, tol):
         assert worst <= tol, (node_id, worst)
 
 
-@pytest.mark.parametrize("name", SMALL)
-def test_shared_files_of_other_tools_hold_the_xml_tables(name):
-    want = tables(load(os.path.join(NETWORKS, "xvek", name + ".xvek")))
-    assert_same_tables(tables(load(os.path.join(NETWORKS, "bif", name + ".bif"))), want, 1e-12)
-    assert_same_tables(tables(load(os.path.join(NETWORKS, "net", name + ".net"))), want, 1e-12)
-    xmlbif = os.path.join(NETWORKS, "xmlbif", name + ".xml")
-    if os.path.exists(xmlbif):  # not every network could be written as XMLBIF
-        assert_same_tables(tables(load(xmlbif, 6)), want, 1e-12)
-
-
 @pytest.mark.parametrize("number,ext,_name,_decisions", FORMATS)
 def test_every_format_writes_what_it_reads(number, ext, _name, _decisions, tmp_path):
-    original = load(os.path.join(NETWORKS, "xvek", "alarm.xvek"))
+    original = load(shared_xvek("alarm"))
     by_ext = str(tmp_path / ("alarm." + ext))
     original.write_file(by_ext)
     by_number = str(tmp_path / "alarm.any")
@@ -107,10 +92,10 @@ def test_decisions_and_utilities_are_written_or_refused_whole(number, ext, name,
 @pytest.mark.parametrize("ext", ["bif", "net", "erg", "dne", "dsc", "dxp", "vek", "uai"])
 def test_broken_files_raise_and_change_nothing(ext, tmp_path):
     good = str(tmp_path / ("asia." + ext))
-    load(os.path.join(NETWORKS, "xvek", "asia.xvek")).write_file(good)
+    load(shared_xvek("asia")).write_file(good)
     with open(good, "rb") as f:
         text = f.read()
-    net = load(os.path.join(NETWORKS, "xvek", "cancer.xvek"))
+    net = load(shared_xvek("cancer"))
     before = describe(net)
     bad = str(tmp_path / ("broken." + ext))
     refused = 0
@@ -126,5 +111,5 @@ def test_broken_files_raise_and_change_nothing(ext, tmp_path):
             assert describe(net) == before
         else:
             # A prefix that happens to be a whole network replaces the old one.
-            net = load(os.path.join(NETWORKS, "xvek", "cancer.xvek"))
+            net = load(shared_xvek("cancer"))
     assert refused > 30

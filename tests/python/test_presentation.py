@@ -2,7 +2,7 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import assert_refused, describe
+from describe_util import bad_node_test, describe
 
 
 @pytest.fixture
@@ -32,57 +32,33 @@ def test_position_is_stored_by_its_centre(net):
     assert other.get_node_position("A") == [10, 20, 5, 7]
 
 
-@pytest.mark.parametrize("rect", [[1, 2, 3], [1, 2, 3, 4, 5], []])
-def test_position_list_must_hold_four_ints(net, rect):
-    text = ("QUARN Error 1 in function "
-            "pyquarn.Network.set_node_position(int, list) - rect array has invalid size")
-    assert_refused(net, 1, net.set_node_position, 0, rect, text=text)
-    assert_refused(net, 1, net.set_node_position, "A", rect, text=text)
-
-
-def test_position_whose_centre_overflows_is_refused(net):
-    assert_refused(net, -2, net.set_node_position, 0, 2**31 - 10, 0, 100, 10,
-                   text="QUARN Error -2 in function Network.SetNodePosition. Position is out of range")
-    assert_refused(net, -2, net.set_node_position, "A", [0, -2**31, 10, -10])
-
-
 def test_colors_pass_through_unchanged(net):
     defaults = (net.get_node_bg_color(0), net.get_node_text_color(0), net.get_node_border_color(0))
     net.set_node_bg_color(0, 0x123456)
     net.set_node_text_color("A", 0xFFFFFFFF)
     net.set_node_border_color(0, 0)
-    assert net.get_node_bg_color("A") == 0x123456
-    assert net.get_node_text_color(0) == 0xFFFFFFFF
-    assert net.get_node_border_color("A") == 0
+    assert (net.get_node_bg_color("A"), net.get_node_text_color(0), net.get_node_border_color("A")) == (
+        0x123456, 0xFFFFFFFF, 0)
     assert (net.get_node_bg_color(1), net.get_node_text_color(1), net.get_node_border_color(1)) == defaults
 
 
-def test_border_width(net):
+def test_border_width_and_bar_chart(net):
     assert net.get_node_border_width(0) == 1
     net.set_node_border_width("A", 4)
-    assert net.get_node_border_width(0) == 4
-    assert net.get_node_border_width("B") == 1
-
-
-def test_bar_chart(net):
+    assert (net.get_node_border_width(0), net.get_node_border_width("B")) == (4, 1)
     assert not net.is_node_chart_enabled(0)
     net.set_node_chart_enabled("A", True)
-    assert net.is_node_chart_enabled(0)
-    assert not net.is_node_chart_enabled(1)
+    assert (net.is_node_chart_enabled(0), net.is_node_chart_enabled(1)) == (True, False)
     net.set_node_chart_size(0, 200, 90)
-    assert net.get_node_chart_size("A") == [200, 90]
     net.set_node_chart_enabled(0, False)
-    assert not net.is_node_chart_enabled("A")
-    assert net.get_node_chart_size(0) == [200, 90]
+    assert (net.is_node_chart_enabled("A"), net.get_node_chart_size(0)) == (False, [200, 90])
 
 
 def test_noisy_decomposition_settings(net):
-    assert not net.is_noisy_decomposition_enabled()
-    assert net.get_noisy_decomposition_limit() == 4
+    assert (net.is_noisy_decomposition_enabled(), net.get_noisy_decomposition_limit()) == (False, 4)
     net.set_noisy_decomposition_enabled(True)
     net.set_noisy_decomposition_limit(9)
-    assert net.is_noisy_decomposition_enabled()
-    assert net.get_noisy_decomposition_limit() == 9
+    assert (net.is_noisy_decomposition_enabled(), net.get_noisy_decomposition_limit()) == (True, 9)
 
 
 _NODE_CALLS = [
@@ -94,17 +70,17 @@ _NODE_CALLS = [
 ]
 
 
-@pytest.mark.parametrize("method, extra", _NODE_CALLS)
-@pytest.mark.parametrize("bad", [2, -1, 0x8000, "Nope", "Main", ""])
-def test_bad_nodes(net, method, extra, bad):
-    net.delete_node(0)  # handle 0 is free now
-    handle = bad if isinstance(bad, int) else -2
-    assert_refused(net, -3, getattr(net, method), bad, *extra,
-                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
-    assert_refused(net, -3, getattr(net, method), 0, *extra)
+# Handle 0 is free: its node was deleted.
+test_bad_nodes = bad_node_test(_NODE_CALLS, bads=(0, 2, -1, 0x8000, "Nope", "Main", ""),
+                               prepare=lambda net: net.delete_node(0))
 
 
-test_wrong_argument_types = refusal_test(type_errors([
+RECT = "QUARN Error 1 in function pyquarn.Network.set_node_position(int, list) - rect array has invalid size"
+test_refused = refusal_test([("set_node_position", (node, rect), 1, RECT) for rect in ([1, 2, 3], [1, 2, 3, 4, 5], [])
+                             for node in (0, "A")] + [
+    ("set_node_position", (0, 2**31 - 10, 0, 100, 10), -2,
+     "QUARN Error -2 in function Network.SetNodePosition. Position is out of range"),
+    ("set_node_position", ("A", [0, -2**31, 10, -10]), -2, "...")] + type_errors([
     ("set_node_position", (0, 1.5, 2, 3, 4)), ("set_node_position", (0, [1, 2, None, 4])),
     ("set_node_position", (0, 1, 2, 3)), ("set_node_bg_color", (0, -1)), ("set_node_bg_color", (0, 2**32)),
     ("set_node_text_color", (0, "red")), ("set_node_border_color", (0, 1.0)), ("set_node_border_width", (0, "2")),

@@ -2,7 +2,7 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import assert_refused, describe
+from describe_util import bad_node_test, describe
 
 UP = pyquarn.UserProperty
 DOC = pyquarn.DocItemInfo
@@ -58,41 +58,30 @@ def test_node_documentation(net):
     assert net.get_node_documentation("A") == []
 
 
-@pytest.mark.parametrize("items", [
-    [UP("", "x")],
-    [UP("ok", "1"), UP("", "2")],
-    [UP("a\0b", "1")],
-    [UP("a", "1\0")],
-])
-def test_bad_properties_are_refused_whole(net, items):
-    net.set_user_properties([UP("keep", "me")])
-    net.set_node_user_properties(0, [UP("keep", "node")])
-    text = assert_refused(net, -4, net.set_user_properties, items)
-    assert text.startswith("QUARN Error -4 in function Network.SetUserProperties. Property name ")
-    assert_refused(net, -4, net.set_node_user_properties, 0, items)
-    assert_refused(net, -4, net.set_node_user_properties, "A", items)
-
-
-def test_documentation_with_nul_is_refused(net):
-    net.set_node_documentation(0, [DOC("keep", "me")])
-    assert_refused(net, -4, net.set_node_documentation, 0, [DOC("t", "p"), DOC("t\0", "p")])
-    assert_refused(net, -4, net.set_node_documentation, "A", [DOC("t", "p\0")])
-
-
-@pytest.mark.parametrize("method, extra", [
+test_bad_nodes = bad_node_test([
     ("get_node_user_properties", ()), ("set_node_user_properties", ([UP("a", "1")],)),
     ("get_node_documentation", ()), ("set_node_documentation", ([DOC("t", "p")],)),
 ])
-@pytest.mark.parametrize("bad", [2, -1, 0x8000, "Nope", "Main"])
-def test_bad_nodes(net, method, extra, bad):
-    handle = bad if isinstance(bad, int) else -2
-    assert_refused(net, -3, getattr(net, method), bad, *extra,
-                   text=f"QUARN Error Occured. Invalid node handle: {handle}")
 
 
-test_wrong_argument_types = refusal_test(type_errors([
+@pytest.fixture
+def kept(net):
+    net.set_user_properties([UP("keep", "me")])
+    net.set_node_user_properties(0, [UP("keep", "node")])
+    net.set_node_documentation(0, [DOC("keep", "me")])
+    return net
+
+
+# A bad item refuses the whole list.
+test_refused = refusal_test([
+    row for items in ([UP("", "x")], [UP("ok", "1"), UP("", "2")], [UP("a\0b", "1")], [UP("a", "1\0")])
+    for row in [("set_user_properties", (items,), -4,
+                 "QUARN Error -4 in function Network.SetUserProperties. Property name ..."),
+                ("set_node_user_properties", (0, items), -4, "..."), ("set_node_user_properties", ("A", items), -4, "...")]
+] + [("set_node_documentation", (0, [DOC("t", "p"), DOC("t\0", "p")]), -4, "..."),
+     ("set_node_documentation", ("A", [DOC("t", "p\0")]), -4, "...")] + type_errors([
     ("set_user_properties", ([("a", "1")],)), ("set_user_properties", (UP("a", "1"),)),
     ("set_user_properties", ([DOC("a", "1")],)), ("set_node_user_properties", (0, [1])),
     ("set_node_documentation", (0, [UP("a", "1")])), ("set_node_documentation", (0.0, [])),
     ("get_node_documentation", (None,)),
-]), "net", describe)
+]), "kept", describe)

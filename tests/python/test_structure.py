@@ -6,7 +6,7 @@ import math
 import pytest
 
 import pyquarn
-from pyquarn import EdgeType, QUARNException
+from pyquarn import EdgeType
 from pyquarn.learning import (BayesianSearch, BkKnowledge, DataSet, GreedyThickThinning, NaiveBayes, PC, TAN,
                               Pattern)
 

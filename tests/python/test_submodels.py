@@ -22,11 +22,8 @@ def walk(net):
 
 def test_main_submodel_exists_in_an_empty_network():
     n = pyquarn.Network()
-    assert n.get_main_submodel() == MAIN
-    assert n.get_main_submodel_id() == "Main"
-    assert n.get_submodel("Main") == MAIN
-    assert n.get_submodel_count() == 1
-    assert walk(n) == [MAIN]
+    assert (n.get_main_submodel(), n.get_main_submodel_id(), n.get_submodel("Main")) == (MAIN, "Main", MAIN)
+    assert n.get_submodel_count() == 1 and walk(n) == [MAIN]
     assert n.get_submodel_of_submodel(MAIN) < 0
 
 
@@ -34,12 +31,9 @@ def test_add_by_parent_handle_and_by_parent_id(net):
     s1 = net.add_submodel(MAIN, "S1")
     s2 = net.add_submodel("S1", "S2")
     assert (s1, s2) == (MAIN | 1, MAIN | 2)
-    assert net.get_submodel("S2") == s2
-    assert net.get_submodel_id(s2) == "S2"
-    assert net.get_submodel_count() == 3
+    assert (net.get_submodel("S2"), net.get_submodel_id(s2), net.get_submodel_count()) == (s2, "S2", 3)
     assert walk(net) == [MAIN, s1, s2]
-    assert net.get_submodel_of_submodel(s2) == s1
-    assert net.get_submodel_of_submodel("S1") == MAIN
+    assert (net.get_submodel_of_submodel(s2), net.get_submodel_of_submodel("S1")) == (s1, MAIN)
     # A new submodel's name starts as its id.
     assert net.get_submodel_name("S2") == "S2"
 
@@ -49,13 +43,11 @@ def test_header_fields(net):
     net.set_submodel_name(s, "First name")
     net.set_submodel_name("S", "Späte Name")
     net.set_submodel_description(s, "about")
-    assert net.get_submodel_name("S") == "Späte Name"
-    assert net.get_submodel_description("S") == "about"
+    assert (net.get_submodel_name("S"), net.get_submodel_description("S")) == ("Späte Name", "about")
     net.set_submodel_description("S", "")
-    assert net.get_submodel_description("S") == ""
     net.set_submodel_id(s, "Renamed")
-    assert net.get_submodel("Renamed") == s
-    assert net.get_submodel_id(s) == "Renamed"
+    assert (net.get_submodel_description("Renamed"), net.get_submodel("Renamed"), net.get_submodel_id(s)) == (
+        "", s, "Renamed")
     # A NUL would cut the text short.
     assert_refused(net, -4, net.set_submodel_name, s, "a\0b")
     assert_refused(net, -4, net.set_submodel_description, "Renamed", "a\0b")
@@ -66,8 +58,7 @@ def test_node_membership(net):
     assert net.get_submodel_of_node(0) == MAIN
     net.set_submodel_of_node(0, s)
     net.set_submodel_of_node("B", "S")
-    assert net.get_submodel_of_node("A") == s
-    assert net.get_submodel_of_node(1) == s
+    assert (net.get_submodel_of_node("A"), net.get_submodel_of_node(1)) == (s, s)
     net.set_submodel_of_node("A", "Main")
     assert net.get_submodel_of_node(0) == MAIN
 
@@ -97,32 +88,12 @@ def test_delete_moves_contents_up_and_frees_the_handle(net):
     s3 = net.add_submodel(s2, "S3")
     net.set_submodel_of_node("A", "S2")
     net.delete_submodel("S2")
-    assert net.get_submodel_count() == 3
-    assert net.get_submodel_of_node("A") == s1
-    assert net.get_submodel_of_submodel(s3) == s1
+    assert (net.get_submodel_count(), net.get_submodel_of_node("A"), net.get_submodel_of_submodel(s3)) == (3, s1, s1)
     assert walk(net) == [MAIN, s1, s3]
     # The lowest free entry is reused, and the old id is free again.
     assert net.add_submodel(MAIN, "S2") == s2
     net.delete_submodel(s1)
     assert net.get_submodel_of_node("A") == MAIN
-
-
-def test_ids_are_shared_with_nodes(net):
-    s = net.add_submodel(MAIN, "S")
-    assert_refused(net, -32, net.add_submodel, MAIN, "A")
-    assert_refused(net, -32, net.set_submodel_id, s, "B")
-    assert_refused(net, -32, net.add_submodel, "Main", "S")
-    assert_refused(net, -2, net.add_node, pyquarn.NodeType.CPT, "S")
-    # Keeping its own id is no change.
-    net.set_submodel_id(s, "S")
-    assert net.get_submodel("S") == s
-
-
-@pytest.mark.parametrize("bad_id", ["", "1abc", "has space", "a-b", "x\0y"])
-def test_invalid_ids_are_refused(net, bad_id):
-    s = net.add_submodel(MAIN, "S")
-    assert_refused(net, -4, net.add_submodel, MAIN, bad_id)
-    assert_refused(net, -4, net.set_submodel_id, s, bad_id)
 
 
 def test_position_uses_the_top_left_corner(net):
@@ -133,21 +104,6 @@ def test_position_uses_the_top_left_corner(net):
     assert net.get_submodel_position("S") == [-11, 3, 81, 2]
     net.set_submodel_position("S", x=1, y=2, width=3, height=4)
     assert net.get_submodel_position(s) == [1, 2, 3, 4]
-
-
-@pytest.mark.parametrize("rect", [[1, 2, 3], [1, 2, 3, 4, 5], []])
-def test_position_list_must_hold_four_ints(net, rect):
-    s = net.add_submodel(MAIN, "S")
-    text = ("QUARN Error 1 in function "
-            "pyquarn.Network.set_submodel_position(int, list) - rect array has invalid size")
-    assert_refused(net, 1, net.set_submodel_position, s, rect, text=text)
-    assert_refused(net, 1, net.set_submodel_position, "S", rect, text=text)
-
-
-def test_position_whose_centre_overflows_is_refused(net):
-    s = net.add_submodel(MAIN, "S")
-    assert_refused(net, -2, net.set_submodel_position, s, 2**31 - 10, 0, 100, 10)
-    assert_refused(net, -2, net.set_submodel_position, s, [0, -2**31, 10, -10])
 
 
 # Every submodel method given a bad submodel: a node handle, a free entry, a
@@ -178,13 +134,6 @@ def test_bad_submodel_handles(net, bad, index):
     assert_refused(net, -3, call, bad, *extra, text=f"QUARN Error Occured. Invalid submodel handle: {bad}")
 
 
-@pytest.mark.parametrize("bad", [0, 1, MAIN | 5, -1, MAIN | 0x10000])
-def test_a_node_goes_only_into_a_submodel_that_exists(net, bad):
-    # The submodel handle is the engine's to check.
-    net.add_submodel(MAIN, "S")
-    assert_refused(net, -2, net.set_submodel_of_node, 0, bad, text="QUARN Error -2 in function Network.SetSubmodelOfNode")
-
-
 @pytest.mark.parametrize("method, extra", [
     ("get_submodel", ()), ("get_submodel_name", ()), ("get_submodel_description", ()),
     ("delete_submodel", ()), ("set_submodel_name", ("x",)), ("set_submodel_description", ("x",)),
@@ -199,24 +148,39 @@ def test_unknown_submodel_ids(net, method, extra, bad_id):
                    text="QUARN Error Occured. Invalid submodel handle: -2")
 
 
-def test_bad_nodes_in_membership(net):
-    s = net.add_submodel(MAIN, "S")
-    assert_refused(net, -3, net.set_submodel_of_node, 7, s)
-    assert_refused(net, -3, net.set_submodel_of_node, "Nope", "S")
-    assert_refused(net, -3, net.get_submodel_of_node, 2)
-    assert_refused(net, -3, net.get_submodel_of_node, "S")
-    # A submodel handle is not a node handle.
-    assert_refused(net, -3, net.set_submodel_of_node, s, s)
+@pytest.fixture
+def sub(net):
+    net.add_submodel(MAIN, "S")
+    return net
 
 
-def test_main_cannot_be_deleted(net):
-    assert_refused(net, -2, net.delete_submodel, MAIN, text="QUARN Error -2 in function Network.DeleteSubmodel")
-    assert_refused(net, -2, net.delete_submodel, "Main")
+S = MAIN | 1
+RECT = "QUARN Error 1 in function pyquarn.Network.set_submodel_position(int, list) - rect array has invalid size"
+
+# Ids are shared with nodes; a submodel handle is not a node handle; the
+# submodel of a node is the engine's to check.
+test_refused = refusal_test([
+    ("add_submodel", (MAIN, "A"), -32, "..."), ("set_submodel_id", (S, "B"), -32, "..."),
+    ("add_submodel", ("Main", "S"), -32, "..."), ("add_node", (pyquarn.NodeType.CPT, "S"), -2, "..."),
+    ("set_submodel_position", (S, 2**31 - 10, 0, 100, 10), -2, "..."),
+    ("set_submodel_position", (S, [0, -2**31, 10, -10]), -2, "..."),
+    ("set_submodel_of_node", (7, S), -3, "..."), ("set_submodel_of_node", ("Nope", "S"), -3, "..."),
+    ("get_submodel_of_node", (2,), -3, "..."), ("get_submodel_of_node", ("S",), -3, "..."),
+    ("set_submodel_of_node", (S, S), -3, "..."),
+    ("delete_submodel", (MAIN,), -2, "QUARN Error -2 in function Network.DeleteSubmodel"),
+    ("delete_submodel", ("Main",), -2, "..."),
+] + [(m, (parent, bad_id), -4, "...") for bad_id in ["", "1abc", "has space", "a-b", "x\0y"]
+     for m, parent in [("add_submodel", MAIN), ("set_submodel_id", S)]]
+  + [("set_submodel_position", (s, rect), 1, RECT) for rect in ([1, 2, 3], [1, 2, 3, 4, 5], []) for s in (S, "S")]
+  + [("set_submodel_of_node", (0, bad), -2, "QUARN Error -2 in function Network.SetSubmodelOfNode")
+     for bad in [0, 1, MAIN | 5, -1, MAIN | 0x10000]]
+  + type_errors([
+      ("add_submodel", (1.5, "X")), ("add_submodel", (MAIN, 3)), ("get_submodel", (MAIN,)),
+      ("get_submodel_id", ("Main",)), ("set_submodel_of_node", (0, "Main")),
+      ("set_submodel_of_submodel", ("Main", MAIN)), ("set_submodel_position", (MAIN, [1, 2, "3", 4])),
+      ("set_submodel_position", (MAIN, 1.0, 2, 3, 4)), ("get_next_submodel", ("Main",))]), "sub", describe)
 
 
-test_wrong_argument_types = refusal_test(type_errors([
-    ("add_submodel", (1.5, "X")), ("add_submodel", (MAIN, 3)), ("get_submodel", (MAIN,)),
-    ("get_submodel_id", ("Main",)), ("set_submodel_of_node", (0, "Main")), ("set_submodel_of_submodel", ("Main", MAIN)),
-    ("set_submodel_position", (MAIN, [1, 2, "3", 4])), ("set_submodel_position", (MAIN, 1.0, 2, 3, 4)),
-    ("get_next_submodel", ("Main",)),
-]), "net", describe)
+def test_keeping_its_own_id_is_no_change(sub):
+    sub.set_submodel_id(S, "S")
+    assert sub.get_submodel("S") == S

@@ -9,7 +9,7 @@
 #include <functional>
 #include <random>
 
-#include "../inference/infTestUtil.h"
+#include "../analysis/analysisTestUtil.h"
 #include "diagnosis/diagSession.h"
 #include "network/discDef.h"
 #include "network/node.h"
@@ -29,22 +29,11 @@ struct DiagNet {
 // tables. The first nf nodes are faults (every outcome but the first), the
 // last nt are observations.
 void Build(DiagNet& d, std::mt19937& rng, int n, int nf, int nt) {
-    std::uniform_real_distribution<double> u(0.05, 1.0);
     for (int i = 0; i < n; ++i) d.h.push_back(AddNode(d.net, Name("n", i), 2 + static_cast<int>(rng() % 2)));
     for (int i = 1; i < n; ++i)
         for (int k = 0; k < i; ++k)
             if (rng() % 3 == 0 && d.net.GetNode(d.h[i])->Parents().GetSize() < 3) d.net.AddArc(d.h[k], d.h[i]);
-    for (int i = 0; i < n; ++i) {
-        const VEK_Dmatrix* m = d.net.GetDef(d.h[i])->GetMatrix();
-        const int k = m->GetLastDimensionSize();
-        std::vector<double> t(static_cast<size_t>(m->GetSize()));
-        for (size_t c = 0; c < t.size(); c += static_cast<size_t>(k)) {
-            double sum = 0.0;
-            for (int s = 0; s < k; ++s) sum += (t[c + static_cast<size_t>(s)] = u(rng));
-            for (int s = 0; s < k; ++s) t[c + static_cast<size_t>(s)] /= sum;
-        }
-        ASSERT_EQ(SetTable(d.net, d.h[i], t), 0);
-    }
+    RandomTables(d.net, d.h, rng, 0.0);
     for (int i = 0; i < nf; ++i) {
         VEK_node* node = d.net.GetNode(d.h[i]);
         node->SetDiagType(VEK_DIAG_FAULT);
@@ -63,30 +52,17 @@ void Build(DiagNet& d, std::mt19937& rng, int n, int nf, int nt) {
 using Assignment = std::vector<int>;
 using Event = std::function<bool(const Assignment&)>;
 
-// The full joint distribution, one entry per assignment (by node index).
+// The full joint distribution, one entry per assignment (by node index,
+// which is the handle).
 struct Joint {
     std::vector<Assignment> x;
     std::vector<double> p;
 
     explicit Joint(const DiagNet& d) {
-        const size_t n = d.h.size();
-        auto states = [&](size_t i) { return d.net.GetDef(d.h[i])->GetNumberOfOutcomes(); };
-        for (Assignment a(n, 0);;) {
-            double p = 1.0;
-            for (size_t i = 0; i < n; ++i) {
-                int idx = 0;
-                for (int q : d.net.GetNode(d.h[i])->Parents()) {
-                    const size_t j = static_cast<size_t>(std::find(d.h.begin(), d.h.end(), q) - d.h.begin());
-                    idx = idx * states(j) + a[j];
-                }
-                p *= (*d.net.GetDef(d.h[i])->GetMatrix())[idx * states(i) + a[i]];
-            }
+        antest::ForEachJoint(d.net, [this](const Assignment& a, double q) {
             x.push_back(a);
-            this->p.push_back(p);
-            size_t k = n;
-            while (k > 0 && ++a[k - 1] == states(k - 1)) a[--k] = 0;
-            if (k == 0) break;
-        }
+            p.push_back(q);
+        });
     }
     double P(const Event& e) const {
         double s = 0.0;

@@ -55,40 +55,8 @@ inline const VEK_network* Reference(const std::string& name) {
 
 // got holds the nodes of ref with the same ids, names, parents (in order),
 // state ids and labels, and tables equal within tolerance.
-inline void ExpectSameAs(const VEK_network& ref, const VEK_network& got, double tolerance, bool labels = true) {
-    ASSERT_EQ(got.GetNumberOfNodes(), ref.GetNumberOfNodes());
-    int tableMismatches = 0;
-    for (int hr = ref.GetFirstNode(); hr >= 0; hr = ref.GetNextNode(hr)) {
-        const char* id = ref.GetNodeId(hr);
-        SCOPED_TRACE(std::string("node ") + id);
-        int hg = got.FindNode(id);
-        ASSERT_GE(hg, 0);
-        const VEK_node& nr = *ref.GetNode(hr);
-        const VEK_node& ng = *got.GetNode(hg);
-        EXPECT_STREQ(ng.Header().GetName(), nr.Header().GetName());
-        ASSERT_EQ(ng.Definition()->GetType(), nr.Definition()->GetType());
-        std::vector<std::string> pr, pg;
-        for (int k = 0; k < nr.Parents().GetSize(); ++k) pr.push_back(ref.GetNodeId(nr.Parents()[k]));
-        for (int k = 0; k < ng.Parents().GetSize(); ++k) pg.push_back(got.GetNodeId(ng.Parents()[k]));
-        ASSERT_EQ(pg, pr);
-        const auto* dr = static_cast<const VEK_discDef*>(nr.Definition());
-        const auto* dg = static_cast<const VEK_discDef*>(ng.Definition());
-        ASSERT_EQ(dg->GetOutcomeIds()->ToVector(), dr->GetOutcomeIds()->ToVector());
-        if (labels) {
-            for (int k = 0; k < dr->GetNumberOfOutcomes(); ++k) {
-                EXPECT_STREQ(dg->GetOutcomeLabel(k), dr->GetOutcomeLabel(k)) << "state " << k;
-            }
-        }
-        const VEK_Dmatrix& mr = *dr->GetMatrix();
-        const VEK_Dmatrix& mg = *dg->GetMatrix();
-        ASSERT_EQ(mg.GetDimensions().ToVector(), mr.GetDimensions().ToVector());
-        for (int i = 0; i < mr.GetSize(); ++i) {
-            if (std::fabs(mg[i] - mr[i]) > tolerance && ++tableMismatches <= 5) {
-                ADD_FAILURE() << "item " << i << ": " << mg[i] << " vs " << mr[i];
-            }
-        }
-    }
-    EXPECT_EQ(tableMismatches, 0);
+inline void ExpectSameAs(const VEK_network& ref, const VEK_network& got, double tolerance) {
+    foreign::ExpectSameNetwork(ref, got, {.names = true, .labels = true, .tolerance = tolerance});
 }
 
 // The smaller networks written in format and read back equal the XML network

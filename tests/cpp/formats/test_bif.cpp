@@ -1,17 +1,13 @@
-// Format 6: XMLBIF files (whatever their extension) and classic text BIF,
-// read against the shared networks, hand-made files that exercise the
-// grammar and its faults, the XMLBIF writer and round trips.
+// Format 6: XMLBIF files (whatever their extension) and classic text BIF:
+// hand-made files that exercise the grammar and its faults, the number
+// scanner, the XMLBIF writer and hostile input.
 #include <gtest/gtest.h>
 
 #include <charconv>
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -42,32 +38,6 @@ int ReadBif(VEK_network& net, const std::string& text, const char* extension = "
 }
 
 }  // namespace
-
-// ------------------------------------------------------------ shared networks
-
-// Every BIF and XMLBIF file of the shared folder against the XML network file
-// of the same network; each file is read once.
-TEST(BifSharedNetworks, TextAndXmlFilesMatchTheXmlNetworkFiles) {
-    std::vector<std::string> names = shared::Names();
-    ASSERT_GE(names.size(), 20u);
-    for (const std::string& name : names) {
-        SCOPED_TRACE(name);
-        const VEK_network* ref = shared::Reference(name);
-        ASSERT_TRUE(ref);
-        VEK_network bif;
-        ASSERT_EQ(bif.ReadFile(shared::PathOf("bif", name, ".bif").c_str()), 0) << LastMessage(bif);
-        shared::ExpectSameAs(*ref, bif, 1e-12);
-        std::string xml = shared::PathOf("xmlbif", name, ".xml");
-        if (!std::filesystem::exists(xml)) continue;  // child: the other tool could not write it
-        VEK_network xmlbif;
-        ASSERT_EQ(xmlbif.ReadFile(xml.c_str(), VEK_FORMAT_XMLBIF), 0) << LastMessage(xmlbif);
-        shared::ExpectSameAs(*ref, xmlbif, 1e-12);
-    }
-}
-
-TEST(BifSharedNetworks, WrittenXmlbifReadsBackAsTheXmlNetwork) {
-    shared::ExpectSmallNetworksRoundTrip(VEK_FORMAT_XMLBIF, ".xml");
-}
 
 // ------------------------------------------------------------ text BIF grammar
 
@@ -204,14 +174,6 @@ TEST(BifText, FaultsAreRefusedWithTheirPosition) {
     });
 }
 
-TEST(BifText, MissingFileIsRefused) {
-    VEK_network net;
-    foreign::MakeSentinel(net);
-    EXPECT_EQ(net.ReadFile("/no/such/dir/x.bif"), VEK_FILE_READ_ERROR);
-    EXPECT_NE(LastMessage(net).find("Can't open file /no/such/dir/x.bif"), std::string::npos) << LastMessage(net);
-    foreign::ExpectSentinel(net);
-}
-
 // Table numbers are read by a fast decimal scanner; it must give exactly
 // what the library gives, for the shortest form of any double and for the
 // fixed-width forms other tools write.
@@ -320,7 +282,7 @@ TEST(Xmlbif, FaultsAreRefusedWithTheirPosition) {
     });
 }
 
-TEST(Xmlbif, WriterKeepsNamesAndRefusesWhatItCannotHold) {
+TEST(Xmlbif, WriterKeepsNames) {
     VEK_network net;
     int a = net.AddNode(VEK_CPT, "low_a");
     int b = net.AddNode(VEK_CPT, "b");
@@ -340,36 +302,6 @@ TEST(Xmlbif, WriterKeepsNamesAndRefusesWhatItCannotHold) {
     EXPECT_NE(text.find("<OUTCOME>&lt;5</OUTCOME>"), std::string::npos) << text;
     EXPECT_NE(text.find("<OUTCOME>big</OUTCOME>"), std::string::npos) << text;
     EXPECT_NE(text.find("<GIVEN>low a</GIVEN>"), std::string::npos) << text;
-
-    int m = net.AddNode(VEK_MAU, "mau");
-    ASSERT_GE(m, 0);
-    TempFile file(".xml");
-    EXPECT_EQ(net.WriteFile(file.c_str(), VEK_FORMAT_XMLBIF), VEK_OUT_OF_RANGE);
-    EXPECT_EQ(LastMessage(net), "ERROR: This Network cannot be saved in XMLBIF format");
-    EXPECT_FALSE(file.Exists());
-}
-
-// Random networks of every kind the format holds survive a round trip
-// exactly: decisions and utilities, truth tables as their tables, names and
-// labels that repair to their ids, positions and properties.
-TEST(Xmlbif, RandomNetworksRoundTrip) {
-    for (unsigned seed = 1; seed <= 12; ++seed) {
-        SCOPED_TRACE(seed);
-        foreign::Generator gen(seed);
-        foreign::GenOptions o;
-        o.nodes = 4 + static_cast<int>(seed);
-        o.decisions = o.utilities = o.truthTables = true;
-        o.names = o.labels = foreign::Names::Spaced;
-        o.positions = o.properties = true;
-        o.utf8Ids = seed % 2 == 0;
-        VEK_network net, back;
-        gen.Build(net, o);
-        foreign::RoundTrip(net, VEK_FORMAT_XMLBIF, ".bif", back);
-        foreign::Compare c;
-        c.names = c.labels = c.positions = c.properties = true;
-        c.type = foreign::AsCpt;
-        foreign::ExpectSameNetwork(net, back, c);
-    }
 }
 
 // ------------------------------------------------------------ hostile input

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "../xml/networkDescription.h"
@@ -40,6 +41,14 @@ std::vector<VEK_token> Tokens(TextFormat& f, const std::string& text, int* statu
     int res;
     while ((res = f.GetToken(t)) == VEK_OKAY) out.push_back(t);
     if (status) *status = res;
+    return out;
+}
+
+// Text, line and column of each token.
+using Spots = std::vector<std::tuple<std::string, int, int>>;
+Spots SpotsOf(const std::vector<VEK_token>& tokens) {
+    Spots out;
+    for (const VEK_token& t : tokens) out.emplace_back(t.text, t.line, t.column);
     return out;
 }
 
@@ -172,29 +181,16 @@ TEST(FormatSelection, ReadMessagesReachARedirectedLogger) {
 TEST(Tokenizer, CommentsWhitespaceLineEndsAndBom) {
     VEK_network net;
     TextFormat f(net);
-    auto t = Tokens(f, "\xEF\xBB\xBFnet // note\r\n{ /* a\r\nb */ x\r\ty\n}");
-    ASSERT_EQ(t.size(), 5u);
-    EXPECT_TRUE(t[0].Is("net"));
-    EXPECT_EQ(t[0].line, 1);
-    EXPECT_EQ(t[0].column, 1);
-    EXPECT_TRUE(t[1].Is("{"));
-    EXPECT_EQ(t[1].line, 2);
-    EXPECT_TRUE(t[2].Is("x"));
-    EXPECT_EQ(t[2].line, 3);
-    EXPECT_EQ(t[2].column, 6);
-    EXPECT_TRUE(t[3].Is("y"));
-    EXPECT_EQ(t[3].line, 4);  // a lone CR ends a line too
-    EXPECT_EQ(t[3].column, 2);
-    EXPECT_EQ(t[4].line, 5);
+    // A lone CR ends a line too.
+    EXPECT_EQ(SpotsOf(Tokens(f, "\xEF\xBB\xBFnet // note\r\n{ /* a\r\nb */ x\r\ty\n}")),
+              (Spots{{"net", 1, 1}, {"{", 2, 1}, {"x", 3, 6}, {"y", 4, 2}, {"}", 5, 1}}));
 
     // Other comment styles, nested block comments, columns in characters.
     f.Tokenizer().Syntax().lineComments = {"%", "#"};
     f.Tokenizer().Syntax().blockComments = {{"(*", "*)"}};
     f.Tokenizer().Syntax().nestedBlockComments = true;
-    t = Tokens(f, "a % one\n# two\n(* x (* y *) z *) \xC3\xA9t\xC3\xA9 b");
-    ASSERT_EQ(t.size(), 3u);
-    EXPECT_EQ(t[1].text, "\xC3\xA9t\xC3\xA9");
-    EXPECT_EQ(t[2].column, 23);
+    EXPECT_EQ(SpotsOf(Tokens(f, "a % one\n# two\n(* x (* y *) z *) \xC3\xA9t\xC3\xA9 b")),
+              (Spots{{"a", 1, 1}, {"\xC3\xA9t\xC3\xA9", 3, 19}, {"b", 3, 23}}));
 }
 
 TEST(Tokenizer, NumbersInEveryCForm) {
@@ -239,13 +235,10 @@ TEST(Tokenizer, StringsWithEscapesAndSymbols) {
     auto t = Tokens(f, "\"a\\n\\t\\\"b\\\\\\x41\\101\\u20AC\\q\" -> <= < == = 'x'");
     ASSERT_EQ(t.size(), 9u);
     EXPECT_TRUE(t[0].IsString());
-    EXPECT_EQ(t[0].text, "a\n\t\"b\\AA\xE2\x82\xAC" "q");
-    EXPECT_TRUE(t[1].Is("->"));
-    EXPECT_TRUE(t[2].Is("<="));
-    EXPECT_TRUE(t[3].Is("<"));
-    EXPECT_TRUE(t[4].Is("=="));
-    EXPECT_TRUE(t[5].Is("="));
-    EXPECT_TRUE(t[6].Is("'"));  // not a quote unless the syntax says so
+    // ' is no quote unless the syntax says so.
+    std::vector<std::string> texts;
+    for (const VEK_token& k : t) texts.push_back(k.text);
+    EXPECT_EQ(texts, (std::vector<std::string>{"a\n\t\"b\\AA\xE2\x82\xAC" "q", "->", "<=", "<", "==", "=", "'", "x", "'"}));
     f.Tokenizer().Syntax().quotes = "\"'";
     f.Tokenizer().Syntax().doubledQuoteEscape = true;
     t = Tokens(f, "'it''s' \"two\nlines\" x");

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -45,12 +44,6 @@ int ReadVek(VEK_network& net, const std::string& text) { return foreign::ReadTex
 int ReadDirect(VEK_network& net, const std::string& text) {
     VEK_vekSpeaker speaker(net);
     return speaker.ReadNetworkFromString(text.c_str());
-}
-
-uint64_t Bits(double v) {
-    uint64_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
 }
 
 // What the random generator leaves out: a node whose parent comes later in
@@ -116,27 +109,6 @@ TEST(VekFormat, RandomNetworksRoundTripExactly) {
         ASSERT_EQ(a.GetSize(), b.GetSize());
         for (int i = 0; i < a.GetSize(); ++i) EXPECT_STREQ(net.GetNodeId(a[i]), back.GetNodeId(b[i]));
     }
-}
-
-TEST(VekFormat, DoublesAndTextSurviveBitForBit) {
-    VEK_network net;
-    AddExtras(net, 3);
-    VEK_network back;
-    ASSERT_EQ(ReadVek(back, Vek(net)), 0) << LastMessage(back);
-    for (const char* id : {"late_child", "special_utility"}) {
-        const VEK_Dmatrix& x = net.GetDef(net.FindNode(id))->GetParameters();
-        const VEK_Dmatrix& y = back.GetDef(back.FindNode(id))->GetParameters();
-        ASSERT_EQ(x.GetSize(), y.GetSize());
-        for (int i = 0; i < x.GetSize(); ++i) EXPECT_EQ(Bits(x[i]), Bits(y[i])) << id << " " << i;
-    }
-    const VEK_node* n = back.GetNode(back.FindNode("late_child"));
-    EXPECT_STREQ(n->Header().GetName(), net.GetNode(net.FindNode("late_child"))->Header().GetName());
-    EXPECT_TRUE(n->Header().HasComment());
-    EXPECT_EQ(n->Info().screen.selColor, 0xFFFFFFFFu);
-    EXPECT_EQ(n->GetTemporalType(), 5);
-    EXPECT_EQ(back.GetNode(back.FindNode("late_child"))->Parents().GetSize(), 1);
-    // The child keeps its place before its parent.
-    EXPECT_LT(back.FindNode("late_child"), back.FindNode("@early parent"));
 }
 
 TEST(VekFormat, SharedNetworksConvertBothWays) {
@@ -457,23 +429,6 @@ network tiny {
 }
 )";
     EXPECT_EQ(Vek(net), expected);
-}
-
-TEST(VekFormat, FormatChosenByExtensionOrNumber) {
-    VEK_network net;
-    testnet::RandomNetwork(net, 5);
-    TempPath upper(".VEK");
-    ASSERT_EQ(net.WriteFile(upper.c_str()), 0);
-    EXPECT_EQ(upper.Read().rfind("// Network in the pyquarn text format\nnetwork net5 {\n", 0), 0u);
-    VEK_network back;
-    TempPath other(".txt");
-    other.Write(upper.Read());
-    EXPECT_EQ(back.ReadFile(other.c_str(), VEK_FORMAT_VEK), 0) << LastMessage(back);
-    EXPECT_EQ(Xml(back), Xml(net));
-    EXPECT_EQ(net.WriteFile("/nonexistent-dir/x.vek"), VEK_FILE_WRITE_ERROR);
-    VEK_network missing;
-    EXPECT_EQ(missing.ReadFile("/nonexistent-dir/x.vek"), VEK_FILE_READ_ERROR);
-    EXPECT_NE(LastMessage(missing).find("Can't open file"), std::string::npos);
 }
 
 // ============================================================== faults
