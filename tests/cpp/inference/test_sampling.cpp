@@ -16,26 +16,6 @@ using namespace inftest;
 
 namespace {
 
-std::string LastMessage(const VEK_network& net) {
-    const int n = net.Logger().GetErrorCount();
-    return n > 0 ? net.Logger().GetErrorMessage(n - 1) : "";
-}
-
-bool LoadNetwork(const std::string& name, VEK_network& net, std::vector<Scenario>& scenarios) {
-    if (!LoadScenarios(name, scenarios)) return false;
-    const std::string path = SharedDir() + "/networks/xvek/" + name + ".xvek";
-    return net.ReadFile(path.c_str()) == 0;
-}
-
-void Enter(VEK_network& net, const Scenario& sc) {
-    net.ClearAllEvidence();
-    for (const auto& [node, state] : sc.evidence) {
-        const int h = net.FindNode(node.c_str());
-        ASSERT_GE(h, 0) << node;
-        ASSERT_EQ(net.GetVal(h)->SetEvidence(state.c_str()), 0) << node << " " << state;
-    }
-}
-
 // Largest difference between the beliefs and the reference over the nodes
 // that must have beliefs (all, or the targets); -1 when one of them has none.
 double MaxError(const VEK_network& net, const Scenario& sc) {

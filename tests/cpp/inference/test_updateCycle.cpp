@@ -18,17 +18,6 @@ using namespace inftest;
 
 namespace {
 
-std::string LastMessage(const VEK_network& net) {
-    const int n = net.Logger().GetErrorCount();
-    return n > 0 ? net.Logger().GetErrorMessage(n - 1) : "";
-}
-
-bool Logged(const VEK_network& net, const std::string& text) {
-    for (int i = 0; i < net.Logger().GetErrorCount(); ++i)
-        if (text == net.Logger().GetErrorMessage(i)) return true;
-    return false;
-}
-
 struct CountingListener : VEK_updateListener {
     int calls = 0;
     int last = 1;
