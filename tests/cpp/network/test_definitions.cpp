@@ -94,18 +94,25 @@ public:
         for (auto& [a, col] : n.table) NormalizeColumn(col);
     }
 
+    // A utility parent of a MAU adds or removes a weight, not a dimension;
+    // true when the arc was one.
+    bool UtilityArcOfMau(int p, int c, bool added) {
+        ModelNode& child = nodes[c];
+        if (child.type != VEK_MAU || !IsUtilityKind(nodes[p].type)) return false;
+        const std::string key = Cat("u", p);
+        for (auto& [a, col] : child.table) {
+            if (added && col.count("*")) col.clear();
+            if (added) col[key] = 1.0;
+            if (!added) col.erase(key);
+            if (col.empty()) col["*"] = 1.0;
+        }
+        return true;
+    }
+
     void ArcAdded(int p, int c) {
         ModelNode& child = nodes[c];
         const ModelNode& parent = nodes[p];
-        if (child.type == VEK_LIST) return;
-        if (child.type == VEK_MAU && IsUtilityKind(parent.type)) {
-            std::string key = Cat("u", p);
-            for (auto& [a, col] : child.table) {
-                if (col.count("*")) col.clear();
-                col[key] = 1.0;
-            }
-            return;
-        }
+        if (child.type == VEK_LIST || UtilityArcOfMau(p, c, true)) return;
         Table fresh;
         for (auto& [a, col] : child.table) {
             for (auto& id : parent.ids) {
@@ -121,15 +128,7 @@ public:
     void ArcRemoved(int p, int c) {
         ModelNode& child = nodes[c];
         const ModelNode& parent = nodes[p];
-        if (child.type == VEK_LIST) return;
-        if (child.type == VEK_MAU && IsUtilityKind(parent.type)) {
-            std::string key = Cat("u", p);
-            for (auto& [a, col] : child.table) {
-                col.erase(key);
-                if (col.empty()) col["*"] = 1.0;
-            }
-            return;
-        }
+        if (child.type == VEK_LIST || UtilityArcOfMau(p, c, false)) return;
         Table fresh;
         for (auto& [a, col] : child.table) {
             auto it = a.find(p);
@@ -837,9 +836,7 @@ TEST(DefinitionOutcomes, FixedOutcomesAreRefused) {
     EXPECT_EQ(def->RemoveOutcome(0), VEK_WRONG_NODE_TYPE);
     EXPECT_EQ(def->SetNumberOfOutcomes(3), VEK_WRONG_NODE_TYPE);
     VEK_idArray ids;
-    ids.Add("x");
-    ids.Add("y");
-    ids.Add("z");
+    for (const char* s : {"x", "y", "z"}) ids.Add(s);
     EXPECT_EQ(def->SetNumberOfOutcomes(ids), VEK_WRONG_NODE_TYPE);
     EXPECT_EQ(static_cast<VEK_discDef*>(def)->ChangeOrderOfOutcomesWithAddAndRemove(ids, Perm({0, 1, -1})),
               VEK_WRONG_NODE_TYPE);
