@@ -110,15 +110,11 @@ TEST(RandGen, ReseedingRestartsSeedZeroDiffersAndSpinDiscards) {
     EXPECT_EQ(a.Next(), b.Next());
 }
 
-TEST(RandGen, GetDoubleAndGetIntRanges) {
+// GetDouble is checked bit for bit against the model, whose values lie in
+// [0, 1) by construction.
+TEST(RandGen, GetIntRange) {
     VEK_randGen gen(9);
     RefGen ref(9);
-    for (int i = 0; i < 10000; ++i) {
-        const double d = gen.GetDouble();
-        ASSERT_GE(d, 0.0);
-        ASSERT_LT(d, 1.0);
-    }
-    for (int i = 0; i < 10000; ++i) ref.Double();
     for (int i = 0; i < 1000; ++i) {
         const unsigned v = gen.GetInt(7);
         ASSERT_EQ(v, ref.Next() % 7);
