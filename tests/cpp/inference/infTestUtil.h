@@ -230,6 +230,19 @@ inline std::vector<double> Beliefs(const VEK_network& net, int h) {
     return v;
 }
 
+// A -> B with P(B = s1 | A = s0) = 0 and B's outcome s2 impossible everywhere.
+struct Pair {
+    VEK_network net;
+    int a, b;
+    Pair() {
+        a = AddNode(net, "A", 2);
+        b = AddNode(net, "B", 3);
+        net.AddArc(a, b);
+        SetTable(net, a, {0.4, 0.6});
+        SetTable(net, b, {1.0, 0.0, 0.0, 0.3, 0.7, 0.0});
+    }
+};
+
 // Fills the nodes' tables with random columns, about a fraction zeros of
 // the entries 0; a truth table selects one outcome per column.
 inline void RandomTables(VEK_network& net, const std::vector<int>& nodes, std::mt19937& rng, double zeros = 0.15) {

@@ -64,36 +64,31 @@ const int kSamplers[] = {1, 3, 4, 5, 6, 7, 8};
 }  // namespace
 
 TEST(SamplingParams, EpisValidityAndTheNetworkKeepsValidOnes) {
-    VEK_EPISParams p;
+    const VEK_EPISParams p;
+    auto with = [&p](auto edit) {
+        VEK_EPISParams q = p;
+        edit(q);
+        return q;
+    };
     EXPECT_TRUE(p.IsValid());
-    VEK_EPISParams q = p;
-    q.numStateMedium = q.numStateSmall;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.numStateBig = q.numStateMedium;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.propagationLength = 0;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.stateMediumEpsil = q.stateSmallEpsil * 2;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.stateBigEpsil = q.stateMediumEpsil;
-    EXPECT_TRUE(q.IsValid());
-    q.stateOtherwise = 1.0;
-    EXPECT_TRUE(q.IsValid());
-    EXPECT_FALSE(q.Equals(p));
+    const VEK_EPISParams badCounts = with([](VEK_EPISParams& q) { q.numStateMedium = q.numStateSmall; });
+    EXPECT_FALSE(badCounts.IsValid());
+    EXPECT_FALSE(with([](VEK_EPISParams& q) { q.numStateBig = q.numStateMedium; }).IsValid());
+    EXPECT_FALSE(with([](VEK_EPISParams& q) { q.propagationLength = 0; }).IsValid());
+    EXPECT_FALSE(with([](VEK_EPISParams& q) { q.stateMediumEpsil = q.stateSmallEpsil * 2; }).IsValid());
+    const VEK_EPISParams equalEpsilons = with([](VEK_EPISParams& q) {
+        q.stateBigEpsil = q.stateMediumEpsil;
+        q.stateOtherwise = 1.0;
+    });
+    EXPECT_TRUE(equalEpsilons.IsValid());
+    EXPECT_FALSE(equalEpsilons.Equals(p));
 
     VEK_network net;
-    q = p;
-    q.numStateMedium = q.numStateSmall;
-    EXPECT_LT(net.SetEPISParams(q), 0);
+    EXPECT_LT(net.SetEPISParams(badCounts), 0);
     EXPECT_TRUE(net.GetEPISParams().Equals(p));
-    q = p;
-    q.propagationLength = 2;
-    EXPECT_EQ(net.SetEPISParams(q), 0);
-    EXPECT_TRUE(net.GetEPISParams().Equals(q));
+    const VEK_EPISParams shorter = with([](VEK_EPISParams& q) { q.propagationLength = 2; });
+    EXPECT_EQ(net.SetEPISParams(shorter), 0);
+    EXPECT_TRUE(net.GetEPISParams().Equals(shorter));
 }
 
 class SamplingReference : public ::testing::TestWithParam<int> {};
@@ -235,14 +230,11 @@ TEST(Sampling, VirtualEvidenceAndTargetsMatchEnumeration) {
 }
 
 TEST(Sampling, ImpossibleEvidenceFailsAndLeavesTheNetworkUsable) {
-    // P(B = s1 | A = s0) = 0: A = s0 and B = s1 together are impossible,
-    // each alone is not.
-    VEK_network net;
-    const int a = AddNode(net, "A", 2), b = AddNode(net, "B", 3), c = AddNode(net, "C", 2);
-    net.AddArc(a, b);
+    // A = s0 and B = s1 together are impossible, each alone is not.
+    Pair p;
+    VEK_network& net = p.net;
+    const int a = p.a, b = p.b, c = AddNode(net, "C", 2);
     net.AddArc(b, c);
-    SetTable(net, a, {0.4, 0.6});
-    SetTable(net, b, {1.0, 0.0, 0.0, 0.3, 0.7, 0.0});
     SetTable(net, c, {0.9, 0.1, 0.2, 0.8, 0.5, 0.5});
     ASSERT_EQ(net.GetVal(a)->SetEvidence(0), 0);
     ASSERT_EQ(net.GetVal(b)->SetEvidence(1), 0);

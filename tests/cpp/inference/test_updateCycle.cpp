@@ -32,19 +32,6 @@ struct CountingListener : VEK_updateListener {
     }
 };
 
-// A -> B with P(B = s1 | A = s0) = 0 and B's outcome s2 impossible everywhere.
-struct Pair {
-    VEK_network net;
-    int a, b;
-    Pair() {
-        a = AddNode(net, "A", 2);
-        b = AddNode(net, "B", 3);
-        net.AddArc(a, b);
-        SetTable(net, a, {0.4, 0.6});
-        SetTable(net, b, {1.0, 0.0, 0.0, 0.3, 0.7, 0.0});
-    }
-};
-
 // A grid of rows x cols nodes, each with the node above and the one to the
 // left as parents.
 void Grid(VEK_network& net, int rows, int cols, int states, std::vector<int>& h) {

@@ -367,7 +367,7 @@ private:
         if (!fresh && (std::find(old.begin(), old.end(), actual) != old.end() || actual.rfind(prefix, 0) != 0)) {
             return Fail("created id not fresh");
         }
-        Follow(h, [&](int c) { model_.ParentOutcomeAdded(h, c, actual); }, [&] { model_.OwnOutcomeAdded(h, k, actual); });
+        ModelOutcomeAdded(h, k, actual);
         return "insert outcome";
     }
 
@@ -382,10 +382,8 @@ private:
             if (def->GetMatrix() && Items(def) != before) return Fail("refused removal changed the table");
             return "refused outcome removal";
         }
-        std::string id = model_.nodes[h].ids[k];
         if (def->RemoveOutcome(k) != VEK_OKAY) return Fail("remove outcome failed");
-        model_.OwnOutcomeRemoved(h, k);
-        for (int c : Node(h)->Children()) model_.ParentOutcomeRemoved(h, c, id);
+        ModelOutcomeRemoved(h, k);
         return "remove outcome";
     }
 
@@ -431,15 +429,8 @@ private:
             return "set count, no children";
         }
         // With children: one outcome at a time at the end.
-        for (int k = n; k < m; ++k) {
-            Follow(h, [&](int c) { model_.ParentOutcomeAdded(h, c, now[k]); },
-                   [&] { model_.OwnOutcomeAdded(h, k, now[k]); });
-        }
-        for (int k = n - 1; k >= m; --k) {
-            std::string id = model_.nodes[h].ids[k];
-            model_.OwnOutcomeRemoved(h, k);
-            for (int c : Node(h)->Children()) model_.ParentOutcomeRemoved(h, c, id);
-        }
+        for (int k = n; k < m; ++k) ModelOutcomeAdded(h, k, now[k]);
+        for (int k = n - 1; k >= m; --k) ModelOutcomeRemoved(h, k);
         return "set count, with children";
     }
 
@@ -475,10 +466,14 @@ private:
     }
 
     // Own change first, then each child, as the definition notifies them.
-    template <typename Child, typename Own>
-    void Follow(int h, Child child, Own own) {
-        own();
-        for (int c : Node(h)->Children()) child(c);
+    void ModelOutcomeAdded(int h, int k, const std::string& id) {
+        model_.OwnOutcomeAdded(h, k, id);
+        for (int c : Node(h)->Children()) model_.ParentOutcomeAdded(h, c, id);
+    }
+    void ModelOutcomeRemoved(int h, int k) {
+        const std::string id = model_.nodes[h].ids[k];
+        model_.OwnOutcomeRemoved(h, k);
+        for (int c : Node(h)->Children()) model_.ParentOutcomeRemoved(h, c, id);
     }
 
     std::mt19937 rng_;

@@ -526,15 +526,28 @@ TEST(Dmatrix, ChangeOrderOfAndWithinDimensionsMovesItemsWithTheirCoordinates) {
     }
 }
 
-TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
+TEST(Dmatrix, GrowShiftShrinkAndSlicesWithinADimension) {
     std::mt19937 rng(9);
     for (int round = 0; round < 300; ++round) {
         const VEK_Dmatrix orig = RandomMatrix(rng, 4);
         const Ints od = DimsOf(orig);
         const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
+        const int pos = Pick(rng, 0, od[dim]);
+        const int count = Pick(rng, 1, 3);
+        // m is orig with n states of items -7 inserted at pos.
+        auto expectInserted = [&](const VEK_Dmatrix& m, int n) {
+            Ints nd = od;
+            nd[dim] += n;
+            ASSERT_EQ(DimsOf(m), nd);
+            for (int i = 0; i < m.GetSize(); ++i) {
+                Ints c = RefCoords(nd, i);
+                const bool added = c[dim] >= pos && c[dim] < pos + n;
+                if (c[dim] >= pos + n) c[dim] -= n;
+                ASSERT_EQ(m[i], added ? -7.0 : At(orig, c));
+            }
+        };
 
         // Grow, then open a slot at pos: the pair inserts a state there.
-        const int pos = Pick(rng, 0, od[dim]);
         VEK_Dmatrix m = orig;
         ASSERT_EQ(m.IncreaseDimensionSize(dim), 0);
         Ints nd = od;
@@ -545,15 +558,7 @@ TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
             ASSERT_EQ(m[i], c[dim] == od[dim] ? 0.0 : At(orig, c));
         }
         ASSERT_EQ(m.ShiftDataUpwards(dim, pos, -7.0), 0);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            Ints c = RefCoords(nd, i);
-            if (c[dim] == pos) {
-                ASSERT_EQ(m[i], -7.0);
-            } else {
-                if (c[dim] > pos) --c[dim];
-                ASSERT_EQ(m[i], At(orig, c));
-            }
-        }
+        expectInserted(m, 1);
         // Shift down at pos, then shrink: the pair removes that state again.
         ASSERT_EQ(m.ShiftDataDownwards(dim, pos), 0);
         ASSERT_EQ(m.DecreaseDimensionSize(dim), 0);
@@ -569,28 +574,10 @@ TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
             --rd[dim];
             ExpectMoved(r, rd, orig, [&](Ints& c) { c[dim] += c[dim] >= gone; });
         }
-    }
-}
 
-TEST(Dmatrix, SlicesInsertedAndRemovedInOnePass) {
-    std::mt19937 rng(11);
-    for (int round = 0; round < 300; ++round) {
-        const VEK_Dmatrix orig = RandomMatrix(rng, 4);
-        const Ints od = DimsOf(orig);
-        const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
-        const int pos = Pick(rng, 0, od[dim]);
-        const int count = Pick(rng, 1, 3);
-        VEK_Dmatrix m = orig;
+        // Several slices in one pass, and back.
         ASSERT_EQ(VEK_insertSlices(m, dim, pos, count, -7.0), 0);
-        Ints nd = od;
-        nd[dim] += count;
-        ASSERT_EQ(DimsOf(m), nd);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            Ints c = RefCoords(nd, i);
-            const bool added = c[dim] >= pos && c[dim] < pos + count;
-            if (c[dim] >= pos + count) c[dim] -= count;
-            ASSERT_EQ(m[i], added ? -7.0 : At(orig, c));
-        }
+        expectInserted(m, count);
         ASSERT_EQ(VEK_removeSlices(m, dim, pos, count), 0);
         ASSERT_TRUE(m == orig);
         // Refused: past the end, nothing left, bad dimension; nothing changes.
