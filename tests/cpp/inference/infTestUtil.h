@@ -169,6 +169,34 @@ inline bool LoadScenarios(const std::string& name, std::vector<Scenario>& out) {
     return true;
 }
 
+// A shared network with its reference scenarios.
+inline bool LoadNetwork(const std::string& name, VEK_network& net, std::vector<Scenario>& scenarios) {
+    if (!LoadScenarios(name, scenarios)) return false;
+    const std::string path = SharedDir() + "/networks/xvek/" + name + ".xvek";
+    return net.ReadFile(path.c_str()) == 0;
+}
+
+// Replaces the network's evidence by the scenario's.
+inline void Enter(VEK_network& net, const Scenario& sc) {
+    net.ClearAllEvidence();
+    for (const auto& [node, state] : sc.evidence) {
+        const int h = net.FindNode(node.c_str());
+        ASSERT_GE(h, 0) << node;
+        ASSERT_EQ(net.GetVal(h)->SetEvidence(state.c_str()), 0) << node << " " << state;
+    }
+}
+
+inline std::string LastMessage(const VEK_network& net) {
+    const int n = net.Logger().GetErrorCount();
+    return n > 0 ? net.Logger().GetErrorMessage(n - 1) : "";
+}
+
+inline bool Logged(const VEK_network& net, const std::string& text) {
+    for (int i = 0; i < net.Logger().GetErrorCount(); ++i)
+        if (text == net.Logger().GetErrorMessage(i)) return true;
+    return false;
+}
+
 // ---------------------------------------------------------------- building networks
 
 // prefix followed by the number (built without operator+, which trips a
@@ -201,6 +229,19 @@ inline std::vector<double> Beliefs(const VEK_network& net, int h) {
         for (int i = 0; i < m->GetSize(); ++i) v.push_back((*m)[i]);
     return v;
 }
+
+// A -> B with P(B = s1 | A = s0) = 0 and B's outcome s2 impossible everywhere.
+struct Pair {
+    VEK_network net;
+    int a, b;
+    Pair() {
+        a = AddNode(net, "A", 2);
+        b = AddNode(net, "B", 3);
+        net.AddArc(a, b);
+        SetTable(net, a, {0.4, 0.6});
+        SetTable(net, b, {1.0, 0.0, 0.0, 0.3, 0.7, 0.0});
+    }
+};
 
 // Fills the nodes' tables with random columns, about a fraction zeros of
 // the entries 0; a truth table selects one outcome per column.
@@ -262,6 +303,16 @@ struct Enumeration {
     std::map<int, std::vector<double>> posterior;
 };
 
+// Steps x to the next joint state, the last coordinate fastest; false
+// (with x back at all zeros) after the last one.
+inline bool NextState(std::vector<int>& x, const std::vector<int>& sizes) {
+    for (size_t d = x.size(); d-- > 0;) {
+        if (++x[d] < sizes[d]) return true;
+        x[d] = 0;
+    }
+    return false;
+}
+
 inline Enumeration Enumerate(const VEK_network& net, const std::map<int, int>& evidence,
                              const std::map<int, std::vector<double>>& likelihood = {},
                              const std::map<int, int>& intervention = {}) {
@@ -299,17 +350,7 @@ inline Enumeration Enumerate(const VEK_network& net, const std::map<int, int>& e
             r.pEvidence += p;
             for (size_t i = 0; i < handles.size(); ++i) acc[i][static_cast<size_t>(x[i])] += p;
         }
-        size_t d = handles.size();
-        bool done = true;
-        while (d > 0) {
-            --d;
-            if (++x[d] < sizes[d]) {
-                done = false;
-                break;
-            }
-            x[d] = 0;
-        }
-        if (done) break;
+        if (!NextState(x, sizes)) break;
     }
     for (size_t i = 0; i < handles.size(); ++i) {
         std::vector<double> v = acc[i];

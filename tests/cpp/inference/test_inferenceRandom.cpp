@@ -251,7 +251,6 @@ TEST(InferenceRandom, CachedTreesFollowEvidenceValuesAndTableChanges) {
     RandomModel r;
     Build(r, rng, 10, false);
     const int e = r.handles[9];
-    std::uniform_real_distribution<double> u(0.05, 1.0);
     for (int round = 0; round < 6; ++round) {
         // Same evidence pattern, other value: the compiled tree is reused.
         r.net.ClearAllEvidence();
@@ -262,16 +261,7 @@ TEST(InferenceRandom, CachedTreesFollowEvidenceValuesAndTableChanges) {
         ASSERT_EQ(r.net.UpdateBeliefs(), 0);
         ExpectPosteriors(r.net, Enumerate(r.net, {{e, s}}), r.handles, Name("round ", round));
         // New numbers in a table, through the definition.
-        const int h = r.handles[static_cast<size_t>(round % 9)];
-        const VEK_Dmatrix* m = r.net.GetDef(h)->GetMatrix();
-        std::vector<double> t(static_cast<size_t>(m->GetSize()));
-        const int k = m->GetLastDimensionSize();
-        for (size_t c = 0; c < t.size(); c += static_cast<size_t>(k)) {
-            double sum = 0.0;
-            for (int q = 0; q < k; ++q) sum += (t[c + static_cast<size_t>(q)] = u(rng));
-            for (int q = 0; q < k; ++q) t[c + static_cast<size_t>(q)] /= sum;
-        }
-        ASSERT_EQ(SetTable(r.net, h, t), 0);
+        RandomTables(r.net, {r.handles[static_cast<size_t>(round % 9)]}, rng, 0.0);
         r.net.InvalidateAllBeliefs();
     }
     EXPECT_LE(r.net.InferenceCache().TreeCount(), VEK_inferenceCache::kMaxTrees);

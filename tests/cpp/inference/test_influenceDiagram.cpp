@@ -21,20 +21,6 @@ namespace {
 
 const double kUndefined = VEK_UNDEFINED_VALUE;
 
-bool Logged(const VEK_network& net, const std::string& text) {
-    for (int i = 0; i < net.Logger().GetErrorCount(); ++i)
-        if (text == net.Logger().GetErrorMessage(i)) return true;
-    return false;
-}
-
-std::vector<double> Values(const VEK_network& net, int h) {
-    const VEK_Dmatrix* m = net.GetVal(h)->GetMatrix();
-    std::vector<double> v;
-    if (m)
-        for (int i = 0; i < m->GetSize(); ++i) v.push_back((*m)[i]);
-    return v;
-}
-
 std::vector<int> Indexing(const VEK_network& net, int h) {
     const VEK_intArray& p = net.GetVal(h)->GetIndexingParents();
     return std::vector<int>(p.begin(), p.end());
@@ -72,7 +58,8 @@ Joint BuildJoint(const VEK_network& net) {
         for (int c : net.GetNode(h)->Children()) feeds |= net.GetDef(c)->GetType() == VEK_MAU;
         if (!feeds) terminal.push_back(h);
     }
-    std::vector<int> x(j.discrete.size(), 0);
+    std::vector<int> x(j.discrete.size(), 0), sizes;
+    for (int h : j.discrete) sizes.push_back(Outcomes(net, h));
     auto column = [&](int h) {
         int idx = 0;
         for (int p : net.GetNode(h)->Parents()) {
@@ -110,17 +97,7 @@ Joint BuildJoint(const VEK_network& net) {
         j.prob.push_back(p);
         j.utility.push_back(u);
         j.global.push_back(g);
-        size_t d = x.size();
-        bool done = true;
-        while (d > 0) {
-            --d;
-            if (++x[d] < Outcomes(net, j.discrete[d])) {
-                done = false;
-                break;
-            }
-            x[d] = 0;
-        }
-        if (done) break;
+        if (!NextState(x, sizes)) break;
     }
     return j;
 }
@@ -290,7 +267,7 @@ void CheckAgainstBruteForce(VEK_network& net, const std::string& label) {
         const int d = bf.vars[k];
         ASSERT_TRUE(net.GetVal(d)->IsValueValid()) << label;
         EXPECT_EQ(Indexing(net, d), std::vector<int>(bf.vars.begin(), bf.vars.begin() + static_cast<long>(k))) << label;
-        ExpectNear(Values(net, d), bf.decisionValues[d], label + " decision " + std::to_string(d));
+        ExpectNear(Beliefs(net, d), bf.decisionValues[d], label + " decision " + std::to_string(d));
     }
     for (int h = 0; h < net.GetSlotCount(); ++h) {
         if (!net.IsValidNode(h)) continue;
@@ -298,7 +275,7 @@ void CheckAgainstBruteForce(VEK_network& net, const std::string& label) {
         if (t == VEK_TABLE || t == VEK_MAU) {
             ASSERT_TRUE(net.GetVal(h)->IsValueValid()) << label;
             EXPECT_EQ(Indexing(net, h), undecided) << label;
-            ExpectNear(Values(net, h), UtilityByDecisions(joint, net, h, undecided), label + " utility " + std::to_string(h));
+            ExpectNear(Beliefs(net, h), UtilityByDecisions(joint, net, h, undecided), label + " utility " + std::to_string(h));
         } else if (t != VEK_LIST && !net.GetVal(h)->HasHardEvidence()) {
             // Beliefs when the policy is followed.
             std::vector<double> b(static_cast<size_t>(Outcomes(net, h)), 0.0);
@@ -310,7 +287,7 @@ void CheckAgainstBruteForce(VEK_network& net, const std::string& label) {
             }
             for (double& x : b) x /= total;
             ASSERT_TRUE(net.GetVal(h)->IsValueValid()) << label;
-            ExpectNear(Values(net, h), b, label + " chance " + std::to_string(h));
+            ExpectNear(Beliefs(net, h), b, label + " chance " + std::to_string(h));
         }
     }
 }
@@ -424,9 +401,9 @@ TEST(InfluenceDiagram, OilDrillingHasItsKnownOptimumAndMatchesTheBruteForce) {
         o.net.SetDefaultIDAlgorithm(alg);
         ASSERT_EQ(o.net.UpdateBeliefs(), VEK_OKAY) << alg;
         // Testing is worth 32.5 before its cost; not testing gives 20.
-        ExpectNear(Values(o.net, o.test), {22.5, 20.0}, "Test");
+        ExpectNear(Beliefs(o.net, o.test), {22.5, 20.0}, "Test");
         EXPECT_EQ(Indexing(o.net, o.drill), (std::vector<int>{o.test, o.result}));
-        const std::vector<double> drill = Values(o.net, o.drill);
+        const std::vector<double> drill = Beliefs(o.net, o.drill);
         ASSERT_EQ(drill.size(), 16u);
         // Tested and closed: (-70*.05 + 50*.09 + 200*.1) / .24, less the
         // cost of the test: decisions are valued by the global utility.
@@ -436,7 +413,7 @@ TEST(InfluenceDiagram, OilDrillingHasItsKnownOptimumAndMatchesTheBruteForce) {
         EXPECT_EQ(drill[8], kUndefined);
         EXPECT_NEAR(drill[14], 20.0, 1e-9);
         // The seismic result under the optimal policy (test first).
-        ExpectNear(Values(o.net, o.result), {0.24, 0.35, 0.41, 0.0}, "Result");
+        ExpectNear(Beliefs(o.net, o.result), {0.24, 0.35, 0.41, 0.0}, "Result");
         CheckAgainstBruteForce(o.net, "oil");
 
         // Once tested with a diffuse result, drilling loses money.
@@ -444,7 +421,7 @@ TEST(InfluenceDiagram, OilDrillingHasItsKnownOptimumAndMatchesTheBruteForce) {
         ASSERT_EQ(o.net.GetVal(o.result)->SetEvidence(2), VEK_OKAY);
         ASSERT_EQ(o.net.UpdateBeliefs(), VEK_OKAY);
         EXPECT_TRUE(Indexing(o.net, o.drill).empty());
-        ExpectNear(Values(o.net, o.drill), {(-70 * .3 + 50 * .09 + 200 * .02) / .41 - 10, -10.0},
+        ExpectNear(Beliefs(o.net, o.drill), {(-70 * .3 + 50 * .09 + 200 * .02) / .41 - 10, -10.0},
                    "Drill after diffuse");
         CheckAgainstBruteForce(o.net, "oil diffuse");
     }
@@ -479,9 +456,9 @@ TEST(InfluenceDiagram, UtilitiesKeepTheirScaleAndTargetsLimitTheBeliefs) {
     SetTable(net, u, {-10.0, 10.0, 4.0, 2.0, -3.0, -7.0});
     ASSERT_EQ(net.UpdateBeliefs(), VEK_OKAY);
     // By option: .25*u(c0) + .75*u(c1).
-    ExpectNear(Values(net, d), {-10 * .25 + 2 * .75, 10 * .25 - 3 * .75, 4 * .25 - 7 * .75}, "D");
-    ExpectNear(Values(net, u), Values(net, d), "U");
-    for (double x : Values(net, u)) {
+    ExpectNear(Beliefs(net, d), {-10 * .25 + 2 * .75, 10 * .25 - 3 * .75, 4 * .25 - 7 * .75}, "D");
+    ExpectNear(Beliefs(net, u), Beliefs(net, d), "U");
+    for (double x : Beliefs(net, u)) {
         EXPECT_GE(x, -10.0);
         EXPECT_LE(x, 10.0);
     }
@@ -492,8 +469,8 @@ TEST(InfluenceDiagram, UtilitiesKeepTheirScaleAndTargetsLimitTheBeliefs) {
     ASSERT_EQ(net.SetTarget(c, true), VEK_OKAY);
     ASSERT_EQ(net.UpdateBeliefs(), VEK_OKAY);
     EXPECT_FALSE(net.GetVal(other)->IsValueValid());
-    ExpectNear(Values(net, c), {0.25, 0.75}, "C");
-    ExpectNear(Values(net, d), {-10 * .25 + 2 * .75, 10 * .25 - 3 * .75, 4 * .25 - 7 * .75}, "D with target");
+    ExpectNear(Beliefs(net, c), {0.25, 0.75}, "C");
+    ExpectNear(Beliefs(net, d), {-10 * .25 + 2 * .75, 10 * .25 - 3 * .75, 4 * .25 - 7 * .75}, "D with target");
 }
 
 TEST(InfluenceDiagram, DecisionsWithoutUtilitiesFailAndTheDiagramStaysUsable) {
@@ -512,7 +489,7 @@ TEST(InfluenceDiagram, DecisionsWithoutUtilitiesFailAndTheDiagramStaysUsable) {
         net.AddArc(d, u);
         SetTable(net, u, {1.0, 3.0});
         ASSERT_EQ(net.UpdateBeliefs(), VEK_OKAY);
-        ExpectNear(Values(net, d), {1.0, 3.0, 1.0, 3.0}, "D by C");
+        ExpectNear(Beliefs(net, d), {1.0, 3.0, 1.0, 3.0}, "D by C");
     }
 }
 
@@ -520,13 +497,13 @@ TEST(InfluenceDiagram, UpdateImmediatelyIsKeptAndFailuresLeaveTheDiagramUnchange
     Oil o;
     ASSERT_EQ(o.net.SetUpdateImmediate(true), VEK_OKAY);
     EXPECT_TRUE(o.net.IsUpdateImmediate());
-    ExpectNear(Values(o.net, o.test), {22.5, 20.0}, "Test");
+    ExpectNear(Beliefs(o.net, o.test), {22.5, 20.0}, "Test");
     ASSERT_EQ(o.net.SetUpdateImmediate(false), VEK_OKAY);
     ASSERT_EQ(o.net.UpdateBeliefs(), VEK_OKAY);
     EXPECT_FALSE(o.net.IsUpdateImmediate());
 
     // Evidence the model rules out: tested, yet no result.
-    const std::vector<double> payoff = Values(o.net, o.payoff);
+    const std::vector<double> payoff = Beliefs(o.net, o.payoff);
     o.net.Logger().Clear();
     ASSERT_EQ(o.net.GetVal(o.test)->SetEvidence(0), VEK_OKAY);
     ASSERT_EQ(o.net.GetVal(o.result)->SetEvidence(3), VEK_OKAY);
@@ -548,7 +525,7 @@ TEST(InfluenceDiagram, UpdateImmediatelyIsKeptAndFailuresLeaveTheDiagramUnchange
     ASSERT_EQ(o.net.GetVal(o.result)->ClearEvidence(), VEK_OKAY);
     ASSERT_EQ(o.net.GetVal(o.test)->ClearEvidence(), VEK_OKAY);
     ASSERT_EQ(o.net.UpdateBeliefs(), VEK_OKAY);
-    ExpectNear(Values(o.net, o.payoff), payoff, "Payoff again");
+    ExpectNear(Beliefs(o.net, o.payoff), payoff, "Payoff again");
 }
 
 TEST(InfluenceDiagram, PolicySearchRefusesAMergeWithTooManyParents) {
@@ -569,5 +546,5 @@ TEST(InfluenceDiagram, PolicySearchRefusesAMergeWithTooManyParents) {
     // Policy evaluation needs no merge.
     net.SetDefaultIDAlgorithm(VEK_ALG_ID_COOPER);
     ASSERT_EQ(net.UpdateBeliefs(), VEK_OKAY);
-    ExpectNear(Values(net, d), {2.0, 2.0}, "D");
+    ExpectNear(Beliefs(net, d), {2.0, 2.0}, "D");
 }

@@ -279,10 +279,7 @@ TEST(EssJoinTree, FamilyPosteriorsMatchEnumeration) {
                         e2[family[static_cast<int>(q)]] = x[q];
                     }
                     expect.push_back(clash ? 0.0 : Enumerate(net, e2).pEvidence / pe);
-                    size_t d = x.size();
-                    while (d > 0 && ++x[d - 1] == sizes[d - 1]) x[--d] = 0;
-                    if (d == 0) break;
-                } while (true);
+                } while (NextState(x, sizes));
 
                 VEK_Dmatrix work, counts;
                 const int res = net.GetNode(node)->Parents().GetSize() == 0

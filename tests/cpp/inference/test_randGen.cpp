@@ -57,7 +57,7 @@ struct RefGen {
 
 }  // namespace
 
-TEST(RandGen, StateAfterInitOneFollowsTheDocumentedSteps) {
+TEST(RandGen, StateAndFirstOutputsAfterInitOneFollowTheDocumentedSteps) {
     VEK_randGen gen(1);
     RefGen ref(1);
     EXPECT_EQ(gen.GetX(), ref.x);
@@ -71,10 +71,6 @@ TEST(RandGen, StateAfterInitOneFollowsTheDocumentedSteps) {
     EXPECT_EQ(gen.GetY(), 3448768804u);
     EXPECT_EQ(gen.GetZ(), 240541729u);
     EXPECT_EQ(gen.GetC(), 670965990u);
-}
-
-TEST(RandGen, FirstOutputsAfterInitOne) {
-    VEK_randGen gen(1);
     const unsigned expected[] = {3914366201u, 1206769896u, 1395438764u, 778911757u, 1462945064u};
     for (unsigned e : expected) EXPECT_EQ(gen.Next(), e);
     EXPECT_DOUBLE_EQ(gen.GetDouble(), 0.5120384717855426);
@@ -90,26 +86,21 @@ TEST(RandGen, LongStreamsMatchTheModelForSeveralSeeds) {
     }
 }
 
-TEST(RandGen, ReseedingRestartsTheStream) {
+TEST(RandGen, ReseedingRestartsSeedZeroDiffersAndSpinDiscards) {
     VEK_randGen gen(77);
     std::vector<unsigned> first;
     for (int i = 0; i < 20; ++i) first.push_back(gen.Next());
     gen.Init(77);
     for (int i = 0; i < 20; ++i) EXPECT_EQ(gen.Next(), first[i]);
-    VEK_randGen other(78);
-    int same = 0;
-    for (int i = 0; i < 20; ++i) same += other.Next() == first[i];
+    VEK_randGen other(78), zero1(0), zero2(0);
+    int same = 0, sameZero = 0;
+    for (int i = 0; i < 20; ++i) {
+        same += other.Next() == first[i];
+        sameZero += zero1.Next() == zero2.Next();
+    }
     EXPECT_LT(same, 2);
-}
+    EXPECT_LT(sameZero, 2);
 
-TEST(RandGen, SeedZeroDiffersPerObject) {
-    VEK_randGen a(0), b(0);
-    int same = 0;
-    for (int i = 0; i < 16; ++i) same += a.Next() == b.Next();
-    EXPECT_LT(same, 2);
-}
-
-TEST(RandGen, SpinDiscardsOutputs) {
     VEK_randGen a(5), b(5);
     a.Spin(10);
     for (int i = 0; i < 10; ++i) b.Next();
@@ -119,15 +110,11 @@ TEST(RandGen, SpinDiscardsOutputs) {
     EXPECT_EQ(a.Next(), b.Next());
 }
 
-TEST(RandGen, GetDoubleAndGetIntRanges) {
+// GetDouble is checked bit for bit against the model, whose values lie in
+// [0, 1) by construction.
+TEST(RandGen, GetIntRange) {
     VEK_randGen gen(9);
     RefGen ref(9);
-    for (int i = 0; i < 10000; ++i) {
-        const double d = gen.GetDouble();
-        ASSERT_GE(d, 0.0);
-        ASSERT_LT(d, 1.0);
-    }
-    for (int i = 0; i < 10000; ++i) ref.Double();
     for (int i = 0; i < 1000; ++i) {
         const unsigned v = gen.GetInt(7);
         ASSERT_EQ(v, ref.Next() % 7);

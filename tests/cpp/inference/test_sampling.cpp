@@ -16,26 +16,6 @@ using namespace inftest;
 
 namespace {
 
-std::string LastMessage(const VEK_network& net) {
-    const int n = net.Logger().GetErrorCount();
-    return n > 0 ? net.Logger().GetErrorMessage(n - 1) : "";
-}
-
-bool LoadNetwork(const std::string& name, VEK_network& net, std::vector<Scenario>& scenarios) {
-    if (!LoadScenarios(name, scenarios)) return false;
-    const std::string path = SharedDir() + "/networks/xvek/" + name + ".xvek";
-    return net.ReadFile(path.c_str()) == 0;
-}
-
-void Enter(VEK_network& net, const Scenario& sc) {
-    net.ClearAllEvidence();
-    for (const auto& [node, state] : sc.evidence) {
-        const int h = net.FindNode(node.c_str());
-        ASSERT_GE(h, 0) << node;
-        ASSERT_EQ(net.GetVal(h)->SetEvidence(state.c_str()), 0) << node << " " << state;
-    }
-}
-
 // Largest difference between the beliefs and the reference over the nodes
 // that must have beliefs (all, or the targets); -1 when one of them has none.
 double MaxError(const VEK_network& net, const Scenario& sc) {
@@ -84,36 +64,31 @@ const int kSamplers[] = {1, 3, 4, 5, 6, 7, 8};
 }  // namespace
 
 TEST(SamplingParams, EpisValidityAndTheNetworkKeepsValidOnes) {
-    VEK_EPISParams p;
+    const VEK_EPISParams p;
+    auto with = [&p](auto edit) {
+        VEK_EPISParams q = p;
+        edit(q);
+        return q;
+    };
     EXPECT_TRUE(p.IsValid());
-    VEK_EPISParams q = p;
-    q.numStateMedium = q.numStateSmall;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.numStateBig = q.numStateMedium;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.propagationLength = 0;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.stateMediumEpsil = q.stateSmallEpsil * 2;
-    EXPECT_FALSE(q.IsValid());
-    q = p;
-    q.stateBigEpsil = q.stateMediumEpsil;
-    EXPECT_TRUE(q.IsValid());
-    q.stateOtherwise = 1.0;
-    EXPECT_TRUE(q.IsValid());
-    EXPECT_FALSE(q.Equals(p));
+    const VEK_EPISParams badCounts = with([](VEK_EPISParams& q) { q.numStateMedium = q.numStateSmall; });
+    EXPECT_FALSE(badCounts.IsValid());
+    EXPECT_FALSE(with([](VEK_EPISParams& q) { q.numStateBig = q.numStateMedium; }).IsValid());
+    EXPECT_FALSE(with([](VEK_EPISParams& q) { q.propagationLength = 0; }).IsValid());
+    EXPECT_FALSE(with([](VEK_EPISParams& q) { q.stateMediumEpsil = q.stateSmallEpsil * 2; }).IsValid());
+    const VEK_EPISParams equalEpsilons = with([](VEK_EPISParams& q) {
+        q.stateBigEpsil = q.stateMediumEpsil;
+        q.stateOtherwise = 1.0;
+    });
+    EXPECT_TRUE(equalEpsilons.IsValid());
+    EXPECT_FALSE(equalEpsilons.Equals(p));
 
     VEK_network net;
-    q = p;
-    q.numStateMedium = q.numStateSmall;
-    EXPECT_LT(net.SetEPISParams(q), 0);
+    EXPECT_LT(net.SetEPISParams(badCounts), 0);
     EXPECT_TRUE(net.GetEPISParams().Equals(p));
-    q = p;
-    q.propagationLength = 2;
-    EXPECT_EQ(net.SetEPISParams(q), 0);
-    EXPECT_TRUE(net.GetEPISParams().Equals(q));
+    const VEK_EPISParams shorter = with([](VEK_EPISParams& q) { q.propagationLength = 2; });
+    EXPECT_EQ(net.SetEPISParams(shorter), 0);
+    EXPECT_TRUE(net.GetEPISParams().Equals(shorter));
 }
 
 class SamplingReference : public ::testing::TestWithParam<int> {};
@@ -255,14 +230,11 @@ TEST(Sampling, VirtualEvidenceAndTargetsMatchEnumeration) {
 }
 
 TEST(Sampling, ImpossibleEvidenceFailsAndLeavesTheNetworkUsable) {
-    // P(B = s1 | A = s0) = 0: A = s0 and B = s1 together are impossible,
-    // each alone is not.
-    VEK_network net;
-    const int a = AddNode(net, "A", 2), b = AddNode(net, "B", 3), c = AddNode(net, "C", 2);
-    net.AddArc(a, b);
+    // A = s0 and B = s1 together are impossible, each alone is not.
+    Pair p;
+    VEK_network& net = p.net;
+    const int a = p.a, b = p.b, c = AddNode(net, "C", 2);
     net.AddArc(b, c);
-    SetTable(net, a, {0.4, 0.6});
-    SetTable(net, b, {1.0, 0.0, 0.0, 0.3, 0.7, 0.0});
     SetTable(net, c, {0.9, 0.1, 0.2, 0.8, 0.5, 0.5});
     ASSERT_EQ(net.GetVal(a)->SetEvidence(0), 0);
     ASSERT_EQ(net.GetVal(b)->SetEvidence(1), 0);

@@ -18,17 +18,6 @@ using namespace inftest;
 
 namespace {
 
-std::string LastMessage(const VEK_network& net) {
-    const int n = net.Logger().GetErrorCount();
-    return n > 0 ? net.Logger().GetErrorMessage(n - 1) : "";
-}
-
-bool Logged(const VEK_network& net, const std::string& text) {
-    for (int i = 0; i < net.Logger().GetErrorCount(); ++i)
-        if (text == net.Logger().GetErrorMessage(i)) return true;
-    return false;
-}
-
 struct CountingListener : VEK_updateListener {
     int calls = 0;
     int last = 1;
@@ -40,19 +29,6 @@ struct CountingListener : VEK_updateListener {
             throwOnce = false;
             throw std::runtime_error("listener failed");
         }
-    }
-};
-
-// A -> B with P(B = s1 | A = s0) = 0 and B's outcome s2 impossible everywhere.
-struct Pair {
-    VEK_network net;
-    int a, b;
-    Pair() {
-        a = AddNode(net, "A", 2);
-        b = AddNode(net, "B", 3);
-        net.AddArc(a, b);
-        SetTable(net, a, {0.4, 0.6});
-        SetTable(net, b, {1.0, 0.0, 0.0, 0.3, 0.7, 0.0});
     }
 };
 

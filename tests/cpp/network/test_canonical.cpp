@@ -34,13 +34,6 @@ void ExpectNear(const std::vector<double>& a, const std::vector<double>& b, doub
     for (size_t i = 0; i < a.size(); ++i) ASSERT_NEAR(a[i], b[i], tol) << what << " item " << i;
 }
 
-int AddCpt(VEK_network& net, const std::string& id, int outcomes) {
-    int h = net.AddNode(VEK_CPT, id.c_str());
-    EXPECT_GE(h, 0);
-    EXPECT_EQ(net.GetDef(h)->SetNumberOfOutcomes(outcomes), VEK_OKAY);
-    return h;
-}
-
 int AddNode(VEK_network& net, int type, const std::string& id, int outcomes = 2) {
     int h = net.AddNode(type, id.c_str());
     EXPECT_GE(h, 0) << "type " << type;
@@ -178,7 +171,7 @@ struct MaxNet {
 void BuildMax(MaxNet& mn, const MaxModel& m) {
     mn.child = AddNode(mn.net, VEK_NOISY_MAX, "child", m.n);
     for (size_t j = 0; j < m.sizes.size(); ++j) {
-        int p = AddCpt(mn.net, ParentId(j), m.sizes[j]);
+        int p = AddNode(mn.net, VEK_CPT, ParentId(j), m.sizes[j]);
         ASSERT_EQ(mn.net.AddArc(p, mn.child), VEK_OKAY);
         mn.parents.push_back(p);
     }
@@ -249,7 +242,7 @@ TEST(NoisyMax, DocumentedSmallCases) {
     ASSERT_EQ(def.SetCiWeights(VEK_doubleArray{0.1, 0.9}), VEK_OKAY);
     ExpectNear(Table(net, c), {0.1, 0.9}, 1e-15);
 
-    int p = AddCpt(net, "p", 2);
+    int p = AddNode(net, VEK_CPT, "p", 2);
     ASSERT_EQ(net.AddArc(p, c), VEK_OKAY);
     ASSERT_EQ(def.SetCiWeights(VEK_doubleArray{0.8, 0.2, 0.0, 1.0, 0.0, 1.0}), VEK_OKAY);
     ExpectNear(Table(net, c), {0.8, 0.2, 0.0, 1.0}, 1e-15);
@@ -267,7 +260,7 @@ TEST(NoisyMax, DocumentedSmallCases) {
 TEST(NoisyMax, LazyTableIsStaleAfterEveryChange) {
     VEK_network net;
     int c = AddNode(net, VEK_NOISY_MAX, "c", 3);
-    int p = AddCpt(net, "p", 2);
+    int p = AddNode(net, VEK_CPT, "p", 2);
     ASSERT_EQ(net.AddArc(p, c), VEK_OKAY);
     VEK_noisyMAX& def = Max(net, c);
     def.GetMatrix();
@@ -390,7 +383,7 @@ TEST(NoisyMax, TableFollowsParentChanges) {
     // A new parent in its weakest (here last) outcome leaves the table as it
     // was; its other outcomes get uniform columns.
     VEK_Dmatrix before = *def.GetMatrix();
-    int q = AddCpt(net, "q", 3);
+    int q = AddNode(net, VEK_CPT, "q", 3);
     ASSERT_EQ(net.AddArc(q, c), VEK_OKAY);
     ExpectNear(Slice(*def.GetMatrix(), 2, 2), Items(before), 1e-15, "added parent");
     const int qb = def.GetParentColumnBase(2);
@@ -629,7 +622,7 @@ TEST(NoisyAdder, CombinationsMatchTheirFormulas) {
     int c = AddNode(net, VEK_NOISY_ADDER, "c", 3);
     std::vector<int> parents;
     for (int j = 0; j < 3; ++j) {
-        parents.push_back(AddCpt(net, ParentId(j), 2 + j));
+        parents.push_back(AddNode(net, VEK_CPT, ParentId(j), 2 + j));
         ASSERT_EQ(net.AddArc(parents.back(), c), VEK_OKAY);
     }
     VEK_noisyAdder& def = Adder(net, c);
@@ -677,8 +670,8 @@ TEST(NoisyAdder, FollowsTheGraphAndRefusesBadInput) {
     std::mt19937 gen(64);
     VEK_network net;
     int c = AddNode(net, VEK_NOISY_ADDER, "c", 3);
-    int a = AddCpt(net, "a", 3);
-    int b = AddCpt(net, "b", 2);
+    int a = AddNode(net, VEK_CPT, "a", 3);
+    int b = AddNode(net, VEK_CPT, "b", 2);
     ASSERT_EQ(net.AddArc(a, c), VEK_OKAY);
     ASSERT_EQ(net.AddArc(b, c), VEK_OKAY);
     VEK_noisyAdder& def = Adder(net, c);
@@ -911,7 +904,7 @@ TEST(Qualitative, FixedOutcomesArcRulesAndBadInput) {
         EXPECT_EQ(def.GetNumberOfOutcomes(), 2);
 
         // Only parents of the same kind.
-        int cpt = AddCpt(net, "cpt", 2);
+        int cpt = AddNode(net, VEK_CPT, "cpt", 2);
         EXPECT_EQ(net.AddArc(cpt, c), VEK_WRONG_NODE_TYPE);
         EXPECT_EQ(net.AddArc(c, cpt), VEK_WRONG_NODE_TYPE);
         int other = AddNode(net, type == VEK_CAST ? VEK_DEMORGAN : VEK_CAST, "other");

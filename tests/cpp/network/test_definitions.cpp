@@ -94,18 +94,25 @@ public:
         for (auto& [a, col] : n.table) NormalizeColumn(col);
     }
 
+    // A utility parent of a MAU adds or removes a weight, not a dimension;
+    // true when the arc was one.
+    bool UtilityArcOfMau(int p, int c, bool added) {
+        ModelNode& child = nodes[c];
+        if (child.type != VEK_MAU || !IsUtilityKind(nodes[p].type)) return false;
+        const std::string key = Cat("u", p);
+        for (auto& [a, col] : child.table) {
+            if (added && col.count("*")) col.clear();
+            if (added) col[key] = 1.0;
+            if (!added) col.erase(key);
+            if (col.empty()) col["*"] = 1.0;
+        }
+        return true;
+    }
+
     void ArcAdded(int p, int c) {
         ModelNode& child = nodes[c];
         const ModelNode& parent = nodes[p];
-        if (child.type == VEK_LIST) return;
-        if (child.type == VEK_MAU && IsUtilityKind(parent.type)) {
-            std::string key = Cat("u", p);
-            for (auto& [a, col] : child.table) {
-                if (col.count("*")) col.clear();
-                col[key] = 1.0;
-            }
-            return;
-        }
+        if (child.type == VEK_LIST || UtilityArcOfMau(p, c, true)) return;
         Table fresh;
         for (auto& [a, col] : child.table) {
             for (auto& id : parent.ids) {
@@ -121,15 +128,7 @@ public:
     void ArcRemoved(int p, int c) {
         ModelNode& child = nodes[c];
         const ModelNode& parent = nodes[p];
-        if (child.type == VEK_LIST) return;
-        if (child.type == VEK_MAU && IsUtilityKind(parent.type)) {
-            std::string key = Cat("u", p);
-            for (auto& [a, col] : child.table) {
-                col.erase(key);
-                if (col.empty()) col["*"] = 1.0;
-            }
-            return;
-        }
+        if (child.type == VEK_LIST || UtilityArcOfMau(p, c, false)) return;
         Table fresh;
         for (auto& [a, col] : child.table) {
             auto it = a.find(p);
@@ -368,7 +367,7 @@ private:
         if (!fresh && (std::find(old.begin(), old.end(), actual) != old.end() || actual.rfind(prefix, 0) != 0)) {
             return Fail("created id not fresh");
         }
-        Follow(h, [&](int c) { model_.ParentOutcomeAdded(h, c, actual); }, [&] { model_.OwnOutcomeAdded(h, k, actual); });
+        ModelOutcomeAdded(h, k, actual);
         return "insert outcome";
     }
 
@@ -383,10 +382,8 @@ private:
             if (def->GetMatrix() && Items(def) != before) return Fail("refused removal changed the table");
             return "refused outcome removal";
         }
-        std::string id = model_.nodes[h].ids[k];
         if (def->RemoveOutcome(k) != VEK_OKAY) return Fail("remove outcome failed");
-        model_.OwnOutcomeRemoved(h, k);
-        for (int c : Node(h)->Children()) model_.ParentOutcomeRemoved(h, c, id);
+        ModelOutcomeRemoved(h, k);
         return "remove outcome";
     }
 
@@ -432,15 +429,8 @@ private:
             return "set count, no children";
         }
         // With children: one outcome at a time at the end.
-        for (int k = n; k < m; ++k) {
-            Follow(h, [&](int c) { model_.ParentOutcomeAdded(h, c, now[k]); },
-                   [&] { model_.OwnOutcomeAdded(h, k, now[k]); });
-        }
-        for (int k = n - 1; k >= m; --k) {
-            std::string id = model_.nodes[h].ids[k];
-            model_.OwnOutcomeRemoved(h, k);
-            for (int c : Node(h)->Children()) model_.ParentOutcomeRemoved(h, c, id);
-        }
+        for (int k = n; k < m; ++k) ModelOutcomeAdded(h, k, now[k]);
+        for (int k = n - 1; k >= m; --k) ModelOutcomeRemoved(h, k);
         return "set count, with children";
     }
 
@@ -476,10 +466,14 @@ private:
     }
 
     // Own change first, then each child, as the definition notifies them.
-    template <typename Child, typename Own>
-    void Follow(int h, Child child, Own own) {
-        own();
-        for (int c : Node(h)->Children()) child(c);
+    void ModelOutcomeAdded(int h, int k, const std::string& id) {
+        model_.OwnOutcomeAdded(h, k, id);
+        for (int c : Node(h)->Children()) model_.ParentOutcomeAdded(h, c, id);
+    }
+    void ModelOutcomeRemoved(int h, int k) {
+        const std::string id = model_.nodes[h].ids[k];
+        model_.OwnOutcomeRemoved(h, k);
+        for (int c : Node(h)->Children()) model_.ParentOutcomeRemoved(h, c, id);
     }
 
     std::mt19937 rng_;
@@ -837,9 +831,7 @@ TEST(DefinitionOutcomes, FixedOutcomesAreRefused) {
     EXPECT_EQ(def->RemoveOutcome(0), VEK_WRONG_NODE_TYPE);
     EXPECT_EQ(def->SetNumberOfOutcomes(3), VEK_WRONG_NODE_TYPE);
     VEK_idArray ids;
-    ids.Add("x");
-    ids.Add("y");
-    ids.Add("z");
+    for (const char* s : {"x", "y", "z"}) ids.Add(s);
     EXPECT_EQ(def->SetNumberOfOutcomes(ids), VEK_WRONG_NODE_TYPE);
     EXPECT_EQ(static_cast<VEK_discDef*>(def)->ChangeOrderOfOutcomesWithAddAndRemove(ids, Perm({0, 1, -1})),
               VEK_WRONG_NODE_TYPE);

@@ -301,19 +301,16 @@ TEST(Dmatrix, SingleColumnOperations) {
     EXPECT_EQ(c.Complement(VEK_intArray{1, 3}), -2);  // the last coordinate counts here
 }
 
-TEST(Dmatrix, CheckElements) {
-    VEK_Dmatrix m{VEK_intArray{2, 3, 2}};
-    m.Subscript(VEK_intArray{1, 2, 1}) = 5.0;
-    EXPECT_EQ(m.CheckElements(0.0, VEK_intArray{-1, -1}), -2);
-    EXPECT_EQ(m.CheckElements(0.0, VEK_intArray{2, -1, -1}), -2);
-    EXPECT_EQ(m.CheckElements(0.0, 0, 0, 2, 1), 1);
-    EXPECT_EQ(m.CheckElements(0.0, 1, 2, 2, 1), 0);
-    EXPECT_EQ(m.CheckElements(0.0, 1, 1, 0, 1), 1);
-    EXPECT_EQ(m.CheckElements(0.0, 3, 0, 0, 0), -2);
-    EXPECT_EQ(m.CheckElements(0.0, 1, 3, 0, 0), -2);
-}
-
 TEST(Dmatrix, CheckElementsAgreesWithBruteForce) {
+    VEK_Dmatrix fixed{VEK_intArray{2, 3, 2}};
+    fixed.Subscript(VEK_intArray{1, 2, 1}) = 5.0;
+    EXPECT_EQ(fixed.CheckElements(0.0, VEK_intArray{-1, -1}), -2);
+    EXPECT_EQ(fixed.CheckElements(0.0, VEK_intArray{2, -1, -1}), -2);
+    EXPECT_EQ(fixed.CheckElements(0.0, 0, 0, 2, 1), 1);
+    EXPECT_EQ(fixed.CheckElements(0.0, 1, 2, 2, 1), 0);
+    EXPECT_EQ(fixed.CheckElements(0.0, 1, 1, 0, 1), 1);
+    EXPECT_EQ(fixed.CheckElements(0.0, 3, 0, 0, 0), -2);
+    EXPECT_EQ(fixed.CheckElements(0.0, 1, 3, 0, 0), -2);
     std::mt19937 rng(5);
     for (int round = 0; round < 300; ++round) {
         VEK_Dmatrix m = RandomMatrix(rng, 4);
@@ -434,7 +431,7 @@ TEST(Dmatrix, AddDimensionsAppendsReplicatedDimensions) {
     }
 }
 
-TEST(Dmatrix, RemoveDimensionKeepingOneSlice) {
+TEST(Dmatrix, RemoveDimensionKeepingOneSliceOrMarginalising) {
     std::mt19937 rng(3);
     for (int round = 0; round < 300; ++round) {
         const VEK_Dmatrix orig = RandomMatrix(rng, 5);
@@ -442,34 +439,24 @@ TEST(Dmatrix, RemoveDimensionKeepingOneSlice) {
         if (od.size() < 2) continue;
         const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
         const int keep = Pick(rng, 0, od[dim] - 1);
+        const Ints nd = Without(od, dim);
         VEK_Dmatrix viaConst;
         ASSERT_EQ(orig.RemoveDimension(dim, keep, viaConst), 0);
         VEK_Dmatrix m = orig;
         ASSERT_EQ(m.RemoveDimension(dim, keep), 0);
         EXPECT_TRUE(m == viaConst);
-        ExpectMoved(m, Without(od, dim), orig, [&](Ints& c) { c.insert(c.begin() + dim, keep); });
+        ExpectMoved(m, nd, orig, [&](Ints& c) { c.insert(c.begin() + dim, keep); });
         // The result may be the matrix itself.
         VEK_Dmatrix self = orig;
         ASSERT_EQ(self.RemoveDimension(dim, keep, self), 0);
         EXPECT_TRUE(self == m);
-    }
-}
 
-TEST(Dmatrix, RemoveDimensionWithWeightsMarginalises) {
-    std::mt19937 rng(4);
-    for (int round = 0; round < 300; ++round) {
-        const VEK_Dmatrix orig = RandomMatrix(rng, 4);
-        const Ints od = DimsOf(orig);
-        if (od.size() < 2) continue;
-        const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
         VEK_doubleArray w(od[dim]);
         for (int s = 0; s < od[dim]; ++s) w[s] = 0.5 + s;
-        VEK_Dmatrix m = orig;
+        m = orig;
         ASSERT_EQ(m.RemoveDimension(dim, w), 0);
-        VEK_Dmatrix viaConst;
         ASSERT_EQ(orig.RemoveDimension(dim, w, viaConst), 0);
         EXPECT_TRUE(m == viaConst);
-        const Ints nd = Without(od, dim);
         ASSERT_EQ(DimsOf(m), nd);
         for (int i = 0; i < m.GetSize(); ++i) {
             Ints c = RefCoords(nd, i);
@@ -511,7 +498,7 @@ TEST(Dmatrix, RemoveDimensionsIsRepeatedRemoval) {
     EXPECT_EQ(r.GetItems().ToVector(), (std::vector<double>{3, 6}));
 }
 
-TEST(Dmatrix, ChangeOrderOfDimensionsMovesItemsWithTheirCoordinates) {
+TEST(Dmatrix, ChangeOrderOfAndWithinDimensionsMovesItemsWithTheirCoordinates) {
     std::mt19937 rng(7);
     for (int round = 0; round < 300; ++round) {
         const VEK_Dmatrix orig = RandomMatrix(rng, 5);
@@ -531,31 +518,36 @@ TEST(Dmatrix, ChangeOrderOfDimensionsMovesItemsWithTheirCoordinates) {
         for (size_t k = 0; k < perm.size(); ++k) inv[perm[k]] = static_cast<int>(k);
         ASSERT_EQ(m.ChangeOrderOfDimensions(VEK_intArray(inv)), 0);
         ASSERT_TRUE(m == orig);
-    }
-}
 
-TEST(Dmatrix, ChangeOrderWithinDimension) {
-    std::mt19937 rng(8);
-    for (int round = 0; round < 300; ++round) {
-        const VEK_Dmatrix orig = RandomMatrix(rng, 4);
-        const Ints od = DimsOf(orig);
         const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
-        const Ints perm = RandomPermutation(rng, od[dim]);
-        VEK_Dmatrix m = orig;
-        ASSERT_EQ(m.ChangeOrderWithinDimension(dim, VEK_intArray(perm)), 0);
-        ExpectMoved(m, od, orig, [&](Ints& c) { c[dim] = perm[c[dim]]; });
+        const Ints within = RandomPermutation(rng, od[dim]);
+        ASSERT_EQ(m.ChangeOrderWithinDimension(dim, VEK_intArray(within)), 0);
+        ExpectMoved(m, od, orig, [&](Ints& c) { c[dim] = within[c[dim]]; });
     }
 }
 
-TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
+TEST(Dmatrix, GrowShiftShrinkAndSlicesWithinADimension) {
     std::mt19937 rng(9);
     for (int round = 0; round < 300; ++round) {
         const VEK_Dmatrix orig = RandomMatrix(rng, 4);
         const Ints od = DimsOf(orig);
         const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
+        const int pos = Pick(rng, 0, od[dim]);
+        const int count = Pick(rng, 1, 3);
+        // m is orig with n states of items -7 inserted at pos.
+        auto expectInserted = [&](const VEK_Dmatrix& m, int n) {
+            Ints nd = od;
+            nd[dim] += n;
+            ASSERT_EQ(DimsOf(m), nd);
+            for (int i = 0; i < m.GetSize(); ++i) {
+                Ints c = RefCoords(nd, i);
+                const bool added = c[dim] >= pos && c[dim] < pos + n;
+                if (c[dim] >= pos + n) c[dim] -= n;
+                ASSERT_EQ(m[i], added ? -7.0 : At(orig, c));
+            }
+        };
 
         // Grow, then open a slot at pos: the pair inserts a state there.
-        const int pos = Pick(rng, 0, od[dim]);
         VEK_Dmatrix m = orig;
         ASSERT_EQ(m.IncreaseDimensionSize(dim), 0);
         Ints nd = od;
@@ -566,15 +558,7 @@ TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
             ASSERT_EQ(m[i], c[dim] == od[dim] ? 0.0 : At(orig, c));
         }
         ASSERT_EQ(m.ShiftDataUpwards(dim, pos, -7.0), 0);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            Ints c = RefCoords(nd, i);
-            if (c[dim] == pos) {
-                ASSERT_EQ(m[i], -7.0);
-            } else {
-                if (c[dim] > pos) --c[dim];
-                ASSERT_EQ(m[i], At(orig, c));
-            }
-        }
+        expectInserted(m, 1);
         // Shift down at pos, then shrink: the pair removes that state again.
         ASSERT_EQ(m.ShiftDataDownwards(dim, pos), 0);
         ASSERT_EQ(m.DecreaseDimensionSize(dim), 0);
@@ -590,28 +574,10 @@ TEST(Dmatrix, GrowShrinkAndShiftWithinADimension) {
             --rd[dim];
             ExpectMoved(r, rd, orig, [&](Ints& c) { c[dim] += c[dim] >= gone; });
         }
-    }
-}
 
-TEST(Dmatrix, SlicesInsertedAndRemovedInOnePass) {
-    std::mt19937 rng(11);
-    for (int round = 0; round < 300; ++round) {
-        const VEK_Dmatrix orig = RandomMatrix(rng, 4);
-        const Ints od = DimsOf(orig);
-        const int dim = Pick(rng, 0, static_cast<int>(od.size()) - 1);
-        const int pos = Pick(rng, 0, od[dim]);
-        const int count = Pick(rng, 1, 3);
-        VEK_Dmatrix m = orig;
+        // Several slices in one pass, and back.
         ASSERT_EQ(VEK_insertSlices(m, dim, pos, count, -7.0), 0);
-        Ints nd = od;
-        nd[dim] += count;
-        ASSERT_EQ(DimsOf(m), nd);
-        for (int i = 0; i < m.GetSize(); ++i) {
-            Ints c = RefCoords(nd, i);
-            const bool added = c[dim] >= pos && c[dim] < pos + count;
-            if (c[dim] >= pos + count) c[dim] -= count;
-            ASSERT_EQ(m[i], added ? -7.0 : At(orig, c));
-        }
+        expectInserted(m, count);
         ASSERT_EQ(VEK_removeSlices(m, dim, pos, count), 0);
         ASSERT_TRUE(m == orig);
         // Refused: past the end, nothing left, bad dimension; nothing changes.

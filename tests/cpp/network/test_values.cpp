@@ -56,7 +56,7 @@ protected:
 
 // ---------------------------------------------------------------- hard evidence
 
-TEST_F(ValueTest, HardEvidenceByOutcomeOrIdentifier) {
+TEST_F(ValueTest, HardEvidenceByOutcomeOrIdentifierAndClearing) {
     VEK_nodeVal* v = V(a);
     EXPECT_EQ(v->GetType(), VEK_BELIEFVECTOR);
     EXPECT_EQ(v->GetFlags(), 0);
@@ -98,11 +98,7 @@ TEST_F(ValueTest, HardEvidenceByOutcomeOrIdentifier) {
     ASSERT_EQ(w->SetVirtualEvidence(std::vector<double>{0.3, 0.7}), VEK_OKAY);
     EXPECT_EQ(w->SetEvidence(2), VEK_OUT_OF_RANGE);
     EXPECT_TRUE(w->IsVirtualEvidence());
-}
 
-TEST_F(ValueTest, ClearEvidence) {
-    VEK_nodeVal* v = V(a);
-    ASSERT_EQ(v->SetEvidence(1), VEK_OKAY);
     v->SetStamp(7);
     EXPECT_EQ(v->ClearEvidence(), VEK_OKAY);
     EXPECT_EQ(v->GetStamp(), 0);
@@ -301,14 +297,12 @@ TEST_F(ValueTest, PropagatedEvidenceRules) {
     EXPECT_EQ(v->GetFlags(), 0);
     EXPECT_EQ(v->GetStamp(), 0);
     EXPECT_EQ(v->GetEvidence(), VEK_OUT_OF_RANGE);
-}
 
-TEST_F(ValueTest, PropagatedEvidenceOnPlateNodeLeavesValueInvalid) {
+    // On a plate node the value stays invalid.
     net.GetNode(d)->SetTemporalType(3);
-    VEK_nodeVal* v = V(d);
-    ASSERT_EQ(v->SetPropagatedEvidence(0), VEK_OKAY);
-    EXPECT_EQ(v->GetFlags(), VEK_VALUE_PROPAGATED);
-    EXPECT_EQ(v->GetEvidence(), 0);
+    ASSERT_EQ(V(d)->SetPropagatedEvidence(0), VEK_OKAY);
+    EXPECT_EQ(V(d)->GetFlags(), VEK_VALUE_PROPAGATED);
+    EXPECT_EQ(V(d)->GetEvidence(), 0);
 }
 
 // b becomes a truth table over a: a0 -> b0, a1 -> b1, a2 -> b1.
@@ -361,6 +355,13 @@ TEST_F(ValueTest, ControlRefusedWhenDescendantHasEvidence) {
     ASSERT_EQ(V(d)->SetEvidence(0), VEK_OKAY);
     ASSERT_EQ(V(a)->SetEvidence(0), VEK_OKAY);
     EXPECT_TRUE(V(b)->IsControllable());
+    // Nor does a controlled descendant.
+    net.ClearAllEvidence();
+    ASSERT_EQ(V(c)->ControlValue(0), VEK_OKAY);
+    EXPECT_TRUE(V(a)->IsControllable());
+    ASSERT_EQ(V(a)->ControlValue(2), VEK_OKAY);
+    EXPECT_TRUE(V(c)->IsControlled());
+    EXPECT_EQ(V(c)->GetEvidence(), 0);
 }
 
 TEST_F(ValueTest, ControlValueSetsEvidenceAndStalesOthers) {
@@ -392,14 +393,6 @@ TEST_F(ValueTest, ControlValueSetsEvidenceAndStalesOthers) {
     ASSERT_EQ(V(a)->ControlValue(2), VEK_OKAY);
     EXPECT_EQ(V(a)->GetEvidence(), 2);
     EXPECT_TRUE(V(a)->IsControlled());
-}
-
-TEST_F(ValueTest, ControlledDescendantDoesNotBlock) {
-    ASSERT_EQ(V(c)->ControlValue(0), VEK_OKAY);
-    EXPECT_TRUE(V(a)->IsControllable());
-    ASSERT_EQ(V(a)->ControlValue(2), VEK_OKAY);
-    EXPECT_TRUE(V(c)->IsControlled());
-    EXPECT_EQ(V(c)->GetEvidence(), 0);
 }
 
 TEST_F(ValueTest, ClearingControlledValues) {
