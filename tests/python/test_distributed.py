@@ -11,6 +11,7 @@ import pytest
 import pyquarn
 from pyquarn.learning import DataSet, DataMatch, EM
 from conftest import quarn_error, shared_xvek
+from test_dynamic import _hmm, _randomize
 
 pd = pytest.importorskip("pandas")
 dd = pytest.importorskip("dask.dataframe")
@@ -103,6 +104,60 @@ def test_helper_steps_equal_one_em_run(data):
     for a, b in zip(parts["counts"], whole["counts"]):
         np.testing.assert_allclose(a, b, rtol=1e-12)
     assert sum(c.sum() for c in whole["counts"]) == pytest.approx(2000 * len(helper.get_learnt_nodes()))
+
+
+def hmm(slices=4):
+    net, _, _ = _hmm(slices, hidden=2, seen=3)
+    _randomize(net, np.random.default_rng(3))
+    return net
+
+
+def all_tables(net):
+    return {(n, k): net.get_node_temporal_definition(n, k) if k else net.get_node_definition(n)
+            for n in net.get_all_node_ids() for k in [0] + net.get_temporal_orders(n)}
+
+
+def test_dynamic_networks_learn_their_tied_tables_as_em_does(client):
+    data = sample_frame(hmm().unroll().network, 600, 0.3, seed=5)  # columns H_0, O_0, ..., O_3
+    for slices, auto in ((4, False), (1, True)):
+        net, reference = hmm(slices), hmm(slices)
+        ds = DataSet.from_pandas(data)
+        em = EM()
+        em.set_auto_slices(auto)
+        em.set_randomize_parameters(auto)
+        em.set_seed(5)
+        em.learn(ds, reference, ds.match_network(reference))
+        frame = dd.from_pandas(data, npartitions=1)
+        assert qd.fit_em(net, frame, auto_slices=auto, randomize=auto, seed=5) == em.get_last_score()
+        assert all_tables(net) == all_tables(reference) and net.get_slice_count() == slices
+    # Two partitions on the cluster: the same sums in another order.
+    split, reference, start = hmm(), hmm(), all_tables(hmm())
+    em.set_randomize_parameters(False)
+    em.learn(ds, reference, ds.match_network(reference))
+    qd.fit_em(split, dd.from_pandas(data, npartitions=2), client=client)
+    for key, table in all_tables(split).items():
+        assert table != start[key] and table == pytest.approx(all_tables(reference)[key], abs=1e-12)
+    # One table per (node, order); its counts come from every slice using it.
+    helper = hmm().distributed_helper_em()
+    stats = helper.combine(helper.e_step(data[:250]), pickle.loads(pickle.dumps(helper)).e_step(data[250:]))
+    assert helper.get_layout() == [("H", 0), ("H", 1), ("O", 0)]
+    assert [c.sum() for c in stats["counts"]] == pytest.approx([600, 1800, 2400], rel=1e-12)
+
+
+def test_dynamic_partitions_that_do_not_fit_are_refused():
+    net, asia = hmm(2), load()
+    before = all_tables(net)
+    data = sample_frame(hmm().unroll().network, 50, 0.3, seed=5)
+    with quarn_error(-2, contains="Column 'H_2' names slice 2, but the helper learns over 2 slices"):
+        qd.fit_em(net, dd.from_pandas(data, npartitions=2))
+    helper = net.distributed_helper_em()
+    for partition, code, text in ((data, -2, "names slice 2"),
+                                  (sample_frame(asia, 20, 0.0, seed=1), -3, "Column 'asia' matches no node")):
+        with quarn_error(code, contains=text):
+            helper.e_step(partition)
+    with quarn_error(-4, contains="Statistics must be"):
+        helper.m_step(asia.distributed_helper_em().e_step(sample_frame(asia, 20, 0.0, seed=1)))
+    assert all_tables(net) == before and net.get_slice_count() == 2
 
 
 def test_randomized_restarts_and_fixed_nodes_follow_em(data):

@@ -6,9 +6,12 @@
 #include <vector>
 
 #include "emTestUtil.h"
+#include "dynamic/dynamicNet.h"
+#include "dynamic/unroll.h"
 #include "inference/randGen.h"
 #include "learning/dataSampler.h"
 #include "learning/dataset.h"
+#include "learning/dynamicEm.h"
 #include "learning/em.h"
 #include "learning/emStatistics.h"
 #include "network/discDef.h"
@@ -469,4 +472,73 @@ TEST(EmStatistics, PartsAddUpToOneEmRun) {
     const auto split = run({&first, &second});
     for (size_t n = 0; n < expected.size(); ++n)
         for (size_t i = 0; i < expected[n].size(); ++i) EXPECT_NEAR(split[n][i], expected[n][i], 1e-12);
+}
+
+// A hidden Markov model of 4 slices learnt from per-slice columns in two
+// parts: one step equals one step of dynamic EM over all the records, and
+// the run to convergence equals EM's, to rounding of the sums' order.
+TEST(EmStatistics, DynamicPartsAddUpToOneEmRun) {
+    VEK_network net;
+    const int h = AddNode(net, "H", 2), o = AddNode(net, "O", 3);
+    for (int n : {h, o}) net.SetTemporalType(n, VEK_TEMPORAL_PLATE);
+    net.AddArc(h, o);
+    net.SetNumberOfSlices(4);
+    net.Dynamic().AddTemporalArc(h, h, 1);
+    net.GetDef(h)->SetDefinition(std::vector<double>{0.3, 0.7});
+    net.GetDef(o)->SetDefinition(std::vector<double>{0.6, 0.3, 0.1, 0.1, 0.2, 0.7});
+    net.Dynamic().SetTemporalDefinition(h, 1, {0.8, 0.2, 0.35, 0.65});
+    VEK_network flat;
+    std::vector<VEK_unrolledNode> map;
+    ASSERT_EQ(VEK_Unroll(net, flat, map), VEK_OKAY);
+    VEK_dataset whole = Sample(flat, 400, 5, 0.3), first = whole, second = whole;
+    for (int v = 0; v < whole.GetNumberOfVariables(); ++v) {
+        auto& a = first.Variables()[v].intData;
+        auto& b = second.Variables()[v].intData;
+        a.resize(250);
+        b.erase(b.begin(), b.begin() + 250);
+    }
+    first.SetRecordCount(250);
+    second.SetRecordCount(150);
+    std::vector<VEK_datasetMatch> matching;
+    ASSERT_EQ(whole.MatchNetwork(net, matching), VEK_OKAY);
+    auto tables = [&](const VEK_network& n) {
+        const VEK_Dmatrix& t = *n.GetDynamic()->GetTemporalDefinition(h, 1);
+        return std::vector<std::vector<double>>{Table(n, h), Table(n, o), {t.Items(), t.Items() + t.GetSize()}};
+    };
+    auto run = [&](const std::vector<const VEK_dataset*>& parts, int steps) {
+        VEK_emStatistics stats;
+        EXPECT_EQ(stats.Init(net, {}, 1.0f, true), VEK_OKAY);
+        for (double previous = 0.0; steps-- != 0;) {
+            std::vector<double> total(stats.CountSize(), 0.0), counts;
+            double ll = 0.0, partLl = 0.0;
+            for (const VEK_dataset* part : parts) {
+                EXPECT_EQ(stats.EStep(*part, matching, counts, partLl), VEK_OKAY);
+                for (size_t i = 0; i < total.size(); ++i) total[i] += counts[i];
+                ll += partLl;
+            }
+            stats.MStep(total);
+            if (ll == 0.0 || (previous != 0.0 && (previous / ll < 1.0001 || previous >= ll))) break;
+            previous = ll;
+        }
+        VEK_network out(net);
+        EXPECT_EQ(stats.Apply(out), VEK_OKAY);
+        return tables(out);
+    };
+    VEK_network once(net), learnt(net);
+    VEK_dynamicEm step;
+    double ll = 0.0;
+    ASSERT_EQ(step.Init(whole, once, matching, std::vector<char>(2, 0), 0, true), VEK_OKAY);
+    ASSERT_EQ(step.Iterate(1.0, once.Logger(), ll), VEK_OKAY);
+    ASSERT_EQ(step.Commit(once), VEK_OKAY);
+    VEK_em em;
+    ASSERT_EQ(em.SetEquivalentSampleSize(1.0f), VEK_OKAY);
+    ASSERT_EQ(em.Learn(whole, learnt, matching), VEK_OKAY);
+    for (const auto& [steps, reference] : {std::pair{1, &once}, std::pair{-1, &learnt}}) {
+        const auto expected = tables(*reference);
+        EXPECT_NE(expected, tables(net));
+        EXPECT_EQ(run({&whole}, steps), expected);
+        const auto split = run({&first, &second}, steps);
+        for (size_t n = 0; n < expected.size(); ++n)
+            for (size_t i = 0; i < expected[n].size(); ++i) EXPECT_NEAR(split[n][i], expected[n][i], 1e-12);
+    }
 }
