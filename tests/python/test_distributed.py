@@ -146,17 +146,15 @@ def test_dynamic_networks_learn_their_tied_tables_as_em_does(client):
 
 def test_dynamic_partitions_that_do_not_fit_are_refused():
     net, asia = hmm(2), load()
-    before = all_tables(net)
-    data = sample_frame(hmm().unroll().network, 50, 0.3, seed=5)
+    before, helper = all_tables(net), net.distributed_helper_em()
+    data, other = sample_frame(hmm().unroll().network, 50, 0.3, seed=5), sample_frame(asia, 20, 0.0, seed=1)
     with quarn_error(-2, contains="Column 'H_2' names slice 2, but the helper learns over 2 slices"):
         qd.fit_em(net, dd.from_pandas(data, npartitions=2))
-    helper = net.distributed_helper_em()
-    for partition, code, text in ((data, -2, "names slice 2"),
-                                  (sample_frame(asia, 20, 0.0, seed=1), -3, "Column 'asia' matches no node")):
+    for partition, code, text in ((data, -2, "names slice 2"), (other, -3, "Column 'asia' matches no node")):
         with quarn_error(code, contains=text):
             helper.e_step(partition)
     with quarn_error(-4, contains="Statistics must be"):
-        helper.m_step(asia.distributed_helper_em().e_step(sample_frame(asia, 20, 0.0, seed=1)))
+        helper.m_step(asia.distributed_helper_em().e_step(other))
     assert all_tables(net) == before and net.get_slice_count() == 2
 
 
