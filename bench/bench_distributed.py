@@ -51,7 +51,7 @@ def main():
             Client(cluster) as client:
         helper = net.distributed_helper_em()
         helper.uniformize()
-        parts = distributed._persist(distributed._converted(net, ddf, None, "bench"), client)
+        parts = distributed._persist(distributed._converted(distributed._matched(net, ddf, None, "bench")), client)
         helper.m_step(distributed._statistics(helper, parts, client, "bench"))  # workers warm
         times = []
         before = client.run(time.process_time)
@@ -67,7 +67,7 @@ def main():
     with dask.config.set(scheduler="threads", num_workers=2):
         helper = net.distributed_helper_em()
         helper.uniformize()
-        parts = distributed._persist(distributed._converted(net, ddf, None, "bench"), None)
+        parts = distributed._persist(distributed._converted(distributed._matched(net, ddf, None, "bench")), None)
         helper.m_step(distributed._statistics(helper, parts, None, "bench"))
         times = []
         c0 = time.process_time()

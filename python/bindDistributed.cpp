@@ -1,6 +1,7 @@
 // Network.distributed_helper_em and pyquarn.learning.EMHelper: the steps of
 // EM as separate calls over parts of the data, exchanging numpy arrays, so
 // that pyquarn.distributed can run them on a cluster.
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -11,7 +12,9 @@
 #include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "dynamic/dynamicNet.h"
 #include "inference/randGen.h"
+#include "learning/datasetMatcher.h"
 #include "learning/emStatistics.h"
 #include "network/nodeDef.h"
 #include "pyDataset.h"
@@ -21,6 +24,7 @@ namespace {
 
 using namespace Wrp;
 
+constexpr const char* kCreate = "Network.DistributedHelperEM";
 constexpr const char* kEStep = "EMHelper.EStep";
 constexpr const char* kCombine = "EMHelper.Combine";
 constexpr const char* kMStep = "EMHelper.MStep";
@@ -57,7 +61,7 @@ std::unique_ptr<Lane> TakeLane(PyEMHelper& self) {
         lane = std::make_unique<Lane>();
         const VEK_network& work = self.stats.Work();
         const int res = lane->stats.Init(work, IdsToHandles(work, self.fixedIds), self.stats.GetEquivalentSampleSize(),
-                                         self.stats.GetRelevance());
+                                         self.stats.GetRelevance(), self.stats.GetSliceCount());
         if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, kEStep, lane->stats.Work().Logger());
     }
     if (lane->version != self.version) {
@@ -71,35 +75,59 @@ std::unique_ptr<Lane> TakeLane(PyEMHelper& self) {
 }
 
 void Init(PyEMHelper& helper, const VEK_network& net, const std::vector<int>& fixed, float ess, bool relevance,
-          const char* function) {
+          int slices, const char* function) {
     // The helper's copy logs; the caller's network is left alone.
-    const int res = helper.stats.Init(net, fixed, ess, relevance);
+    const int res = helper.stats.Init(net, fixed, ess, relevance, slices);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, function, helper.stats.Work().Logger());
     helper.fixedIds = HandlesToIds(net, fixed);
 }
 
+// A column names a node by its id, or a plate node in slice t by id + "_" + t.
+VEK_datasetMatch MatchColumn(const VEK_network& net, const std::string& column, int index, const char* function) {
+    VEK_datasetMatch m{net.FindNode(column.c_str()), 0, index};
+    if (m.node < 0) m.node = VEK_findPlateSlice(net, column, m.slice);
+    if (m.node < 0) {
+        ThrowQuarnExceptionWithMessage(VEK_NO_ITEM, function, "Column '" + column + "' matches no node of the network");
+    }
+    return m;
+}
+
+void CheckSlice(const PyEMHelper& helper, const VEK_datasetMatch& m, const std::string& column, const char* function) {
+    const int slices = std::max(helper.stats.GetSliceCount(), 1);
+    if (m.slice >= slices) {
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
+                                       "Column '" + column + "' names slice " + std::to_string(m.slice) +
+                                           ", but the helper learns over " + std::to_string(slices) + " slices");
+    }
+}
+
+// With auto slices a dynamic network is unrolled to as many slices as the
+// columns name, as EM does; otherwise to its own slice count.
 std::unique_ptr<PyEMHelper> WrpCreate(PyNetwork& net, const std::vector<std::string>& fixedNodes, int ess,
-                                      bool relevance) {
+                                      bool relevance, bool autoSlices, const std::vector<std::string>& columns) {
     const std::vector<int> fixed = IdsToHandles(net, fixedNodes);
     if (ess < 0) {
-        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, "Network.DistributedHelperEM",
-                                       "The equivalent sample size can't be negative");
+        ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, kCreate, "The equivalent sample size can't be negative");
+    }
+    std::vector<VEK_datasetMatch> named;
+    int slices = 0;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        named.push_back(MatchColumn(net, columns[i], static_cast<int>(i), kCreate));
+        if (autoSlices) slices = std::max(slices, named.back().slice + 1);
     }
     auto helper = std::make_unique<PyEMHelper>();
-    Init(*helper, net, fixed, static_cast<float>(ess), relevance, "Network.DistributedHelperEM");
+    Init(*helper, net, fixed, static_cast<float>(ess), relevance, slices, kCreate);
+    for (size_t i = 0; i < columns.size(); ++i) CheckSlice(*helper, named[i], columns[i], kCreate);
     return helper;
 }
 
-// Each column is matched to the node of the same id.
-std::vector<VEK_datasetMatch> MatchById(const VEK_network& work, const VEK_dataset& data) {
+std::vector<VEK_datasetMatch> MatchById(const PyEMHelper& helper, const VEK_dataset& data) {
+    const VEK_network& work = helper.stats.Work();
     std::vector<VEK_datasetMatch> matching;
     for (int c = 0; c < data.GetNumberOfVariables(); ++c) {
-        const int node = work.FindNode(data.GetId(c));
-        if (node < 0) {
-            ThrowQuarnExceptionWithMessage(VEK_NO_ITEM, kEStep,
-                                           "Column '" + std::string(data.GetId(c)) + "' matches no node of the network");
-        }
-        matching.push_back(VEK_datasetMatch{node, 0, c});
+        const std::string column = data.GetId(c);
+        matching.push_back(MatchColumn(work, column, c, kEStep));
+        CheckSlice(helper, matching.back(), column, kEStep);
     }
     return matching;
 }
@@ -178,15 +206,14 @@ py::dict WrpEStep(PyEMHelper& self, const py::object& partition) {
     if (data->data.GetNumberOfRecords() == 0) {
         ThrowQuarnExceptionWithMessage(VEK_NO_ITEM, kEStep, "The partition holds no records");
     }
-    const std::vector<VEK_datasetMatch> matching = MatchById(self.stats.Work(), data->data);
+    const std::vector<VEK_datasetMatch> matching = MatchById(self, data->data);
     std::unique_ptr<Lane> lane = TakeLane(self);
     VEK_logger& log = lane->stats.Work().Logger();
     ClearLog(log);
     VEK_emRecords records;
-    int res = lane->stats.ReadRecords(data->data, matching, records);
-    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, kEStep, log);
     std::vector<int> matched;
-    for (const VEK_datasetMatch& m : matching) matched.push_back(m.node);
+    int res = lane->stats.ReadRecords(data->data, matching, records, matched);
+    if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, kEStep, log);
     std::vector<double> counts;
     double ll = 0.0;
     {
@@ -232,37 +259,54 @@ py::list Tables(const PyEMHelper& self, bool priors) {
     return MakeStatistics(self, flat, 0.0, 0)["counts"];
 }
 
-// The working copy as text, then every node's table exactly (the text
-// rounds numbers), the priors and the settings.
+// The working copy with the current tables as text, then every table
+// exactly (the text rounds numbers), temporal ones keyed (id, order), the
+// priors, the settings and the slice count.
 py::tuple GetState(const PyEMHelper& self) {
-    const VEK_network& work = self.stats.Work();
+    VEK_network copy(self.stats.Work());
     std::string text;
-    VEK_network copy(work);
-    int res = copy.WriteString(text);
+    int res = self.stats.Apply(copy);
+    if (res == VEK_OKAY) res = copy.WriteString(text);
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "EMHelper.GetState", copy.Logger());
     py::dict tables;
-    for (int h = work.GetFirstNode(); h >= 0; h = work.GetNextNode(h)) {
-        const VEK_Dmatrix& m = work.GetDef(h)->GetParameters();
-        tables[py::str(work.GetNodeId(h))] = ToArray(m.Items(), static_cast<size_t>(m.GetSize()));
+    const VEK_dynamicNet* dyn = copy.GetDynamic();
+    std::vector<int> orders;
+    for (int h = copy.GetFirstNode(); h >= 0; h = copy.GetNextNode(h)) {
+        const VEK_Dmatrix& m = copy.GetDef(h)->GetParameters();
+        tables[py::str(copy.GetNodeId(h))] = ToArray(m.Items(), static_cast<size_t>(m.GetSize()));
+        if (dyn) dyn->GetTemporalOrders(h, orders);
+        for (int k = 0; dyn && k < static_cast<int>(orders.size()); ++k) {
+            if (const VEK_Dmatrix* t = dyn->GetTemporalParameters(h, orders[k])) {
+                tables[py::make_tuple(copy.GetNodeId(h), orders[k])] = ToArray(t->Items(), static_cast<size_t>(t->GetSize()));
+            }
+        }
     }
     std::vector<double> priors;
     self.stats.GetTables(priors, true);
     return py::make_tuple(py::bytes(text), tables, ToArray(priors.data(), priors.size()), self.fixedIds,
                           static_cast<double>(self.stats.GetEquivalentSampleSize()), self.stats.GetRelevance(),
-                          self.seed);
+                          self.seed, self.stats.GetSliceCount());
 }
 
 std::unique_ptr<PyEMHelper> SetState(const py::tuple& state) {
     const char* bad = "The helper's state is damaged";
-    if (state.size() != 7) ThrowQuarnExceptionWithMessage(VEK_INVALID_VALUE, "EMHelper.SetState", bad);
+    if (state.size() != 8) ThrowQuarnExceptionWithMessage(VEK_INVALID_VALUE, "EMHelper.SetState", bad);
     VEK_network net;
     const std::string text = state[0].cast<std::string>();
     int res = net.ReadString(text.c_str());
     if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "EMHelper.SetState", net.Logger());
     for (auto item : state[1].cast<py::dict>()) {
-        const int h = net.FindNode(item.first.cast<std::string>().c_str());
+        const bool temporal = py::isinstance<py::tuple>(item.first);
+        const py::object key = temporal ? item.first.cast<py::tuple>()[0] : py::reinterpret_borrow<py::object>(item.first);
+        const int h = net.FindNode(key.cast<std::string>().c_str());
         auto a = item.second.cast<py::array_t<double, py::array::c_style | py::array::forcecast>>();
-        if (h < 0 || a.size() != net.GetDef(h)->GetParameters().GetSize()) {
+        if (temporal && h >= 0 && net.GetDynamic()) {
+            res = net.GetDynamic()->SetTemporalDefinition(h, item.first.cast<py::tuple>()[1].cast<int>(),
+                                                          std::vector<double>(a.data(), a.data() + a.size()));
+            if (res != VEK_OKAY) ThrowQuarnExceptionWithMessage(VEK_INVALID_VALUE, "EMHelper.SetState", bad);
+            continue;
+        }
+        if (temporal || h < 0 || a.size() != net.GetDef(h)->GetParameters().GetSize()) {
             ThrowQuarnExceptionWithMessage(VEK_INVALID_VALUE, "EMHelper.SetState", bad);
         }
         net.GetDef(h)->GetWriteableParameters().FillFrom(a.data());
@@ -270,7 +314,7 @@ std::unique_ptr<PyEMHelper> SetState(const py::tuple& state) {
     }
     auto helper = std::make_unique<PyEMHelper>();
     Init(*helper, net, IdsToHandles(net, state[3].cast<std::vector<std::string>>()),
-         static_cast<float>(state[4].cast<double>()), state[5].cast<bool>(), "EMHelper.SetState");
+         static_cast<float>(state[4].cast<double>()), state[5].cast<bool>(), state[7].cast<int>(), "EMHelper.SetState");
     auto priors = state[2].cast<std::vector<double>>();
     if (helper->stats.SetTables(priors, true) != VEK_OKAY) {
         ThrowQuarnExceptionWithMessage(VEK_INVALID_VALUE, "EMHelper.SetState", bad);
@@ -287,9 +331,9 @@ void RegisterEMHelper(py::module_& learning) {
                                "Steps of EM over parts of the data, for learning on a cluster");
     cls.def(
         "e_step", &WrpEStep, py::arg("partition"),
-        "Expected counts of a partition (DataSet or pandas DataFrame, columns matched to nodes by id) under the "
-        "current parameters: a dict of 'counts' (one array per learnt node, in its table's order), "
-        "'log_likelihood' and 'records'");
+        "Expected counts of a partition (DataSet or pandas DataFrame, columns matched to nodes by id, or to plate "
+        "nodes in slice t by id_t) under the current parameters: a dict of 'counts' (one array per learnt table, "
+        "in get_layout's order, laid out as the table), 'log_likelihood' and 'records'");
     cls.def("combine", &WrpCombine, py::arg("a"), py::arg("b"), "Adds two statistics");
     cls.def("m_step", &WrpMStep, py::arg("total"),
             "Sets the parameters from total statistics; returns their log-likelihood");
@@ -297,7 +341,20 @@ void RegisterEMHelper(py::module_& learning) {
     cls.def(
         "get_learnt_nodes",
         [](const PyEMHelper& self) { return HandlesToIds(self.stats.Work(), self.stats.Learnable()); },
-        "Gets the ids of the learnt nodes, in the order of the counts");
+        "Gets the node id of each learnt table, in the order of the counts");
+    cls.def(
+        "get_layout",
+        [](const PyEMHelper& self) {
+            const std::vector<std::string> ids = HandlesToIds(self.stats.Work(), self.stats.Learnable());
+            std::vector<std::pair<std::string, int>> out;
+            for (size_t i = 0; i < ids.size(); ++i) out.emplace_back(ids[i], self.stats.TableOrder(i));
+            return out;
+        },
+        "Gets (node id, temporal order) of each learnt table, in the order of the counts; order 0 is the "
+        "node's ordinary definition");
+    cls.def(
+        "get_slice_count", [](const PyEMHelper& self) { return self.stats.GetSliceCount(); },
+        "Gets the number of slices a dynamic network is unrolled to (0 for a static network)");
     cls.def(
         "get_parameters", [](const PyEMHelper& self) { return Tables(self, false); },
         "Gets the current tables of the learnt nodes");
@@ -330,5 +387,6 @@ void RegisterEMHelper(py::module_& learning) {
 
 void BindDistributed(PyNetworkClass& cls) {
     cls.def("distributed_helper_em", &WrpCreate, py::arg("fixed_nodes") = std::vector<std::string>{},
-            py::arg("eq_sample_size") = 0, py::arg("relevance") = true, "Creates distributed EM helper");
+            py::arg("eq_sample_size") = 0, py::arg("relevance") = true, py::arg("auto_slices") = false,
+            py::arg("columns") = std::vector<std::string>{}, "Creates distributed EM helper");
 }

@@ -19,9 +19,9 @@ int Fail(int code, std::string* message, const std::string& text) {
     return code;
 }
 
-// A column id + "_" + t names a plate node in slice t, as unrolling names
-// the node's copies.
-int FindPlateSlice(const VEK_network& net, const std::string& id, int& slice) {
+}  // namespace
+
+int VEK_findPlateSlice(const VEK_network& net, const std::string& id, int& slice) {
     const size_t cut = id.rfind('_');
     if (cut == std::string::npos || cut + 1 == id.size() || id.size() - cut > 9) return -1;
     for (size_t i = cut + 1; i < id.size(); ++i)
@@ -31,8 +31,6 @@ int FindPlateSlice(const VEK_network& net, const std::string& id, int& slice) {
     slice = std::stoi(id.substr(cut + 1));
     return h;
 }
-
-}  // namespace
 
 int VEK_mapColumnOutcomes(const VEK_dataset& data, int var, const VEK_network& net, int node, std::vector<int>& map,
                           std::string* message) {
@@ -89,7 +87,7 @@ int VEK_dataset::MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMat
         for (int v = 0; v < GetNumberOfVariables(); ++v) {
             int slice = 0;
             int h = net.FindNode(vars_[static_cast<size_t>(v)].id.c_str());
-            if (h < 0) h = FindPlateSlice(net, vars_[static_cast<size_t>(v)].id, slice);
+            if (h < 0) h = VEK_findPlateSlice(net, vars_[static_cast<size_t>(v)].id, slice);
             if (h < 0) continue;
             const Variable& column = vars_[static_cast<size_t>(v)];
             std::string message;

@@ -1,10 +1,7 @@
-// EM on dynamic networks. The network is unrolled to the slices the data
-// covers and its expected counts are taken on the unrolled network, then
-// folded into the tables the slices share: a plate node's ordinary
-// definition gathers the counts of slice 0 and of the slices that use it,
-// its temporal definition of order k those of every slice that uses order k.
-// Nodes outside the plate keep one table. The matching names plate nodes
-// with their slices; every other node is matched in slice 0.
+// EM on dynamic networks: the expected counts of the network unrolled to
+// the slices the data covers, folded into the tables the slices share (see
+// VEK_tiedTables). The matching names plate nodes with their slices; every
+// other node is matched in slice 0.
 #pragma once
 
 #include <vector>
@@ -14,7 +11,7 @@
 #include "learning/datasetMatch.h"
 #include "learning/emStatistics.h"
 #include "learning/expectedCounts.h"
-#include "network/dmatrix.h"
+#include "learning/tiedTables.h"
 #include "network/network.h"
 
 class VEK_dynamicEm {
@@ -34,25 +31,13 @@ public:
     int Iterate(double ess, VEK_logger& log, double& ll);
     // Writes the learnt tables into net (the network given to Init): all or
     // none.
-    int Commit(VEK_network& net);
+    int Commit(VEK_network& net) { return tables_.Commit(net); }
 
     // The slice count the network was unrolled to.
-    int GetSliceCount() const { return slices_; }
+    int GetSliceCount() const { return tables_.GetSliceCount(); }
 
 private:
-    // A table shared by the copies of one node: (node, order 0) is the
-    // ordinary definition, (node, k) a plate node's temporal definition.
-    struct Tied {
-        int node;
-        int order;
-        VEK_Dmatrix table, prior;
-        std::vector<int> copies;  // handles in the unrolled network
-    };
-    void Publish(const Tied& t);
-
-    VEK_network work_;
-    int slices_ = 0;
-    std::vector<Tied> tied_;
+    VEK_tiedTables tables_;
     VEK_emRecords records_;
     VEK_expectedCounts counts_;
     std::vector<double> sum_;
@@ -71,8 +56,6 @@ struct VEK_dynamicEmSettings {
 };
 
 class VEK_emProgress;
-// Whether any node has a temporal type.
-bool VEK_emIsDynamic(const VEK_network& net);
 int VEK_learnDynamic(const VEK_dynamicEmSettings& settings, const VEK_dataset& data, VEK_network& net,
                      const std::vector<VEK_datasetMatch>& matching, const std::vector<char>& fixed, double* score,
                      VEK_emProgress* progress);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "learning/expectedCounts.h"
+#include "learning/tiedTables.h"
 #include "network/discDef.h"
 #include "network/idArray.h"
 #include "network/network.h"
@@ -254,8 +255,10 @@ struct VEK_emStatistics::Compiled {
 VEK_emStatistics::VEK_emStatistics() = default;
 VEK_emStatistics::~VEK_emStatistics() = default;
 
-int VEK_emStatistics::Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance) {
+int VEK_emStatistics::Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance,
+                           int slices) {
     compiled_.clear();
+    tied_.reset();
     learnable_.clear();
     offsets_.clear();
     priors_.clear();
@@ -278,6 +281,18 @@ int VEK_emStatistics::Init(const VEK_network& net, const std::vector<int>& fixed
         }
         fixed[static_cast<size_t>(h)] = 1;
     }
+    if (VEK_emIsDynamic(work)) {
+        auto tied = std::make_unique<VEK_tiedTables>();
+        const int res = tied->Init(work, fixed, slices, relevance, work.Logger());
+        if (res != VEK_OKAY) return res;
+        for (const VEK_tiedTables::Tied& t : tied->Tables()) {
+            learnable_.push_back(t.node);
+            offsets_.push_back(size_);
+            size_ += static_cast<size_t>(t.table.GetSize());
+        }
+        tied_ = std::move(tied);
+        return VEK_OKAY;
+    }
     const int res = VEK_emCheckNodes(work, fixed);
     if (res != VEK_OKAY) return res;
     for (int h = work.GetFirstNode(); h >= 0; h = work.GetNextNode(h)) {
@@ -291,6 +306,10 @@ int VEK_emStatistics::Init(const VEK_network& net, const std::vector<int>& fixed
 }
 
 void VEK_emStatistics::Restart(Start start, VEK_randGen& gen) {
+    if (tied_) {
+        if (start != Start::kAsTheyStand) tied_->Restart(start == Start::kRandom, gen);
+        return;
+    }
     for (size_t i = 0; i < learnable_.size(); ++i) {
         VEK_nodeDef* def = work_->GetDef(learnable_[i]);
         if (start == Start::kUniform) {
@@ -303,30 +322,43 @@ void VEK_emStatistics::Restart(Start start, VEK_randGen& gen) {
 }
 
 int VEK_emStatistics::ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,
-                                  VEK_emRecords& records) {
+                                  VEK_emRecords& records, std::vector<int>& matched) {
     VEK_network& work = *work_;
     if (matching.empty()) {
         return work.Logger().LogError(VEK_NO_ITEM, "EM: no matching between node and data were specified");
     }
-    const int res = VEK_emCheckColumns(work, data, matching);
+    // A dynamic network's records are read on its unrolled copy, whose
+    // messages are passed on to the working copy.
+    std::vector<VEK_datasetMatch> flat;
+    int res = tied_ ? tied_->Flatten(data, matching, flat, work.Logger()) : VEK_emCheckColumns(work, data, matching);
     if (res != VEK_OKAY) return res;
-    return records.Read(data, work, matching);
+    const std::vector<VEK_datasetMatch>& columns = tied_ ? flat : matching;
+    VEK_network& net = tied_ ? tied_->Work() : work;
+    res = records.Read(data, net, columns);
+    if (res != VEK_OKAY) return Failed(res);
+    matched.clear();
+    for (const VEK_datasetMatch& m : columns) matched.push_back(m.node);
+    return VEK_OKAY;
+}
+
+int VEK_emStatistics::Failed(int code) {
+    return tied_ ? work_->Logger().LogError(code, tied_->Work().Logger().GetLastErrorMessage()) : code;
 }
 
 int VEK_emStatistics::EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,
                             std::vector<double>& counts, double& ll) {
     VEK_emRecords records;
-    const int res = ReadRecords(data, matching, records);
+    std::vector<int> matched;
+    const int res = ReadRecords(data, matching, records, matched);
     if (res != VEK_OKAY) return res;
     records.Group();
-    std::vector<int> matched;
-    for (const VEK_datasetMatch& m : matching) matched.push_back(m.node);
     return EStep(records, matched, counts, ll);
 }
 
 int VEK_emStatistics::EStep(const VEK_emRecords& records, const std::vector<int>& matched,
                             std::vector<double>& counts, double& ll) {
     VEK_network& work = *work_;
+    VEK_network& net = tied_ ? tied_->Work() : work;
     Compiled* compiled = nullptr;
     for (auto& c : compiled_) {
         if (c->matched == matched && c->complete == records.complete) compiled = c.get();
@@ -338,15 +370,16 @@ int VEK_emStatistics::EStep(const VEK_emRecords& records, const std::vector<int>
         fresh->complete = records.complete;
         std::vector<char> isLearnable(static_cast<size_t>(work.GetSlotCount()), 0);
         for (int h : learnable_) isLearnable[static_cast<size_t>(h)] = 1;
-        res = fresh->counts.Init(work, matched, records.complete, isLearnable);
-        if (res != VEK_OKAY) return res;
+        res = fresh->counts.Init(net, matched, records.complete, tied_ ? tied_->Learnable() : isLearnable);
+        if (res != VEK_OKAY) return Failed(res);
         compiled_.push_back(std::move(fresh));
         compiled = compiled_.back().get();
     }
     res = VEK_emPass(records, compiled->counts, work.Logger(), relevance_, ll);
     if (res != VEK_OKAY) return res;
     counts.resize(size_);
-    for (size_t i = 0; i < learnable_.size(); ++i) {
+    for (size_t i = 0; tied_ && i < learnable_.size(); ++i) tied_->Fold(compiled->counts, i, counts.data() + offsets_[i]);
+    for (size_t i = 0; !tied_ && i < learnable_.size(); ++i) {
         const double* c = compiled->counts.Counts(learnable_[i]);
         std::copy(c, c + priors_[i].GetSize(), counts.begin() + static_cast<std::ptrdiff_t>(offsets_[i]));
     }
@@ -354,6 +387,8 @@ int VEK_emStatistics::EStep(const VEK_emRecords& records, const std::vector<int>
 }
 
 void VEK_emStatistics::MStep(std::vector<double>& total) {
+    for (size_t i = 0; tied_ && i < learnable_.size(); ++i) tied_->Maximize(i, total.data() + offsets_[i], ess_);
+    if (tied_) return;
     for (size_t i = 0; i < learnable_.size(); ++i) {
         VEK_nodeDef* def = work_->GetDef(learnable_[i]);
         double* c = total.data() + offsets_[i];
@@ -367,7 +402,9 @@ void VEK_emStatistics::MStep(std::vector<double>& total) {
 void VEK_emStatistics::GetTables(std::vector<double>& out, bool priors) const {
     out.resize(size_);
     for (size_t i = 0; i < learnable_.size(); ++i) {
-        const VEK_Dmatrix& m = priors ? priors_[i] : work_->GetDef(learnable_[i])->GetDefinition();
+        const VEK_tiedTables::Tied* t = tied_ ? &tied_->Tables()[i] : nullptr;
+        const VEK_Dmatrix& m = t ? (priors ? t->prior : t->table)
+                                 : priors ? priors_[i] : work_->GetDef(learnable_[i])->GetDefinition();
         std::copy(m.Items(), m.Items() + m.GetSize(), out.begin() + static_cast<std::ptrdiff_t>(offsets_[i]));
     }
 }
@@ -376,6 +413,10 @@ int VEK_emStatistics::SetTables(const std::vector<double>& in, bool priors) {
     if (in.size() != size_) return VEK_OUT_OF_RANGE;
     for (size_t i = 0; i < learnable_.size(); ++i) {
         const double* from = in.data() + offsets_[i];
+        if (tied_) {
+            tied_->Set(i, from, priors);
+            continue;
+        }
         if (priors) {
             priors_[i].FillFrom(from);
             continue;
@@ -388,7 +429,12 @@ int VEK_emStatistics::SetTables(const std::vector<double>& in, bool priors) {
     return VEK_OKAY;
 }
 
+int VEK_emStatistics::TableOrder(size_t i) const { return tied_ ? tied_->Tables()[i].order : 0; }
+
+int VEK_emStatistics::GetSliceCount() const { return tied_ ? tied_->GetSliceCount() : 0; }
+
 int VEK_emStatistics::Apply(VEK_network& net) const {
+    if (tied_) return tied_->Commit(net);
     std::vector<int> handles;
     std::vector<VEK_Dmatrix> tables;
     for (int h : learnable_) {

@@ -20,6 +20,7 @@
 class VEK_network;
 class VEK_logger;
 class VEK_expectedCounts;
+class VEK_tiedTables;
 
 // The matched cells of a dataset as outcome indices (-1 when missing),
 // column by column, and the distinct records with their counts.
@@ -74,29 +75,36 @@ public:
     VEK_emStatistics& operator=(const VEK_emStatistics&) = delete;
 
     // Copies the network without evidence or targets; every node not fixed
-    // is learnt, its current table being its prior. 0 or a status, logged
-    // to net.
-    int Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance);
+    // is learnt, its current table being its prior. A dynamic network is
+    // also unrolled to slices slices (0: its own count) and its tied tables
+    // are learnt: each node's ordinary definition, then its temporal ones
+    // (see VEK_tiedTables). 0 or a status, logged to the working copy.
+    int Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance, int slices = 0);
 
     // New start tables for the learnt nodes, which become their priors.
     void Restart(Start start, VEK_randGen& gen);
 
-    // The learnt nodes (handles of the working copy) and where the counts
-    // of each begin in a flat array of CountSize() items.
+    // The node of each learnt table (handles of the working copy), the
+    // table's temporal order (0: the ordinary definition), and where the
+    // counts of each begin in a flat array of CountSize() items.
     const std::vector<int>& Learnable() const { return learnable_; }
+    int TableOrder(size_t i) const;
     const std::vector<size_t>& Offsets() const { return offsets_; }
     size_t CountSize() const { return size_; }
 
     // The expected counts of the data (flat, as above) under the current
-    // tables, and their log-likelihood. The trees are compiled once per set
+    // tables, and their log-likelihood; a dynamic network's matching names
+    // plate nodes with their slices. The trees are compiled once per set
     // of matched nodes and observation pattern, then reused. 0 or a status
     // logged to the working copy.
     int EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, std::vector<double>& counts,
               double& ll);
     // The same in two steps: the matched columns read into records (the
-    // only step that touches the data set), then, once they are grouped,
-    // the pass, whose columns follow matched (node handles).
-    int ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, VEK_emRecords& records);
+    // only step that touches the data set), with the nodes they fill in
+    // matched (of the unrolled copy for a dynamic network), then, once the
+    // records are grouped, the pass.
+    int ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, VEK_emRecords& records,
+                    std::vector<int>& matched);
     int EStep(const VEK_emRecords& records, const std::vector<int>& matched, std::vector<double>& counts, double& ll);
     // Turns a total of counts into the current tables; total is consumed.
     void MStep(std::vector<double>& total);
@@ -110,12 +118,17 @@ public:
     // the working copy's nodes (by id) and table shapes: all or none.
     int Apply(VEK_network& net) const;
 
+    // The slices a dynamic network is unrolled to; 0 for a static one.
+    int GetSliceCount() const;
+
     VEK_network& Work() { return *work_; }
     const VEK_network& Work() const { return *work_; }
     float GetEquivalentSampleSize() const { return ess_; }
     bool GetRelevance() const { return relevance_; }
 
 private:
+    // A status of the unrolled copy, its message passed on to the working copy.
+    int Failed(int code);
     struct Compiled;
     std::unique_ptr<VEK_network> work_;
     float ess_ = 0.0f;
@@ -125,4 +138,5 @@ private:
     size_t size_ = 0;
     std::vector<VEK_Dmatrix> priors_;
     std::vector<std::unique_ptr<Compiled>> compiled_;
+    std::unique_ptr<VEK_tiedTables> tied_;  // only for dynamic networks
 };

@@ -9,7 +9,9 @@ order, and the maximization runs here. The engine does the counting through
 movement and the resubmission of tasks lost with a worker.
 
 Columns are matched to nodes by id unless a matching is given: a dict
-{column: node id} or a list of DataMatch (column index, node handle).
+{column: node id} or a list of DataMatch (column index, node handle). In a
+dynamic network, plate node id in slice t is named id + "_" + t (a DataMatch
+names the slice).
 """
 
 import contextlib
@@ -40,17 +42,26 @@ def _matched(net, ddf, matching, function):
         for m in matching:
             if not 0 <= m.column < len(columns):
                 raise _fail(function, "Invalid data column in the matching: %d" % m.column)
-            pairs[columns[m.column]] = net.get_node_id(m.node)
+            node = net.get_node_id(m.node)
+            pairs[columns[m.column]] = "%s_%d" % (node, m.slice) if m.slice else node
     if not pairs:
         raise _fail(function, "No column is matched to a node", -3)
     ids = set(net.get_all_node_ids())
     for column, node in pairs.items():
         if column not in columns:
             raise _fail(function, "The data has no column '%s'" % column)
-        if node not in ids:
+        if node not in ids and not _plate_slice(net, node, ids):
             raise _fail(function, "Column '%s' matches no node of the network" % column)
     frame = ddf[list(pairs)]
     return frame.rename(columns={c: n for c, n in pairs.items() if c != n})
+
+
+def _plate_slice(net, name, ids):
+    """Whether name is a plate node's id + "_" + slice."""
+    from pyquarn import NodeTemporalType
+    node, _, slice_ = name.rpartition("_")
+    return (node in ids and slice_.isdigit() and len(slice_) <= 8
+            and net.get_node_temporal_type(node) == NodeTemporalType.PLATE)
 
 
 def _compute(obj, client):
@@ -114,9 +125,9 @@ def _e_step(helper, part):
     return helper.e_step(part) if part is not None else None
 
 
-def _converted(net, ddf, matching, function):
+def _converted(frame):
     from dask import delayed
-    return [delayed(_records)(p) for p in _matched(net, ddf, matching, function).to_delayed()]
+    return [delayed(_records)(p) for p in frame.to_delayed()]
 
 
 def _add(helper, *items):
@@ -149,7 +160,7 @@ def _statistics(helper, parts, client, function):
 
 
 def fit_em(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_size=0, uniformize=False,
-           randomize=False, seed=0, restarts=1, relevance=True, progress=None, timeout=30):
+           randomize=False, seed=0, restarts=1, relevance=True, progress=None, timeout=30, auto_slices=False):
     """Learns the tables of net by EM over the partitions of a Dask DataFrame.
 
     Each E-step runs on the partitions where they live; the M-step and the
@@ -159,18 +170,20 @@ def fit_em(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_si
     of every iteration. The tables are written into net only when every run
     has succeeded. Returns the log-likelihood of the data. client: a
     dask.distributed Client, a scheduler address, or None for Dask's local
-    scheduler.
+    scheduler. A dynamic network is learnt on its own slice count or, with
+    auto_slices, on as many slices as the columns name, as EM does.
     """
     with _connected(client, timeout) as client:
         return _fit_em(net, ddf, matching, client, fixed_nodes, eq_sample_size, uniformize, randomize, seed,
-                       restarts, relevance, progress)
+                       restarts, relevance, progress, auto_slices)
 
 
 def _fit_em(net, ddf, matching, client, fixed_nodes, eq_sample_size, uniformize, randomize, seed, restarts,
-            relevance, progress):
-    helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size, relevance)
+            relevance, progress, auto_slices):
+    frame = _matched(net, ddf, matching, "fit_em")
+    helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size, relevance, auto_slices, list(frame.columns))
     helper.set_seed(seed)
-    parts = _persist(_converted(net, ddf, matching, "fit_em"), client)
+    parts = _persist(_converted(frame), client)
     best, best_ll = None, -math.inf
     for _ in range(max(restarts, 0) if randomize else 1):
         if randomize:
@@ -192,12 +205,14 @@ def _fit_em(net, ddf, matching, client, fixed_nodes, eq_sample_size, uniformize,
     return best_ll
 
 
-def fit_counts(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_size=0, timeout=30):
+def fit_counts(net, ddf, matching=None, client=None, *, fixed_nodes=(), eq_sample_size=0, timeout=30,
+               auto_slices=False):
     """Fits the tables of net to complete data in one pass: counts, then
     normalised columns (with eq_sample_size times the current tables added).
     Returns the log-likelihood of the data under the fitted tables."""
-    helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size)
-    parts = _converted(net, ddf, matching, "fit_counts")
+    frame = _matched(net, ddf, matching, "fit_counts")
+    helper = net.distributed_helper_em(list(fixed_nodes), eq_sample_size, True, auto_slices, list(frame.columns))
+    parts = _converted(frame)
     with _connected(client, timeout) as client:
         total = _statistics(helper, parts, client, "fit_counts")
     counts = [c.copy() for c in total["counts"]]

@@ -12,6 +12,7 @@ import pytest
 import pyquarn
 from pyquarn.learning import DataSet, DataMatch, EM
 from conftest import quarn_error, shared_xvek
+from test_dynamic import _hmm, _randomize
 
 pd = pytest.importorskip("pandas")
 dd = pytest.importorskip("dask.dataframe")
@@ -111,6 +112,59 @@ def test_helper_steps_equal_one_em_run(data):
     for a, b in zip(together, map(helper.e_step, halves)):
         assert a["log_likelihood"] == b["log_likelihood"]
         assert all(np.array_equal(x, y) for x, y in zip(a["counts"], b["counts"]))
+
+
+def hmm(slices=4):
+    net, _, _ = _hmm(slices, hidden=2, seen=3)
+    _randomize(net, np.random.default_rng(3))
+    return net
+
+
+def all_tables(net):
+    return {(n, k): net.get_node_temporal_definition(n, k) if k else net.get_node_definition(n)
+            for n in net.get_all_node_ids() for k in [0] + net.get_temporal_orders(n)}
+
+
+def test_dynamic_networks_learn_their_tied_tables_as_em_does(client):
+    data = sample_frame(hmm().unroll().network, 600, 0.3, seed=5)  # columns H_0, O_0, ..., O_3
+    ds, start = DataSet.from_pandas(data), all_tables(hmm())
+    # One partition: EM's very sums; two on the cluster: the same in another order.
+    for slices, auto, parts, tolerance in ((4, False, 1, 0), (1, True, 2, 1e-12)):
+        net, reference, em = hmm(slices), hmm(slices), EM()
+        em.set_auto_slices(auto)
+        em.set_randomize_parameters(auto)
+        em.set_seed(5)
+        em.learn(ds, reference, ds.match_network(reference))
+        ll = qd.fit_em(net, dd.from_pandas(data, npartitions=parts), client=client if auto else None,
+                       auto_slices=auto, randomize=auto, seed=5)
+        assert ll == pytest.approx(em.get_last_score(), rel=tolerance, abs=0) and net.get_slice_count() == slices
+        for key, table in all_tables(net).items():
+            assert table != start[key] and table == pytest.approx(all_tables(reference)[key], rel=0, abs=tolerance)
+    # One table per (node, order); its counts come from every slice using it.
+    helper = hmm().distributed_helper_em()
+    stats = helper.combine(helper.e_step(data[:250]), pickle.loads(pickle.dumps(helper)).e_step(data[250:]))
+    assert helper.get_layout() == [("H", 0), ("H", 1), ("O", 0)]
+    assert [c.sum() for c in stats["counts"]] == pytest.approx([600, 1800, 2400], rel=1e-12)
+    # Columns beyond the slices, or of another network, and another layout's statistics are refused.
+    net, asia = hmm(2), load()
+    before, helper = all_tables(net), net.distributed_helper_em()
+    other = sample_frame(asia, 20, 0.0, seed=1)
+    with quarn_error(-2, contains="Column 'H_2' names slice 2, but the helper learns over 2 slices"):
+        qd.fit_em(net, dd.from_pandas(data, npartitions=2))
+    for partition, code, text in ((data, -2, "names slice 2"), (other, -3, "Column 'asia' matches no node")):
+        with quarn_error(code, contains=text):
+            helper.e_step(partition)
+    with quarn_error(-4, contains="Statistics must be"):
+        helper.m_step(asia.distributed_helper_em().e_step(other))
+    # A slice count read from a column name is bounded before anything is unrolled.
+    huge = DataSet.from_pandas(pd.DataFrame({"O_99999999": [net.get_outcome_ids("O")[0]]}).astype("category"))
+    em = EM()
+    em.set_auto_slices(True)
+    for attempt in (lambda: net.distributed_helper_em(auto_slices=True, columns=["O_99999999"]),
+                    lambda: em.learn(huge, net, huge.match_network(net))):
+        with quarn_error(-42, contains="100000000 slices unroll to more than"):
+            attempt()
+    assert all_tables(net) == before and net.get_slice_count() == 2
 
 
 def test_randomized_restarts_and_fixed_nodes_follow_em(data):

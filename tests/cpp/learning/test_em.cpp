@@ -6,9 +6,12 @@
 #include <vector>
 
 #include "emTestUtil.h"
+#include "dynamic/dynamicNet.h"
+#include "dynamic/unroll.h"
 #include "inference/randGen.h"
 #include "learning/dataSampler.h"
 #include "learning/dataset.h"
+#include "learning/dynamicEm.h"
 #include "learning/em.h"
 #include "learning/emStatistics.h"
 #include "network/discDef.h"
@@ -429,44 +432,103 @@ TEST(Em, LogLikelihoodNeverFallsOnASharedNetwork) {
 
 }  // namespace
 
-// EM run step by step over parts of the data, the parts' counts added: the
-// tables of one EM run over all of it, exactly when the one part is all of
-// it, and to rounding otherwise.
-TEST(EmStatistics, PartsAddUpToOneEmRun) {
-    SmallNet s;
-    VEK_dataset first = Sample(s.net, 300, 11, 0.3), second = Sample(s.net, 200, 12, 0.3), whole = first;
+namespace {
+
+// EM run step by step over parts of the data, the parts' counts added, for
+// steps iterations (or to convergence); the tables go into a copy of net.
+VEK_network RunInParts(const VEK_network& net, const std::vector<const VEK_dataset*>& parts,
+                       const std::vector<VEK_datasetMatch>& matching, float ess, int steps = -1) {
+    VEK_emStatistics stats;
+    EXPECT_EQ(stats.Init(net, {}, ess, true), VEK_OKAY);
+    for (double previous = 0.0; steps-- != 0;) {
+        std::vector<double> total(stats.CountSize(), 0.0), counts;
+        double ll = 0.0, partLl = 0.0;
+        for (const VEK_dataset* part : parts) {
+            EXPECT_EQ(stats.EStep(*part, matching, counts, partLl), VEK_OKAY);
+            for (size_t i = 0; i < total.size(); ++i) total[i] += counts[i];
+            ll += partLl;
+        }
+        stats.MStep(total);
+        if (ll == 0.0 || (previous != 0.0 && (previous / ll < 1.0001 || previous >= ll))) break;
+        previous = ll;
+    }
+    VEK_network out(net);
+    EXPECT_EQ(stats.Apply(out), VEK_OKAY);
+    return out;
+}
+
+VEK_dataset Joined(const VEK_dataset& first, const VEK_dataset& second) {
+    VEK_dataset whole = first;
     for (int v = 0; v < whole.GetNumberOfVariables(); ++v) {
         const auto& more = second.GetVariable(v).intData;
         auto& cells = whole.Variables()[v].intData;
         cells.insert(cells.end(), more.begin(), more.end());
     }
-    whole.SetRecordCount(500);
-    auto run = [&](const std::vector<const VEK_dataset*>& parts) {
-        VEK_emStatistics stats;
-        EXPECT_EQ(stats.Init(s.net, {}, 2.0f, true), VEK_OKAY);
-        for (double previous = 0.0;;) {
-            std::vector<double> total(stats.CountSize(), 0.0), counts;
-            double ll = 0.0, partLl = 0.0;
-            for (const VEK_dataset* part : parts) {
-                EXPECT_EQ(stats.EStep(*part, MatchById(s.net, *part), counts, partLl), VEK_OKAY);
-                for (size_t i = 0; i < total.size(); ++i) total[i] += counts[i];
-                ll += partLl;
-            }
-            stats.MStep(total);
-            if (ll == 0.0 || (previous != 0.0 && (previous / ll < 1.0001 || previous >= ll))) break;
-            previous = ll;
-        }
-        VEK_network out(s.net);
-        EXPECT_EQ(stats.Apply(out), VEK_OKAY);
-        return std::vector<std::vector<double>>{Table(out, s.a), Table(out, s.b), Table(out, s.c)};
+    whole.SetRecordCount(first.GetNumberOfRecords() + second.GetNumberOfRecords());
+    return whole;
+}
+
+void ExpectNear(const std::vector<std::vector<double>>& got, const std::vector<std::vector<double>>& want) {
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t n = 0; n < want.size(); ++n)
+        for (size_t i = 0; i < want[n].size(); ++i) EXPECT_NEAR(got[n][i], want[n][i], 1e-12);
+}
+
+}  // namespace
+
+// The tables of one EM run over all the data, exactly when the one part is
+// all of it, and to rounding otherwise.
+TEST(EmStatistics, PartsAddUpToOneEmRun) {
+    SmallNet s;
+    const VEK_dataset first = Sample(s.net, 300, 11, 0.3), second = Sample(s.net, 200, 12, 0.3);
+    const VEK_dataset whole = Joined(first, second);
+    const auto matching = MatchById(s.net, whole);
+    auto tables = [&](const VEK_network& n) {
+        return std::vector<std::vector<double>>{Table(n, s.a), Table(n, s.b), Table(n, s.c)};
     };
     VEK_network learnt(s.net);
     VEK_em em;
     ASSERT_EQ(em.SetEquivalentSampleSize(2.0f), VEK_OKAY);
-    ASSERT_EQ(em.Learn(whole, learnt, MatchById(learnt, whole)), VEK_OKAY);
-    const std::vector<std::vector<double>> expected{Table(learnt, s.a), Table(learnt, s.b), Table(learnt, s.c)};
-    EXPECT_EQ(run({&whole}), expected);
-    const auto split = run({&first, &second});
-    for (size_t n = 0; n < expected.size(); ++n)
-        for (size_t i = 0; i < expected[n].size(); ++i) EXPECT_NEAR(split[n][i], expected[n][i], 1e-12);
+    ASSERT_EQ(em.Learn(whole, learnt, matching), VEK_OKAY);
+    EXPECT_EQ(tables(RunInParts(s.net, {&whole}, matching, 2.0f)), tables(learnt));
+    ExpectNear(tables(RunInParts(s.net, {&first, &second}, matching, 2.0f)), tables(learnt));
+}
+
+// A hidden Markov model of 4 slices learnt from per-slice columns: one step
+// equals one step of dynamic EM over all the records, the run to
+// convergence EM's.
+TEST(EmStatistics, DynamicPartsAddUpToOneEmRun) {
+    VEK_network net;
+    const int h = AddNode(net, "H", 2), o = AddNode(net, "O", 3);
+    for (int n : {h, o}) net.SetTemporalType(n, VEK_TEMPORAL_PLATE);
+    net.AddArc(h, o);
+    net.SetNumberOfSlices(4);
+    net.Dynamic().AddTemporalArc(h, h, 1);
+    net.GetDef(o)->SetDefinition(std::vector<double>{0.6, 0.3, 0.1, 0.1, 0.2, 0.7});
+    net.Dynamic().SetTemporalDefinition(h, 1, {0.8, 0.2, 0.35, 0.65});
+    VEK_network flat;
+    std::vector<VEK_unrolledNode> map;
+    ASSERT_EQ(VEK_Unroll(net, flat, map), VEK_OKAY);
+    const VEK_dataset first = Sample(flat, 250, 5, 0.3), second = Sample(flat, 150, 6, 0.3);
+    const VEK_dataset whole = Joined(first, second);
+    std::vector<VEK_datasetMatch> matching;
+    ASSERT_EQ(whole.MatchNetwork(net, matching), VEK_OKAY);
+    auto tables = [&](const VEK_network& n) {
+        const VEK_Dmatrix& t = *n.GetDynamic()->GetTemporalDefinition(h, 1);
+        return std::vector<std::vector<double>>{Table(n, h), Table(n, o), {t.Items(), t.Items() + t.GetSize()}};
+    };
+    VEK_network once(net), learnt(net);
+    VEK_dynamicEm step;
+    double ll = 0.0;
+    ASSERT_EQ(step.Init(whole, once, matching, std::vector<char>(2, 0), 0, true), VEK_OKAY);
+    ASSERT_EQ(step.Iterate(1.0, once.Logger(), ll), VEK_OKAY);
+    ASSERT_EQ(step.Commit(once), VEK_OKAY);
+    VEK_em em;
+    ASSERT_EQ(em.SetEquivalentSampleSize(1.0f), VEK_OKAY);
+    ASSERT_EQ(em.Learn(whole, learnt, matching), VEK_OKAY);
+    for (const auto& [steps, reference] : {std::pair{1, &once}, std::pair{-1, &learnt}}) {
+        EXPECT_NE(tables(*reference), tables(net));
+        EXPECT_EQ(tables(RunInParts(net, {&whole}, matching, 1.0f, steps)), tables(*reference));
+        ExpectNear(tables(RunInParts(net, {&first, &second}, matching, 1.0f, steps)), tables(*reference));
+    }
 }
