@@ -27,12 +27,16 @@ bool HasAnchorParent(const VEK_network& net, int h) {
 
 // Structures whose slices cannot share tables: noisy-MAX parameters are not
 // counts, and a plate node with anchor parents has a slice-0 table that the
-// later slices cannot use.
+// later slices cannot use. DeMorgan and CAST nodes are refused here, since
+// unrolling turns them into tables.
 int CheckStructure(VEK_network& net, int slices) {
     const VEK_dynamicNet* dyn = net.GetDynamic();
     for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h)) {
         if (net.GetDef(h)->GetType() == kTypeNoisyMax) {
             return net.Logger().LogError(VEK_WRONG_NODE_TYPE, "EM: noisy-max nodes are not supported in DBNs");
+        }
+        if (net.GetDef(h)->GetType() == VEK_DEMORGAN || net.GetDef(h)->GetType() == VEK_CAST) {
+            return net.Logger().VLogError(VEK_WRONG_NODE_TYPE, "EM: node '%s' is of unsupported type", net.GetNodeId(h));
         }
         if (net.GetNode(h)->GetTemporalType() != VEK_TEMPORAL_PLATE || !HasAnchorParent(net, h)) continue;
         if (slices > 1 && (!dyn || dyn->OrderForSlice(h, 1) == 0)) {
