@@ -163,8 +163,12 @@ void WrpSetNodeTemporalDefinition(VEK_network* net, int handle, int order, const
         ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function, text);
     }
     if (net->Dynamic().SetTemporalDefinition(handle, order, values) < 0) {
+        const int type = net->GetDef(handle)->GetType();
         ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, function,
-                                       "Items must lie within [0, 1] and every column must sum to 1");
+                                       type == VEK_DEMORGAN ? "Weights and the prior belief must lie within [0, 1]"
+                                       : type == VEK_NOISY_ADDER
+                                           ? "Items must lie within [0, 1] and every free column must sum to 1"
+                                           : "Items must lie within [0, 1] and every column must sum to 1");
     }
 }
 

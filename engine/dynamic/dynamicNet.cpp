@@ -186,6 +186,9 @@ int VEK_dynamicNet::AddTemporalArc(int parent, int child, int order) {
         return net_->Logger().LogError(VEK_WRONG_NODE_TYPE,
                                        "Temporal arcs connect discrete chance nodes, or end at an equation node");
     }
+    if (!VEK_nodeDef::IsArcAllowedForTypes(net_->GetDef(parent)->GetType(), net_->GetDef(child)->GetType())) {
+        return net_->Logger().LogError(VEK_WRONG_NODE_TYPE, "The node types do not allow this temporal arc");
+    }
     if (TemporalArcExists(parent, child, order)) {
         return net_->Logger().LogError(VEK_OUT_OF_RANGE, "Temporal arc already exists");
     }
@@ -346,6 +349,7 @@ int VEK_dynamicNet::SetTemporalDefinition(int node, int order, const std::vector
         Changed(node);
         return VEK_OKAY;
     }
+    if (IsCanonical(node) && ConformCanonical(node, *t)) return SetCanonicalParameters(node, order, values);
     if (static_cast<int>(values.size()) != t->matrix.GetSize()) return VEK_OUT_OF_RANGE;
     t->matrix.FillFrom(values);
     Changed(node);
@@ -360,6 +364,7 @@ const VEK_Dmatrix* VEK_dynamicNet::GetTemporalDefinition(int node, int order) co
     for (const Table& t : r->tables) {
         if (t.order != order) continue;
         if (IsNoisyMax(node)) ComputeNoisyTable(node, t);
+        if (const VEK_nodeDef* d = ConformCanonical(node, t)) return d->GetMatrix();
         return &t.matrix;
     }
     return nullptr;
@@ -614,6 +619,7 @@ void VEK_dynamicNet::OnOutcomeInsert(int node, int position) {
             t.matrix.Normalize();
         }
     }
+    MirrorOutcomes(node, [position](VEK_nodeDef& d) { (void)d.InsertOutcome(position, nullptr); });
 }
 
 void VEK_dynamicNet::OnOutcomeRemove(int node, int position) {
@@ -628,6 +634,7 @@ void VEK_dynamicNet::OnOutcomeRemove(int node, int position) {
             }
         }
     }
+    MirrorOutcomes(node, [position](VEK_nodeDef& d) { (void)d.RemoveOutcome(position); });
     if (static_cast<size_t>(node) < recs_.size()) {
         NodeRec& r = recs_[node];
         for (size_t s = 0; s < r.evidence.size(); ++s) {
@@ -649,6 +656,7 @@ void VEK_dynamicNet::OnOutcomeReorder(int node, const VEK_intArray& order) {
             }
         }
     }
+    MirrorOutcomes(node, [&order](VEK_nodeDef& d) { (void)d.ChangeOrderOfOutcomes(order); });
     // Noisy-MAX: strengths name the parent's outcomes anew, and the node's
     // own outcomes are the rows of every CI column.
     VEK_intArray renamed(order.GetSize());
@@ -703,6 +711,7 @@ void VEK_dynamicNet::OnSliceCountChanged(int count) {
 void VEK_dynamicNet::Conform() {
     for (size_t c = 0; c < recs_.size(); ++c) {
         for (Table& t : recs_[c].tables) {
+            DropCanonical(static_cast<int>(c), t);
             std::vector<int> owners;
             DimOwners(static_cast<int>(c), t.order, owners);
             VEK_intArray sizes;

@@ -18,8 +18,17 @@
 // static parents take their strengths from the ordinary definition, each
 // temporal arc has its own. Blocks follow the graph by parent: a parent that
 // stays keeps its columns, a new one starts uniform.
+//
+// A DeMorgan or noisy-adder plate node keeps, per order k, the parameters of
+// its static definition class laid out over the parents of that table: a
+// definition of the node's kind in a small network of its own, over one
+// stand-in per parent. That definition follows the graph as a static one
+// does (stand-ins come and go with the parents, parameters of a parent that
+// stays are kept) and computes the table.
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +38,7 @@
 #include "network/screenInfo.h"
 
 class VEK_network;
+class VEK_nodeDef;
 
 struct VEK_temporalArc {
     int node;  // the parent (or, for children lists, the child)
@@ -72,9 +82,10 @@ public:
     const VEK_Dmatrix* GetTemporalDefinition(int node, int order) const;
 
     // The parameters of a table: for noisy-MAX nodes the CI weights (order 0:
-    // the ordinary definition's), otherwise the table itself. Null as above.
-    // SetTemporalDefinition takes this form: for noisy-MAX, weights in [0, 1]
-    // whose free columns are distributions (-2 otherwise).
+    // the ordinary definition's), for DeMorgan nodes the parent weights then
+    // the prior, for noisy-adder nodes the CI weights, otherwise the table
+    // itself. Null as above. SetTemporalDefinition takes this form, checked
+    // as the static definition checks it (-2 otherwise, nothing changed).
     const VEK_Dmatrix* GetTemporalParameters(int node, int order) const;
     // Strengths of the noisy-MAX node's temporal parents of exactly this
     // order, in arc order, each the parent's outcomes from the strongest to
@@ -83,6 +94,15 @@ public:
     // One permutation per such parent (-2 otherwise, nothing changed); the
     // CI columns stay where they are.
     int SetNoisyTemporalStrengths(int node, int order, const std::vector<VEK_intArray>& strengths);
+
+    // The DeMorgan or noisy-adder definition that holds the parameters of
+    // the table of this order (order >= 1), its parents in the order of
+    // GetUnrolledParents. Null for other kinds and orders.
+    const VEK_nodeDef* GetTemporalCanonical(int node, int order) const;
+    // Changes that definition through its own checked setters; when edit
+    // fails (negative status) the parameters are restored and its status
+    // returned. -2 when there is no such definition.
+    int EditTemporalCanonical(int node, int order, const std::function<int(VEK_nodeDef&)>& edit);
 
     // ---- evidence per slice -------------------------------------------------
     int SetTemporalEvidence(int node, int slice, int outcome);
@@ -130,6 +150,20 @@ public:
     void Conform();
 
 private:
+    // A definition of a canonical kind over stand-ins of the unrolled
+    // parents, in a network of its own; copies are deep.
+    struct Canonical {
+        std::unique_ptr<VEK_network> net;
+        int child = -1;
+        std::vector<VEK_temporalArc> owners;  // per stand-in, in parent order
+        std::vector<int> standIns;
+        Canonical();
+        Canonical(const Canonical& other);
+        Canonical& operator=(const Canonical& other);
+        Canonical(Canonical&&) noexcept;
+        Canonical& operator=(Canonical&&) noexcept;
+        ~Canonical();
+    };
     struct Table {
         int order = 0;
         // Computed from ci for noisy-MAX nodes, on reading.
@@ -138,6 +172,7 @@ private:
         mutable std::vector<VEK_temporalArc> ciOwners;
         mutable std::vector<int> ciSizes;
         std::string equation;  // equation nodes
+        mutable Canonical canon;  // DeMorgan and noisy-adder nodes
     };
     struct NodeRec {
         std::vector<VEK_temporalArc> parents;
@@ -169,6 +204,18 @@ private:
     void ComputeNoisyTable(int node, const Table& t) const;
     VEK_intArray TemporalStrengths(const NodeRec& r, const VEK_temporalArc& arc) const;
     void Changed(int node);
+    // DeMorgan and noisy-adder side.
+    bool IsCanonical(int node) const;
+    // Brings the table's definition to the node's kind and current parents
+    // (false when the parents cannot be stood in for); null otherwise.
+    VEK_nodeDef* ConformCanonical(int node, const Table& t) const;
+    bool SeedCanonical(int node, const Table& t) const;
+    int SetCanonicalParameters(int node, int order, const std::vector<double>& values);
+    // Repeats an outcome change of node on every stand-in of it and, for
+    // the node's own tables, on their definitions.
+    void MirrorOutcomes(int node, const std::function<void(VEK_nodeDef&)>& change);
+    // A table that stops being canonical keeps its last computed table.
+    void DropCanonical(int node, Table& t);
 
     VEK_network* net_;
     std::vector<NodeRec> recs_;  // by handle

@@ -152,6 +152,7 @@ void VEK_dynamicNet::ComputeNoisyTable(int node, const Table& t) const {
 const VEK_Dmatrix* VEK_dynamicNet::GetTemporalParameters(int node, int order) const {
     if (!net_->IsValidNode(node)) return nullptr;
     if (order == 0) return &net_->GetDef(node)->GetParameters();
+    if (const VEK_nodeDef* d = GetTemporalCanonical(node, order)) return &d->GetParameters();
     if (!IsNoisyMax(node)) return GetTemporalDefinition(node, order);
     const NodeRec* r = Rec(node);
     if (!r) return nullptr;

@@ -59,6 +59,39 @@ int CopyEquation(VEK_network& net, VEK_network& out, int h, int order, CopyOf co
     return VEK_OKAY;
 }
 
+// Copies in later slices are CPTs, and DeMorgan and CAST nodes take arcs only
+// from and to their own kind: every such node becomes a CPT holding its
+// computed table, with its parents as they were.
+int QualitativeToTables(VEK_network& out) {
+    struct Saved {
+        int node;
+        std::vector<int> parents;
+        VEK_Dmatrix table;
+    };
+    std::vector<Saved> saved;
+    for (int h = out.GetFirstNode(); h >= 0; h = out.GetNextNode(h)) {
+        const int type = out.GetDef(h)->GetType();
+        if (type != VEK_DEMORGAN && type != VEK_CAST) continue;
+        const VEK_intArray& parents = out.GetNode(h)->Parents();
+        saved.push_back({h, std::vector<int>(parents.begin(), parents.end()), *out.GetDef(h)->GetMatrix()});
+    }
+    int res = VEK_OKAY;
+    for (const Saved& s : saved) {
+        if ((res = out.ChangeNodeType(s.node, VEK_CPT)) < 0) return res;
+    }
+    for (const Saved& s : saved) {
+        for (int p : s.parents) {
+            if (out.GetNode(s.node)->Parents().FindPosition(p) < 0 && (res = out.AddArc(p, s.node)) < 0) return res;
+        }
+        VEK_intArray perm;
+        for (int p : s.parents) perm.Add(out.GetNode(s.node)->Parents().FindPosition(p));
+        if ((res = out.ChangeOrderOfParents(s.node, perm)) < 0 || (res = out.GetDef(s.node)->SetDefinition(s.table)) < 0) {
+            return res;
+        }
+    }
+    return VEK_OKAY;
+}
+
 }  // namespace
 
 int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>& mapping) {
@@ -101,6 +134,10 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
     }
     for (int h = out.GetFirstNode(); h >= 0; h = out.GetNextNode(h)) out.GetNode(h)->SetTemporalType(VEK_TEMPORAL_CONTEMPORAL);
     out.SetNumberOfSlices(0);
+    if (slices > 1 && QualitativeToTables(out) < 0) {
+        out.Clear();
+        return net.Logger().LogError(VEK_WRONG_NODE_TYPE, "DeMorgan and CAST nodes could not be unrolled");
+    }
 
     // copies[t][i]: the handle of plates[i] in slice t.
     std::vector<std::vector<int>> copies(slices, std::vector<int>(plates.size(), -1));

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <algorithm>
+#include <functional>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -273,6 +274,7 @@ private:
     int PerParentDoubles(const NodeSpec& n, const char* field, std::vector<double>& out);
     int PerParentRefs(const NodeSpec& n, const Item& it, std::vector<Ref>& out);
     int ReadTemporal(NodeSpec& n);
+    int ReadTemporalCanonical(NodeSpec& n, int order, const Fields& fields);
     int ReadTemporalEquations(NodeSpec& n, const std::vector<const Item*>& blocks, const std::vector<Fields>& found,
                               const std::vector<int>& orders);
     int ReadPlate(const Item& it);
@@ -1509,6 +1511,14 @@ int VekReader::ReadEquation(NodeSpec& n) {
 
 // temporal ORDER { parents = (ID, ...); probabilities = (D ...); }
 int VekReader::ReadTemporal(NodeSpec& n) {
+    // DeMorgan and noisy-adder orders take the fields of the static node.
+    const auto fieldsOf = [this](int h) -> Words {
+        switch (net_.GetDef(h)->GetType()) {
+            case VEK_DEMORGAN: return {"parents", "types", "weights", "priorbelief"};
+            case VEK_NOISY_ADDER: return {"parents", "function", "dstate", "dstates", "weights", "parameters"};
+            default: return {"parents", "probabilities", "equation"};
+        }
+    };
     std::vector<const Item*> blocks;
     std::vector<Fields> found;
     std::vector<int> orders;
@@ -1518,8 +1528,7 @@ int VekReader::ReadTemporal(NodeSpec& n) {
         Fields fields;
         int order = 0;
         if ((res = ExpectBlock(it, 1)) < 0 || (res = AsInt(it.args[0], order)) < 0 ||
-            (res = CheckBlock(it, "temporal definition of node '" + n.id + "'", {"parents", "probabilities", "equation"}, {},
-                              fields)) < 0) {
+            (res = CheckBlock(it, "temporal definition of node '" + n.id + "'", fieldsOf(n.handle), {}, fields)) < 0) {
             return res;
         }
         if (order < 1) return NamedFail(it.args[0].pos, "Temporal defintion not found", n.id);
@@ -1565,6 +1574,7 @@ int VekReader::ReadTemporal(NodeSpec& n) {
         }
     }
     for (size_t b = 0; b < blocks.size(); ++b) {
+        if ((res = ReadTemporalCanonical(n, orders[b], found[b])) < 0) return res;
         auto t = found[b].find("probabilities");
         if (t == found[b].end()) continue;
         const Item* table = t->second;
@@ -1584,6 +1594,88 @@ int VekReader::ReadTemporal(NodeSpec& n) {
         }
     }
     return ReadTemporalEquations(n, blocks, found, orders);
+}
+
+int VekReader::ReadTemporalCanonical(NodeSpec& n, int order, const Fields& fields) {
+    VEK_dynamicNet& dyn = net_.Dynamic();
+    std::vector<VEK_temporalArc> owners;
+    dyn.GetUnrolledParents(n.handle, order, owners);
+    const auto field = [&fields](const char* name) -> const Item* {
+        auto it = fields.find(name);
+        return it == fields.end() ? nullptr : it->second;
+    };
+    const auto edit = [&](const Item& it, const char* failure, const std::function<int(VEK_nodeDef&)>& f) {
+        return dyn.EditTemporalCanonical(n.handle, order, f) < 0 ? NamedFail(One(it).pos, failure, n.id) : VEK_OKAY;
+    };
+    const auto adder = [](VEK_nodeDef& d) -> VEK_noisyAdder& { return static_cast<VEK_noisyAdder&>(d); };
+    int res = VEK_OKAY;
+    if (const Item* it = field("function")) {
+        std::string word;
+        VEK_noisyAdder::Function function;
+        if ((res = GetText(*it, word)) < 0) return res;
+        if (VEK_noisyAdder::FunctionFromName(word.c_str(), function) < 0) {
+            return NamedFail(One(*it).pos, "Invalid noisy adder function", word);
+        }
+        res = edit(*it, "Invalid noisy adder function", [&](VEK_nodeDef& d) { return adder(d).SetFunction(function); });
+        if (res < 0) return res;
+    }
+    if (const Item* it = field("dstate")) {
+        Ref r;
+        int k = 0;
+        if ((res = GetRef(*it, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
+        res = edit(*it, "SetDistinguishedState call fails", [&](VEK_nodeDef& d) { return adder(d).SetDistinguishedState(k); });
+        if (res < 0) return res;
+    }
+    if (const Item* it = field("dstates")) {
+        std::vector<Ref> refs;
+        if ((res = GetRefs(*it, refs, true)) < 0) return res;
+        if (refs.size() != owners.size()) {
+            return Fail(One(*it).pos, "Field 'dstates' of node '" + n.id + "' takes one item per parent");
+        }
+        VEK_intArray states;
+        for (size_t j = 0; j < refs.size(); ++j) {
+            int k = 0;
+            if ((res = Outcome(refs[j], owners[j].node, k)) < 0) return res;
+            states.Add(k);
+        }
+        res = edit(*it, "SetParentDistinguishedState call fails",
+                   [&](VEK_nodeDef& d) { return adder(d).SetParentDistinguishedStates(states); });
+        if (res < 0) return res;
+    }
+    if (const Item* it = field("types")) {
+        std::vector<Ref> refs;
+        if ((res = GetRefs(*it, refs, false)) < 0) return res;
+        VEK_intArray types;
+        for (const Ref& r : refs) types.Add(VEK_demorgan::ParentTypeFromName(r.id.c_str()));
+        res = edit(*it, "SetParentTypes failed",
+                   [&](VEK_nodeDef& d) { return static_cast<VEK_demorgan&>(d).SetParentTypes(types); });
+        if (res < 0) return res;
+    }
+    if (const Item* it = field("weights")) {
+        std::vector<double> values;
+        if ((res = GetDoubles(*it, values)) < 0) return res;
+        const VEK_doubleArray weights(values);
+        res = edit(*it, "SetParentWeights failed", [&](VEK_nodeDef& d) {
+            return d.GetType() == VEK_DEMORGAN ? static_cast<VEK_demorgan&>(d).SetParentWeights(weights)
+                                               : adder(d).SetParentWeights(weights);
+        });
+        if (res < 0) return res;
+    }
+    if (const Item* it = field("priorbelief")) {
+        double v = 0.0;
+        if ((res = GetDouble(*it, v)) < 0) return res;
+        res = edit(*it, "SetPriorBelief failed",
+                   [&](VEK_nodeDef& d) { return static_cast<VEK_demorgan&>(d).SetPriorBelief(v); });
+        if (res < 0) return res;
+    }
+    if (const Item* it = field("parameters")) {
+        std::vector<double> values;
+        if ((res = GetDoubles(*it, values)) < 0) return res;
+        if (dyn.SetTemporalDefinition(n.handle, order, values) < 0) {
+            return NamedFail(One(*it).pos, "SetProbabilities failed", n.id);
+        }
+    }
+    return VEK_OKAY;
 }
 
 // An equation plate node's equations per order, set together once its

@@ -140,6 +140,7 @@ private:
     void StartNode(const char* kind, VEK_nodeDef* def, bool outcomes);
     void EndNode();
     void WriteTemporal();
+    void WriteTemporalCanonical(const VEK_dynamicNet& dyn, int order, const VEK_nodeDef& def);
     void WritePlate();
     void WriteOutcomes(const VEK_discDef& def);
     void WriteCosts(const VEK_node& node);
@@ -522,11 +523,52 @@ void VekWriter::WriteTemporal() {
             if (const VEK_Dmatrix* m = dyn->GetTemporalParameters(node_, k)) {
                 Numbers("probabilities", m->Items(), m->GetSize(), RowLength(*m));
             }
+        } else if (const VEK_nodeDef* canonical = dyn->GetTemporalCanonical(node_, k)) {
+            WriteTemporalCanonical(*dyn, k, *canonical);
         } else if (const VEK_Dmatrix* m = dyn->GetTemporalDefinition(node_, k)) {
             Numbers("probabilities", m->Items(), m->GetSize(), RowLength(*m));
         }
         Close();
     }
+}
+
+// A DeMorgan or noisy-adder order in the fields of the static node, one
+// item per parent of the order's table.
+void VekWriter::WriteTemporalCanonical(const VEK_dynamicNet& dyn, int order, const VEK_nodeDef& def) {
+    std::vector<VEK_temporalArc> owners;
+    dyn.GetUnrolledParents(node_, order, owners);
+    const int parents = static_cast<int>(owners.size());
+    if (def.GetType() == VEK_DEMORGAN) {
+        const auto& d = static_cast<const VEK_demorgan&>(def);
+        std::vector<std::string> types;
+        std::vector<double> w(static_cast<size_t>(parents));
+        for (int i = 0; i < parents; ++i) {
+            const char* name = VEK_demorgan::ParentTypeName(d.GetParentType(i));
+            types.push_back(name ? name : "cause");
+            d.GetParentWeight(i, w[i]);
+        }
+        Ids("types", types);
+        Numbers("weights", w.data(), parents, parents);
+        Double("priorbelief", d.GetPriorBelief());
+        return;
+    }
+    const auto& a = static_cast<const VEK_noisyAdder&>(def);
+    if (a.GetFunction() != VEK_noisyAdder::FUNCTION_AVERAGE) Word("function", VEK_noisyAdder::FunctionName(a.GetFunction()));
+    Begin("dstate");
+    AppendOutcome(node_, a.GetDistinguishedState());
+    End();
+    Begin("dstates");
+    line_ += '(';
+    for (int j = 0; j < parents; ++j) {
+        if (j > 0) line_ += ", ";
+        AppendOutcome(owners[j].node, a.GetParentDistinguishedState(j));
+    }
+    line_ += ')';
+    End();
+    const VEK_doubleArray& w = a.GetParentWeights();
+    Numbers("weights", w.Items(), w.GetSize(), w.GetSize());
+    const VEK_Dmatrix& m = a.GetParameters();
+    Numbers("parameters", m.Items(), m.GetSize(), a.GetNumberOfOutcomes());
 }
 
 void VekWriter::WritePlate() {

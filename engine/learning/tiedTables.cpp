@@ -32,6 +32,11 @@ int CheckStructure(const VEK_network& net, int slices, VEK_logger& log) {
         if (net.GetDef(h)->GetType() == kTypeNoisyMax) {
             return log.LogError(VEK_WRONG_NODE_TYPE, "EM: noisy-max nodes are not supported in DBNs");
         }
+        // Unrolling turns DeMorgan and CAST nodes into tables, which EM
+        // would then learn as if they were.
+        if (net.GetDef(h)->GetType() == VEK_DEMORGAN || net.GetDef(h)->GetType() == VEK_CAST) {
+            return log.VLogError(VEK_WRONG_NODE_TYPE, "EM: node '%s' is of unsupported type", net.GetNodeId(h));
+        }
         if (net.GetNode(h)->GetTemporalType() != VEK_TEMPORAL_PLATE || !HasAnchorParent(net, h)) continue;
         if (slices > 1 && (!dyn || dyn->OrderForSlice(h, 1) == 0)) {
             return log.VLogError(VEK_WRONG_NODE_TYPE,

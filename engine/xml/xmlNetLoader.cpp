@@ -328,22 +328,43 @@ IXmlBinding* XmlNetLoader::BuildSchema(IXmlBinding* extension) {
                                       &XmlNetLoader::OnTemporalStrengthsEnd, &XmlNetLoader::OnIntItem);
     Handler* temporalParameters = Bind("parameters", &XmlNetLoader::OnTemporalTableStart,
                                        &XmlNetLoader::OnTemporalTableEnd, &XmlNetLoader::OnFillItem);
+    Handler* temporalTypes = Bind("types", &XmlNetLoader::OnTemporalListStart, &XmlNetLoader::OnTemporalTypesEnd,
+                                  &XmlNetLoader::OnWordItem);
+    Handler* temporalWeights = Bind("weights", &XmlNetLoader::OnTemporalListStart,
+                                    &XmlNetLoader::OnTemporalWeightsEnd, &XmlNetLoader::OnDoubleItem);
+    Handler* temporalPrior = Bind("priorbelief", nullptr, &XmlNetLoader::OnTemporalPriorEnd);
+    Handler* temporalDstates = Bind("dstates", &XmlNetLoader::OnTemporalListStart,
+                                    &XmlNetLoader::OnTemporalDstatesEnd, &XmlNetLoader::OnIntItem);
     for (const char* name : {"cpt", "deterministic", "noisymax", "noisyadder", "demorgan", "equation", "node"}) {
-        // Temporal tables are probability tables, noisy-MAX weights or
+        // Temporal tables are probability tables, canonical parameters or
         // equations: the other kinds are refused.
         const bool noisy = std::strcmp(name, "noisymax") == 0;
+        const bool demorgan = std::strcmp(name, "demorgan") == 0;
+        const bool adder = std::strcmp(name, "noisyadder") == 0;
         const bool equation = std::strcmp(name, "equation") == 0;
         const bool table = noisy || std::strcmp(name, "cpt") == 0 || std::strcmp(name, "node") == 0;
         Handler* temporal =
             Bind(name,
-                 noisy              ? &XmlNetLoader::OnNoisyTemporalStart
+                 noisy               ? &XmlNetLoader::OnNoisyTemporalStart
+                 : demorgan          ? &XmlNetLoader::OnDemorganTemporalStart
+                 : adder             ? &XmlNetLoader::OnNoisyAdderTemporalStart
                  : table || equation ? &XmlNetLoader::OnTemporalStart
                                      : &XmlNetLoader::OnTemporalKindStart,
                  &XmlNetLoader::OnTemporalEnd);
         temporal->AddAttribute("id", true);
         temporal->AddAttribute("order", true);
-        if (table || equation) temporal->AddChild(temporalParents, 0);
-        if (noisy) {
+        if (table || equation || demorgan || adder) temporal->AddChild(temporalParents, 0);
+        if (demorgan) {
+            temporal->AddChild(temporalTypes, 0);
+            temporal->AddChild(temporalWeights, 0);
+            temporal->AddChild(temporalPrior, 0);
+        } else if (adder) {
+            temporal->AddAttribute("function", false);
+            temporal->AddAttribute("dstate", false);
+            temporal->AddChild(temporalDstates, 0);
+            temporal->AddChild(temporalWeights, 0);
+            temporal->AddChild(temporalParameters, 0);
+        } else if (noisy) {
             temporal->AddChild(temporalStrengths, XmlChildMayRepeat);
             temporal->AddChild(temporalParameters, 0);
         } else if (table) {
@@ -487,17 +508,87 @@ void XmlNetLoader::OnTemporalStart(IXmlReader* r) {
     }
     if (!r->GetAttribute("order", temporalOrder_, 0)) return;
     if (temporalOrder_ < 1) return Fail(r, "Temporal defintion not found", nodeId_);
-    // The element's kind must be the node's: noisy-MAX weights or a table.
-    if ((net_.GetDef(node)->GetType() == VEK_NOISY_MAX) != temporalNoisy_) {
+    // The element's kind must be the node's: canonical parameters of the
+    // node's kind, or a table.
+    const int type = net_.GetDef(node)->GetType();
+    const bool canonical = type == VEK_NOISY_MAX || type == VEK_DEMORGAN || type == VEK_NOISY_ADDER;
+    if (canonical ? type != temporalKind_ : temporalKind_ != 0) {
         return Fail(r, "Invalid temporal defintion type", nodeId_);
+    }
+    temporalFunction_.clear();
+    temporalDstate_ = -1;
+    if (temporalKind_ == VEK_NOISY_ADDER) {
+        r->GetAttribute("function", temporalFunction_);
+        VEK_noisyAdder::Function function;
+        if (!temporalFunction_.empty() && VEK_noisyAdder::FunctionFromName(temporalFunction_.c_str(), function) < 0) {
+            return Fail(r, "Invalid noisy adder function", temporalFunction_);
+        }
+        if (!r->GetAttribute("dstate", temporalDstate_, -1)) return;
     }
     temporalNode_ = node;
 }
 
 void XmlNetLoader::OnNoisyTemporalStart(IXmlReader* r) {
-    temporalNoisy_ = true;
+    temporalKind_ = VEK_NOISY_MAX;
     OnTemporalStart(r);
-    temporalNoisy_ = false;
+    temporalKind_ = 0;
+}
+
+void XmlNetLoader::OnDemorganTemporalStart(IXmlReader* r) {
+    temporalKind_ = VEK_DEMORGAN;
+    OnTemporalStart(r);
+    temporalKind_ = 0;
+}
+
+void XmlNetLoader::OnNoisyAdderTemporalStart(IXmlReader* r) {
+    temporalKind_ = VEK_NOISY_ADDER;
+    OnTemporalStart(r);
+    temporalKind_ = 0;
+}
+
+void XmlNetLoader::OnTemporalListStart(IXmlReader*) {
+    fill_ = nullptr;
+    doubles_.clear();
+    ints_.clear();
+    words_.clear();
+    doubleList_ = &doubles_;
+    intList_ = &ints_;
+    wordList_ = &words_;
+}
+
+void XmlNetLoader::EditTemporal(IXmlReader* r, const char* failure, const std::function<int(VEK_nodeDef&)>& edit) {
+    if (temporalNode_ < 0 || !AddTemporalArcs(r)) return;
+    if (net_.Dynamic().EditTemporalCanonical(temporalNode_, temporalOrder_, edit) < 0) Fail(r, failure, nodeId_);
+}
+
+void XmlNetLoader::OnTemporalTypesEnd(IXmlReader* r) {
+    VEK_intArray types;
+    for (const std::string& w : words_) types.Add(VEK_demorgan::ParentTypeFromName(w.c_str()));
+    EditTemporal(r, "SetParentTypes failed",
+                 [&types](VEK_nodeDef& d) { return static_cast<VEK_demorgan&>(d).SetParentTypes(types); });
+}
+
+void XmlNetLoader::OnTemporalWeightsEnd(IXmlReader* r) {
+    const VEK_doubleArray weights = ToDoubleArray(doubles_);
+    EditTemporal(r, "SetParentWeights failed", [&weights](VEK_nodeDef& d) {
+        return d.GetType() == VEK_DEMORGAN ? static_cast<VEK_demorgan&>(d).SetParentWeights(weights)
+                                           : static_cast<VEK_noisyAdder&>(d).SetParentWeights(weights);
+    });
+}
+
+void XmlNetLoader::OnTemporalPriorEnd(IXmlReader* r) {
+    double v = 0.0;
+    if (temporalNode_ < 0) return;
+    if (!ParseText(r, v)) return Fail(r, "Can't read prior belief", nodeId_);
+    EditTemporal(r, "SetPriorBelief failed",
+                 [v](VEK_nodeDef& d) { return static_cast<VEK_demorgan&>(d).SetPriorBelief(v); });
+}
+
+void XmlNetLoader::OnTemporalDstatesEnd(IXmlReader* r) {
+    const VEK_intArray states(ints_);
+    EditTemporal(r, "SetParentDistinguishedState call fails", [&states](VEK_nodeDef& d) {
+        return static_cast<VEK_noisyAdder&>(d).SetParentDistinguishedStates(states);
+    });
 }
 
 void XmlNetLoader::OnTemporalParentsStart(IXmlReader*) { temporalParents_.clear(); }
@@ -523,6 +614,21 @@ bool XmlNetLoader::AddTemporalArcs(IXmlReader* r) {
             return false;
         }
     }
+    if (net_.GetDef(temporalNode_)->GetType() != VEK_NOISY_ADDER) return true;
+    // The node's distinguished state goes first: it fixes the constrained
+    // columns that the parameters then fill around.
+    VEK_noisyAdder::Function function = VEK_noisyAdder::FUNCTION_AVERAGE;
+    if (!temporalFunction_.empty()) VEK_noisyAdder::FunctionFromName(temporalFunction_.c_str(), function);
+    const int dstate = temporalDstate_;
+    const int res = net_.Dynamic().EditTemporalCanonical(temporalNode_, temporalOrder_, [&](VEK_nodeDef& d) {
+        auto& adder = static_cast<VEK_noisyAdder&>(d);
+        const int set = adder.SetFunction(function);
+        return set < 0 || dstate < 0 ? set : adder.SetDistinguishedState(dstate);
+    });
+    if (res < 0) {
+        Fail(r, "SetDistinguishedState call fails", nodeId_);
+        return false;
+    }
     return true;
 }
 
@@ -537,8 +643,9 @@ void XmlNetLoader::OnTemporalTableStart(IXmlReader* r) {
 void XmlNetLoader::OnTemporalTableEnd(IXmlReader* r) {
     if (!fill_) return;
     fill_ = nullptr;
-    if (fillCount_ != fillSize_) return Fail(r, fillFailure_, nodeId_);
-    net_.Dynamic().SetTemporalDefinition(temporalNode_, temporalOrder_, temporalTable_);
+    if (fillCount_ != fillSize_ || net_.Dynamic().SetTemporalDefinition(temporalNode_, temporalOrder_, temporalTable_) < 0) {
+        return Fail(r, fillFailure_, nodeId_);
+    }
 }
 
 void XmlNetLoader::OnTemporalEquationEnd(IXmlReader* r) {

@@ -20,14 +20,16 @@
 //   temporal order, with the temporal parents of that order in `parents` and
 //   the table of that order in `probabilities`, or one `noisymax` element
 //   with the strengths of those parents and the order's CI weights in
-//   `parameters`, or one `equation` element per equation plate node and
-//   order with `parents` and the order's equation in `definition`; other
-//   kinds are refused;
+//   `parameters`, or one `demorgan` or `noisyadder` element in the static
+//   element's form over the order's parents, or one `equation` element per
+//   equation plate node and order with `parents` and the order's equation in
+//   `definition`; other kinds are refused;
 // - an `equation` node's bounds are set before its equation, and its
 //   `discretization` after both.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -82,6 +84,16 @@ private:
     void OnDynamicStart(IXmlReader* r);
     void OnTemporalStart(IXmlReader* r);
     void OnNoisyTemporalStart(IXmlReader* r);
+    void OnDemorganTemporalStart(IXmlReader* r);
+    void OnNoisyAdderTemporalStart(IXmlReader* r);
+    void OnTemporalListStart(IXmlReader* r);
+    void OnTemporalTypesEnd(IXmlReader* r);
+    void OnTemporalWeightsEnd(IXmlReader* r);
+    void OnTemporalPriorEnd(IXmlReader* r);
+    void OnTemporalDstatesEnd(IXmlReader* r);
+    // Applies a change to the DeMorgan or noisy-adder parameters of the
+    // order being read, once its temporal arcs exist.
+    void EditTemporal(IXmlReader* r, const char* failure, const std::function<int(VEK_nodeDef&)>& edit);
     void OnEquationDefStart(IXmlReader* r);
     void OnEquationDefEnd(IXmlReader* r);
     void OnIntervalStart(IXmlReader* r);
@@ -216,7 +228,9 @@ private:
 
     // The temporal definition being read.
     int temporalNode_ = -1;
-    bool temporalNoisy_ = false;  // the element is a noisymax one
+    int temporalKind_ = 0;  // the element's canonical definition type, 0 for a table
+    std::string temporalFunction_;  // noisyadder attributes
+    int temporalDstate_ = -1;
     int temporalOrder_ = 0;
     bool temporalArcsAdded_ = false;
     std::vector<int> temporalParents_;

@@ -370,8 +370,9 @@ void XmlNetworkSaver::Visit(VEK_demorgan* def) {
 }
 
 // One element per plate node and temporal order: that order's temporal
-// parents and table, or for noisy-MAX nodes their strengths and the order's
-// CI weights.
+// parents and table, for noisy-MAX nodes their strengths and the order's CI
+// weights, for DeMorgan and noisy-adder nodes the order's parameters in the
+// static element's form.
 void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
     IXmlWriter::ScopedElement dynamic(&w_, "dynamic");
     std::vector<int> orders;
@@ -382,13 +383,48 @@ void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
         const bool equation = net_.GetDef(h)->GetType() == VEK_EQUATION;
         const bool noisy = net_.GetDef(h)->GetType() == VEK_NOISY_MAX;
         for (int k : orders) {
+            const VEK_nodeDef* canonical = dyn.GetTemporalCanonical(h, k);
+            const auto* demorgan = canonical && canonical->GetType() == VEK_DEMORGAN
+                                       ? static_cast<const VEK_demorgan*>(canonical)
+                                       : nullptr;
+            const auto* adder = canonical && !demorgan ? static_cast<const VEK_noisyAdder*>(canonical) : nullptr;
             w_.PushAttribute("id", net_.GetNodeId(h));
             w_.PushAttribute("order", k);
-            IXmlWriter::ScopedElement temporal(&w_, equation ? "equation" : noisy ? "noisymax" : "cpt");
+            if (adder && adder->GetFunction() == VEK_noisyAdder::FUNCTION_SINGLE_FAULT) {
+                w_.PushAttribute("function", "singlefault");
+            }
+            if (adder) w_.PushAttribute("dstate", adder->GetDistinguishedState());
+            IXmlWriter::ScopedElement temporal(&w_, equation   ? "equation"
+                                                    : noisy    ? "noisymax"
+                                                    : demorgan ? "demorgan"
+                                                    : adder    ? "noisyadder"
+                                                               : "cpt");
             dyn.GetTemporalParents(h, k, arcs);
             strings_.clear();
             for (const VEK_temporalArc& a : arcs) strings_.push_back(net_.GetNodeId(a.node));
             w_.WriteStringArray("parents", strings_.data(), static_cast<int>(strings_.size()));
+            if (demorgan) {
+                const int parents = demorgan->GetNumberOfParents();
+                strings_.clear();
+                std::vector<double> weights(static_cast<size_t>(parents));
+                for (int i = 0; i < parents; ++i) {
+                    strings_.push_back(VEK_demorgan::ParentTypeName(demorgan->GetParentType(i)));
+                    demorgan->GetParentWeight(i, weights[i]);
+                }
+                w_.WriteStringArray("types", strings_.data(), parents);
+                w_.WriteDoubleArray("weights", weights.data(), parents);
+                w_.WriteElement("priorbelief", DoubleText(demorgan->GetPriorBelief()).c_str());
+                continue;
+            }
+            if (adder) {
+                const VEK_intArray& states = adder->GetParentDistinguishedStates();
+                w_.WriteIntArray("dstates", states.Items(), states.GetSize());
+                const VEK_doubleArray& weights = adder->GetParentWeights();
+                w_.WriteDoubleArray("weights", weights.Items(), weights.GetSize());
+                const VEK_Dmatrix& m = adder->GetParameters();
+                w_.WriteDoubleArray("parameters", m.Items(), m.GetSize());
+                continue;
+            }
             if (equation) {
                 const std::string* text = dyn.GetTemporalEquation(h, k);
                 w_.PushAttribute("order", k);

@@ -428,6 +428,46 @@ def test_temporal_noisy_max_expands_to_noisy_or(tmp_path):
             assert_refused(net, -51, net.write_file, str(tmp_path / "n.vek"))
 
 
+def test_demorgan_orders_take_weights_and_prior(tmp_path):
+    """E -> D in the plate, D -> D of order 1, both DeMorgan: order 1 is the
+    weights of E and D one slice back, then the prior; the unrolled copies
+    against the closed form, and both file formats keep it."""
+    net = pyquarn.Network()
+    net.set_slice_count(3)
+    e, d = net.add_node(NodeType.DEMORGAN, "E"), net.add_node(NodeType.DEMORGAN, "D")
+    for h in (e, d):
+        net.set_node_temporal_type(h, TT.PLATE)
+    net.add_arc(e, d)
+    net.set_de_morgan_parent_weight(d, 0, 0.5)
+    net.add_temporal_arc(d, d, 1)
+    assert net.get_node_temporal_definition(d, 1) == [0.5, 0, 0.5]
+    for bad in ([0.5, 0.25], [0.5, 1.5, 0.25], [0.5, 0.25, -0.125], [0.5, math.nan, 0.25]):
+        assert_refused(net, -2, net.set_node_temporal_definition, d, 1, bad)
+    w_e, w_d, prior = 0.5, 0.75, 0.25
+    net.set_node_temporal_definition(d, 1, [w_e, w_d, prior])
+    want = []
+    for s_e in range(2):
+        for s_d in range(2):
+            p = prior + (1 - prior) * w_e * (s_e == 0)
+            p += (1 - p) * w_d * (s_d == 0)
+            want += [p, 1 - p]
+    flat = net.unroll()
+    for t in (1, 2):
+        assert flat.network.get_node_definition(flat.mapping[("D", t)]) == pytest.approx(want, abs=1e-12)
+    # Unrolled they are tables, which EM must not learn as such.
+    from pyquarn.learning import DataSet, EM
+    from pyquarn._frames import sample_frame
+    ds = DataSet.from_pandas(sample_frame(flat.network, 10, 0.0, seed=1))
+    assert_refused(net, -51, EM().learn, ds, net, ds.match_network(net))
+    for name in ("n.vek", "n.xvek"):
+        net.write_file(str(tmp_path / name))
+        back = pyquarn.Network()
+        back.read_file(str(tmp_path / name))
+        assert back.get_node_temporal_definition("D", 1) == [w_e, w_d, prior]
+        back.write_file(str(tmp_path / ("again" + name)))
+        assert (tmp_path / name).read_text() == (tmp_path / ("again" + name)).read_text()
+
+
 def test_em_learns_an_hmm_from_sampled_sequences(tmp_path):
     """Sequences drawn from known tables, the hidden state seen in about
     half of the cells: EM with auto slices finds the tables back within

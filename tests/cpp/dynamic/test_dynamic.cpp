@@ -1,7 +1,9 @@
-// Belief updating over time against enumeration of the unrolled joint, and
-// the temporal model through a written and read-back copy.
+// Belief updating over time against enumeration of the unrolled joint,
+// canonical temporal orders against their closed forms, and the temporal
+// model through a written and read-back copy.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <random>
 
 #include "../inference/infTestUtil.h"
@@ -10,10 +12,17 @@
 #include "dynamic/unroll.h"
 #include "inference/randGen.h"
 #include "learning/dataSampler.h"
+#include "network/demorgan.h"
+#include "network/noisyAdder.h"
 
 namespace {
 
 using inftest::AddNode;
+
+std::string ReadText(const std::string& path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 std::vector<double> RandomTable(std::mt19937& gen, int size, int states) {
     std::uniform_real_distribution<double> u(0.05, 1.0);
@@ -64,6 +73,80 @@ struct Fixture {
     }
 };
 
+// Plate nodes with canonical orders: noisy-adder N (2 outcomes) with static
+// parent Y (3 outcomes) and N -> N of order 1; DeMorgan D with static parent
+// E (a cause) and D -> D of order 1 (an inhibitor). 3 slices.
+struct CanonicalFixture {
+    VEK_network net;
+    int y, n, e, d;
+    // Order 1 of N: CI columns Y = 0, 1, 2 (distinguished), N = 0, 1
+    // (distinguished), leak; weights of Y and N.
+    std::vector<double> ci{0.5, 0.5, 0.25, 0.75, 0, 1, 0.875, 0.125, 0, 1, 0.375, 0.625};
+    std::vector<double> weights{1.5, 0.5};
+    // Order 1 of D: weights of E and D_{t-1}, then the prior.
+    std::vector<double> dm{0.5, 0.75, 0.25};
+    CanonicalFixture() {
+        y = AddNode(net, "Y", 3);
+        n = AddNode(net, "N", 2, VEK_NOISY_ADDER);
+        e = net.AddNode(VEK_DEMORGAN, "E");
+        d = net.AddNode(VEK_DEMORGAN, "D");
+        for (int h : {y, n, e, d}) net.SetTemporalType(h, VEK_TEMPORAL_PLATE);
+        net.AddArc(y, n);
+        net.AddArc(e, d);
+        net.SetNumberOfSlices(3);
+        VEK_dynamicNet& dyn = net.Dynamic();
+        dyn.AddTemporalArc(n, n, 1);
+        dyn.AddTemporalArc(d, d, 1);
+        dyn.SetTemporalDefinition(n, 1, ci);
+        dyn.SetTemporalDefinition(d, 1, dm);
+        dyn.EditTemporalCanonical(n, 1, [this](VEK_nodeDef& def) {
+            return static_cast<VEK_noisyAdder&>(def).SetParentWeights(VEK_doubleArray(weights));
+        });
+        dyn.EditTemporalCanonical(d, 1, [](VEK_nodeDef& def) {
+            return static_cast<VEK_demorgan&>(def).SetParentType(1, VEK_demorgan::INHIBITOR);
+        });
+    }
+};
+
+// The unrolled copies' tables against the combinations written out here.
+TEST(Dynamic, CanonicalOrdersExpandToTheirClosedForms) {
+    CanonicalFixture f;
+    for (bool singleFault : {false, true}) {
+        ASSERT_EQ(f.net.Dynamic().EditTemporalCanonical(f.n, 1, [singleFault](VEK_nodeDef& def) {
+            return static_cast<VEK_noisyAdder&>(def).SetFunction(singleFault ? VEK_noisyAdder::FUNCTION_SINGLE_FAULT
+                                                                             : VEK_noisyAdder::FUNCTION_AVERAGE);
+        }), 0);
+        VEK_network flat;
+        std::vector<VEK_unrolledNode> map;
+        ASSERT_EQ(VEK_Unroll(f.net, flat, map), 0);
+        for (const VEK_unrolledNode& m : map) {
+            if (m.slice == 0 || (m.node != f.n && m.node != f.d)) continue;
+            const VEK_Dmatrix& got = *flat.GetDef(m.unrolled)->GetMatrix();
+            ASSERT_EQ(got.GetSize(), m.node == f.n ? 12 : 8);
+            for (int c = 0; c < got.GetSize() / 2; ++c) {
+                const int a = c / 2, b = c % 2;  // static parent, then the node one slice back
+                double p;
+                if (m.node == f.d) {
+                    p = f.dm[2];
+                    if (a == 0) p += (1 - p) * f.dm[0];
+                    if (b == 0) p *= 1 - f.dm[1];
+                } else {
+                    const double wa = singleFault && a == 2 ? 0 : f.weights[0], wb = singleFault && b == 1 ? 0 : f.weights[1];
+                    const double leak = singleFault ? (wa + wb > 0 ? 0 : 1) : 1;
+                    p = (leak * f.ci[10] + wa * f.ci[2 * a] + wb * f.ci[6 + 2 * b]) / (leak + wa + wb);
+                }
+                EXPECT_NEAR(got[2 * c], p, 1e-12) << m.node << " column " << c;
+                EXPECT_NEAR(got[2 * c + 1], 1 - p, 1e-12);
+            }
+        }
+    }
+    // A new outcome of Y gets a uniform column of its own; the others stay.
+    ASSERT_EQ(f.net.GetDef(f.y)->InsertOutcome(1, "new"), 0);
+    const VEK_Dmatrix& ci = f.net.GetDynamic()->GetTemporalCanonical(f.n, 1)->GetParameters();
+    const std::vector<double> want{0.5, 0.5, 0.5, 0.5, 0.25, 0.75, 0, 1, 0.875, 0.125, 0, 1, 0.375, 0.625};
+    EXPECT_EQ(std::vector<double>(ci.Items(), ci.Items() + ci.GetSize()), want);
+}
+
 TEST(Dynamic, BeliefsMatchEnumerationOfTheUnrolledJoint) {
     Fixture f;
     ASSERT_EQ(f.net.UpdateBeliefs(), 0);
@@ -108,6 +191,20 @@ TEST(Dynamic, WrittenAndReadBackKeepsTheTemporalModel) {
             if (!m) continue;
             ASSERT_EQ(m->GetDimensions(), r->GetDimensions());
             for (int i = 0; i < m->GetSize(); ++i) EXPECT_NEAR((*m)[i], (*r)[i], 1e-15);
+        }
+    }
+    // Both formats write back what they read, canonical orders included.
+    CanonicalFixture c;
+    const std::string path = testing::TempDir() + "dynamic.vek";
+    for (VEK_network* net : {&f.net, &c.net}) {
+        for (bool xml : {true, false}) {
+            std::string first, second;
+            VEK_network copy;
+            ASSERT_EQ(xml ? net->WriteString(first) : net->WriteFile(path.c_str()), 0);
+            ASSERT_EQ(xml ? copy.ReadString(first.c_str()) : copy.ReadFile(path.c_str()), 0);
+            if (!xml) first = ReadText(path);
+            ASSERT_EQ(xml ? copy.WriteString(second) : copy.WriteFile(path.c_str()), 0);
+            EXPECT_EQ(xml ? second : ReadText(path), first);
         }
     }
 }
