@@ -100,7 +100,7 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
         d->ClearAllTemporalEvidence();
     }
     for (int h = out.GetFirstNode(); h >= 0; h = out.GetNextNode(h)) out.GetNode(h)->SetTemporalType(VEK_TEMPORAL_CONTEMPORAL);
-    out.SetNumberOfSlices(0);
+    (void)out.SetNumberOfSlices(0);  // no slices is always accepted
 
     // copies[t][i]: the handle of plates[i] in slice t.
     std::vector<std::vector<int>> copies(slices, std::vector<int>(plates.size(), -1));

@@ -74,7 +74,7 @@ int VEK_dynamicEm::Init(const VEK_dataset& data, VEK_network& net, const std::ve
             return log.LogError(res, ("EM: the network could not be unrolled: " + std::string(why ? why : "")).c_str());
         }
     }
-    work_.SetUpdateImmediate(false);
+    (void)work_.SetUpdateImmediate(false);  // turning immediate updating off cannot fail
     work_.EnableRelevance(relevance);
     work_.ClearAllEvidence();
     work_.ClearAllTargets();
