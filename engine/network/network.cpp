@@ -369,7 +369,7 @@ int VEK_network::RemoveArc(int parent, int child, int arcType) {
     VEK_updateImmediateContext scope(*this);
     orderValid_ = false;
     if (dynamic_) dynamic_->OnArcRemoving(parent, child);
-    c->Definition()->RemoveParent(parent);
+    (void)c->Definition()->RemoveParent(parent);  // an existing parent's dimension can always go
     p->Children().Delete(ci);
     int pi = c->Parents().FindPosition(parent);
     if (pi >= 0) c->Parents().Delete(pi);
