@@ -20,7 +20,7 @@ int WrpGetNodeCount(const VEK_network* net) { return Deref(net).GetNumberOfNodes
 
 std::vector<std::string> WrpGetAllNodeIds(const VEK_network* net) {
     VEK_stringArray ids;
-    Deref(net).GetAllNodeIds(ids);
+    ValidateResult(Deref(net).GetAllNodeIds(ids), "Network.GetAllNodeIds");
     return IdArrayToVector(ids);
 }
 

@@ -159,13 +159,14 @@ public:
             targetsKept_ = true;
         }
         net_.ClearAllTargets();
-        for (int h : targets) net_.SetTarget(h, true);
+        // Resolved handles and no targets left: a repeated handle stays a target.
+        for (int h : targets) (void)net_.SetTarget(h, true);
     }
     ~ScopedEvidence() {
         for (auto it = kept_.rbegin(); it != kept_.rend(); ++it) it->Restore(net_);
         if (targetsKept_) {
             net_.ClearAllTargets();
-            for (int h : targets_) net_.SetTarget(h, true);
+            for (int h : targets_) (void)net_.SetTarget(h, true);  // the network's own, put back
         }
     }
 

@@ -63,12 +63,12 @@ py::tuple Settings(const VEK_network& net) {
                        a.iterationsPerTemperature));
 }
 
-void ApplySettings(VEK_network& net, const py::tuple& s) {
+void ApplySettings(VEK_network& net, const py::tuple& s, const char* function) {
     const py::tuple g = s[0], e = s[1], l = s[2], a = s[3];
     net.SetDefaultBNAlgorithm(g[0].cast<int>());
     net.SetDefaultIDAlgorithm(g[1].cast<int>());
-    net.SetNumberOfSamples(g[2].cast<int>());
-    net.SetNumberOfDiscretizationSamples(g[3].cast<int>());
+    ValidateResult(net.SetNumberOfSamples(g[2].cast<int>()), function);
+    ValidateResult(net.SetNumberOfDiscretizationSamples(g[3].cast<int>()), function);
     net.SetFlags(g[4].cast<unsigned>());
     net.SetRelevanceMask(g[5].cast<unsigned>());
     net.SetOptions(g[6].cast<unsigned>());
@@ -77,10 +77,13 @@ void ApplySettings(VEK_network& net, const py::tuple& s) {
     net.EnableNoisyDecomp(g[9].cast<bool>());
     net.SetNoisyDecompLimit(g[10].cast<int>());
     net.SetRandSeed(g[11].cast<int>());
-    net.SetEPISParams(VEK_EPISParams{e[0].cast<int>(), e[1].cast<int>(), e[2].cast<int>(), e[3].cast<int>(),
-                                     e[4].cast<double>(), e[5].cast<double>(), e[6].cast<double>(),
-                                     e[7].cast<double>()});
-    net.SetLBPParams(VEK_LBPParams{l[0].cast<int>(), l[1].cast<int>(), l[2].cast<double>(), l[3].cast<double>()});
+    ValidateResult(net.SetEPISParams(VEK_EPISParams{e[0].cast<int>(), e[1].cast<int>(), e[2].cast<int>(),
+                                                    e[3].cast<int>(), e[4].cast<double>(), e[5].cast<double>(),
+                                                    e[6].cast<double>(), e[7].cast<double>()}),
+                   function);
+    ValidateResult(
+        net.SetLBPParams(VEK_LBPParams{l[0].cast<int>(), l[1].cast<int>(), l[2].cast<double>(), l[3].cast<double>()}),
+        function);
     net.AnnealedMAPParams() = VEK_AnnealedMAPParams{a[0].cast<double>(), a[1].cast<double>(), a[2].cast<double>(),
                                                     a[3].cast<double>(), a[4].cast<int>(),    a[5].cast<double>(),
                                                     a[6].cast<int>(),    a[7].cast<int>()};
@@ -118,7 +121,7 @@ std::unique_ptr<PyNetwork> SetNetworkState(const py::tuple& state) {
     if (int res = net.ReadString(xml.c_str()); res != VEK_OKAY) {
         ThrowQuarnExceptionWithLog(res, function, net.Logger());
     }
-    ApplySettings(net, state[2]);
+    ApplySettings(net, state[2], function);
     for (py::handle item : state[3].cast<py::list>()) {
         const py::tuple t = item.cast<py::tuple>();
         EvidenceSnapshot s;
@@ -143,7 +146,7 @@ std::unique_ptr<PyNetwork> SetNetworkState(const py::tuple& state) {
     // Beliefs that were valid are valid again; an update that fails now
     // failed then too and leaves them invalid, as they were not.
     if (state[5].cast<bool>()) {
-        net.UpdateBeliefs();
+        (void)net.UpdateBeliefs();
         ClearLog(net.Logger());
     }
     return owned;

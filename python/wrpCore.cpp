@@ -328,7 +328,8 @@ std::vector<UserProperty> UserPropertiesToVector(const VEK_userProperties& props
 
 void VectorToUserProperties(const std::vector<UserProperty>& items, VEK_userProperties& out) {
     out.Clear();
-    for (const UserProperty& p : items) out.AddProperty(p.name.c_str(), p.value.c_str());
+    // Names come as strings, never null: adding cannot fail.
+    for (const UserProperty& p : items) (void)out.AddProperty(p.name.c_str(), p.value.c_str());
 }
 
 std::vector<DocItemInfo> DocumentationToVector(const VEK_documentation& doc) {

@@ -66,7 +66,7 @@ int VEK_valueOfInfo::CheckNodes() {
     if (!net_->IsValidNode(focus)) return log.LogError(VEK_OUT_OF_RANGE, "The decision or target node has been deleted");
     if (nodes_.empty()) return log.LogError(VEK_OUT_OF_RANGE, "No candidate observations have been added");
     VEK_intArray below;
-    if (decision_ >= 0) net_->GetDescendants(decision_, below);
+    if (decision_ >= 0) (void)net_->GetDescendants(decision_, below);  // the decision was checked above
     double configs = 1.0;
     for (int h : nodes_) {
         if (!net_->IsValidNode(h) || !HasTable(*net_, h))
@@ -150,7 +150,7 @@ int VEK_valueOfInfo::PerfectInformation(const std::vector<int>& nodes, double& o
     // configuration's probability comes from the chain rule: the beliefs of
     // the next candidate under the evidence of the earlier ones.
     VEK_network work(*net_);
-    work.SetUpdateImmediate(false);
+    (void)work.SetUpdateImmediate(false);  // turning immediate updating off cannot fail
     const int kd = States(work, decision_);
     auto best = [&](double& meu) {
         const VEK_Dmatrix* v = work.GetVal(decision_)->GetMatrix();

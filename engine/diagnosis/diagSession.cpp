@@ -28,7 +28,7 @@ public:
             if (net.IsTarget(h)) targets_.push_back(h);
             if (net.GetVal(h)->IsValueValid()) valid_.push_back(h);
         }
-        if (immediate_) net.SetUpdateImmediate(false);
+        if (immediate_) (void)net.SetUpdateImmediate(false);  // turning immediate updating off cannot fail
         if (!targets_.empty()) net.ClearAllTargets();
         // Every measure is defined on exact posteriors.
         net.SetDefaultBNAlgorithm(0);
@@ -37,17 +37,17 @@ public:
 
     ~Lease() {
         net_.ClearAllEvidence();
-        for (int h : targets_) net_.SetTarget(h, true);
+        for (int h : targets_) (void)net_.SetTarget(h, true);  // restoring targets the network had
         net_.SetDefaultBNAlgorithm(algorithm_);
-        state_.RestoreEvidence();
+        (void)state_.RestoreEvidence();  // restoring evidence the network had accepted
         if (immediate_) {
-            net_.SetUpdateImmediate(true);
+            (void)net_.SetUpdateImmediate(true);  // a failed update is logged and leaves the beliefs invalid
             return;
         }
         for (int h : valid_) {
             const VEK_nodeVal* v = net_.GetVal(h);
             if (v && !v->IsValueValid()) {
-                net_.UpdateBeliefs();
+                (void)net_.UpdateBeliefs();  // a failed update is logged and leaves the beliefs invalid
                 break;
             }
         }

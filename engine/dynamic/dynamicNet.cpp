@@ -612,7 +612,9 @@ void VEK_dynamicNet::OnOutcomeInsert(int node, int position) {
             DimOwners(static_cast<int>(c), t.order, owners);
             for (size_t d = 0; d < owners.size(); ++d) {
                 if (owners[d] != node || t.matrix.GetNumberOfDimensions() != static_cast<int>(owners.size())) continue;
-                VEK_insertSlices(t.matrix, static_cast<int>(d), position, 1, 0.0);
+                if (const int res = VEK_insertSlices(t.matrix, static_cast<int>(d), position, 1, 0.0); res < 0) {
+                    net_->Logger().LogError(res, "A temporal table could not take the new outcome");
+                }
             }
             // Columns of a new parent outcome are zero and become uniform;
             // the others still sum to 1.
@@ -630,7 +632,9 @@ void VEK_dynamicNet::OnOutcomeRemove(int node, int position) {
             if (t.matrix.GetNumberOfDimensions() != static_cast<int>(owners.size())) continue;
             for (size_t d = 0; d < owners.size(); ++d) {
                 if (owners[d] != node) continue;
-                VEK_removeSlices(t.matrix, static_cast<int>(d), position, 1);
+                if (const int res = VEK_removeSlices(t.matrix, static_cast<int>(d), position, 1); res < 0) {
+                    net_->Logger().LogError(res, "A temporal table could not drop the outcome");
+                }
             }
         }
     }

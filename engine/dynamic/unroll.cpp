@@ -133,7 +133,7 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
         d->ClearAllTemporalEvidence();
     }
     for (int h = out.GetFirstNode(); h >= 0; h = out.GetNextNode(h)) out.GetNode(h)->SetTemporalType(VEK_TEMPORAL_CONTEMPORAL);
-    out.SetNumberOfSlices(0);
+    (void)out.SetNumberOfSlices(0);  // no slices is always accepted
     if (slices > 1 && QualitativeToTables(out) < 0) {
         out.Clear();
         return net.Logger().LogError(VEK_WRONG_NODE_TYPE, "DeMorgan and CAST nodes could not be unrolled");

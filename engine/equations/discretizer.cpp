@@ -49,7 +49,7 @@ int DiscretizeNode(VEK_network& net, int h, VEK_equation& eq) {
         point[k].resize(count);
         for (int s = 0; s < count; ++s) {
             point[k][s] = s;
-            if (disc && disc->HasPointValues()) disc->GetPointValue(s, point[k][s]);
+            if (disc && disc->HasPointValues()) (void)disc->GetPointValue(s, point[k][s]);  // the outcome index is in range
         }
     }
     const int intervals = static_cast<int>(eq.GetDiscretization().size());

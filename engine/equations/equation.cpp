@@ -198,7 +198,7 @@ int VEK_equation::SetEquation(const std::string& text, int& errorPos, std::strin
         if (res != VEK_OKAY) {
             for (int done : added) {
                 if (done == h) break;
-                net.RemoveArc(done, Handle());
+                (void)net.RemoveArc(done, Handle());  // undoing arcs added just above
             }
             errorPos = -1;
             message = "Adding the arc from '" + std::string(net.GetNodeId(h)) + "' failed";

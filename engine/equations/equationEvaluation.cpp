@@ -57,7 +57,7 @@ int VEK_equationEvaluation::ClearEvidence() {
     VEK_updateImmediateContext scope(Network());
     ClearFlags(VEK_VALUE_EVIDENCE | VEK_VALUE_VALID);
     ResetResult();
-    Network().RelevanceContEvidenceChanged(Handle());
+    (void)Network().RelevanceContEvidenceChanged(Handle());  // the node's own handle is valid
     return VEK_OKAY;
 }
 

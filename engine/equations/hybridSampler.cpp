@@ -45,7 +45,7 @@ std::vector<double> OutcomeValues(const VEK_nodeDef& def, int outcomes) {
     const auto* disc = dynamic_cast<const VEK_discDef*>(&def);
     for (int k = 0; k < outcomes; ++k) {
         v[k] = k;
-        if (disc && disc->HasPointValues()) disc->GetPointValue(k, v[k]);
+        if (disc && disc->HasPointValues()) (void)disc->GetPointValue(k, v[k]);  // the outcome index is in range
     }
     return v;
 }

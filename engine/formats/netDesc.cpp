@@ -267,7 +267,7 @@ private:
             node->Info().screen.position.width = desc_.nodeWidth;
             node->Info().screen.position.height = desc_.nodeHeight;
         }
-        for (const auto& p : s.properties) node->Info().userProperties.AddProperty(p.first.c_str(), p.second.c_str());
+        for (const auto& p : s.properties) (void)node->Info().userProperties.AddProperty(p.first.c_str(), p.second.c_str());  // a name is always given
         if (s.type != VEK_TABLE) SetStates(s, node);
         if (status_ == 0) AddArcs(i);
         if (status_ == 0) FillTable(i);
@@ -316,7 +316,7 @@ private:
         }
         if (repaired) {
             for (size_t k = 0; k < s.states.size(); ++k) {
-                if (s.states[k] != ids[static_cast<int>(k)]) def->SetOutcomeLabel(static_cast<int>(k), s.states[k].c_str());
+                if (s.states[k] != ids[static_cast<int>(k)]) (void)def->SetOutcomeLabel(static_cast<int>(k), s.states[k].c_str());  // the outcome index is in range
             }
         }
         if (!s.intervals.empty()) {
@@ -474,7 +474,7 @@ private:
     }
 
     void SetHeader() {
-        for (const auto& p : desc_.properties) net_.UserProperties().AddProperty(p.first.c_str(), p.second.c_str());
+        for (const auto& p : desc_.properties) (void)net_.UserProperties().AddProperty(p.first.c_str(), p.second.c_str());  // a name is always given
         if (!desc_.hasName || desc_.name.empty()) return;
         std::string id = VEK_foreignId(desc_.name, 'n');
         net_.Header().SetId(id.c_str());

@@ -497,10 +497,10 @@ int VEK_neticaSpeaker::Finish(const VEK_netDesc& desc, const std::vector<int>& h
         auto* def = static_cast<VEK_discDef*>(node->Definition());
         const int n = def->GetNumberOfOutcomes();
         for (int k = 0; k < n && k < static_cast<int>(e.stateTitles.size()); ++k) {
-            if (!e.stateTitles[k].empty()) def->SetOutcomeLabel(k, e.stateTitles[k].c_str());
+            if (!e.stateTitles[k].empty()) (void)def->SetOutcomeLabel(k, e.stateTitles[k].c_str());  // the outcome index is in range
         }
         for (int k = 0; k < n && k < static_cast<int>(e.stateComments.size()); ++k) {
-            if (!e.stateComments[k].empty()) def->SetOutcomeComment(k, e.stateComments[k].c_str());
+            if (!e.stateComments[k].empty()) (void)def->SetOutcomeComment(k, e.stateComments[k].c_str());  // the outcome index is in range
         }
     }
     return VEK_OKAY;

@@ -125,7 +125,7 @@ int VEK_textSpeaker::Read(const std::string& defaultName) {
             if (k < 0) continue;
             size_t i = std::strtoul(props.GetPropertyValue(k), nullptr, 10);
             if (i < handles.size()) handles[i] = h;
-            props.DeleteProperty(k);
+            (void)props.DeleteProperty(k);  // the index is in range
         }
         for (size_t i = 0; i < desc.nodes.size(); ++i) desc.nodes[i].properties.pop_back();
         return Finish(desc, handles);

@@ -328,11 +328,12 @@ int VEK_uaiSpeaker::SetEvidenceFromInput() {
         if (res < 0) {
             for (auto it = before.rbegin(); it != before.rend(); ++it) {
                 VEK_nodeVal* v = net.GetVal(it->handle);
-                v->ClearEvidence();
+                // Puts back evidence the network held before: it was accepted then.
+                (void)v->ClearEvidence();
                 if (!it->virtuals.empty()) {
-                    v->SetVirtualEvidence(it->virtuals);
+                    (void)v->SetVirtualEvidence(it->virtuals);
                 } else if (it->outcome >= 0) {
-                    v->SetEvidence(it->outcome);
+                    (void)v->SetEvidence(it->outcome);
                 }
             }
             return Logger().LogError(res, ("Evidence cannot be set on node " + Quote(net.GetNodeId(h))).c_str());

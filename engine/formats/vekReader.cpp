@@ -1093,7 +1093,7 @@ int VekReader::ReadOutcomes(NodeSpec& n) {
         Ref r;
         int k = 0;
         if ((res = GetRef(*dflt, r, true)) < 0 || (res = Outcome(r, n.handle, k)) < 0) return res;
-        def->SetDefaultOutcome(k);
+        if ((res = def->SetDefaultOutcome(k)) < 0) return res;
     }
     return VEK_OKAY;
 }
@@ -1119,20 +1119,20 @@ int VekReader::ReadStateBlocks(NodeSpec& n, VEK_discDef* def) {
             if (key == "link") continue;
             if (key == "fault") {
                 if ((res = GetBool(*item, fault)) < 0) return res;
-                def->SetFaultOutcome(k, fault);
+                if ((res = def->SetFaultOutcome(k, fault)) < 0) return res;
                 continue;
             }
             if ((res = GetText(*item, text)) < 0) return res;
-            if (key == "label") def->SetOutcomeLabel(k, text.c_str());
-            if (key == "fix") def->SetOutcomeFix(k, text.c_str());
-            if (key == "comment") def->SetOutcomeComment(k, text.c_str());
+            if (key == "label") (void)def->SetOutcomeLabel(k, text.c_str());  // the outcome index is in range
+            if (key == "fix") (void)def->SetOutcomeFix(k, text.c_str());  // the outcome index is in range
+            if (key == "comment") (void)def->SetOutcomeComment(k, text.c_str());  // the outcome index is in range
         }
         std::vector<std::string> titles;
         std::vector<std::string> paths;
         for (const Item& link : it.block) {
             if (link.keyword == "link" && (res = ReadLink(link, titles, paths)) < 0) return res;
         }
-        if (!titles.empty()) def->SetOutcomeDocumentation(k, titles, paths);
+        if (!titles.empty() && (res = def->SetOutcomeDocumentation(k, titles, paths)) < 0) return res;
     }
     return VEK_OKAY;
 }
@@ -1419,7 +1419,7 @@ int VekReader::ReadNoisyAdder(NodeSpec& n) {
         if (VEK_noisyAdder::FunctionFromName(word.c_str(), function) < 0) {
             return NamedFail(One(*it).pos, "Invalid noisy adder function", word);
         }
-        na->SetFunction(function);
+        (void)na->SetFunction(function);  // the function was parsed above
     }
     if (const Item* it = Field(n, "dstate")) {
         Ref r;
@@ -1720,7 +1720,7 @@ int VekReader::ReadNodeAttributes(NodeSpec& n) {
         } else if (key == "question") {
             if ((res = GetText(it, text)) >= 0) node.SetQuestion(text.c_str());
         } else if (key == "target") {
-            if ((res = GetBool(it, b)) >= 0 && b) net_.SetTarget(n.handle, true);
+            if ((res = GetBool(it, b)) >= 0 && b) (void)net_.SetTarget(n.handle, true);  // a node named a target twice stays one
         } else if (key == "ranked") {
             if ((res = GetBool(it, b)) >= 0) node.SetRanked(b);
         } else if (key == "mandatory") {
@@ -1728,11 +1728,11 @@ int VekReader::ReadNodeAttributes(NodeSpec& n) {
         } else if (key == "diagtype") {
             if ((res = GetText(it, text)) < 0) return res;
             if (text == "target") {
-                node.SetDiagType(VEK_DIAG_FAULT);
+                (void)node.SetDiagType(VEK_DIAG_FAULT);  // a valid type
             } else if (text == "observation") {
-                node.SetDiagType(VEK_DIAG_OBSERVATION);
+                (void)node.SetDiagType(VEK_DIAG_OBSERVATION);  // a valid type
             } else if (text == "auxiliary") {
-                node.SetDiagType(VEK_DIAG_AUXILIARY);
+                (void)node.SetDiagType(VEK_DIAG_AUXILIARY);  // a valid type
             } else {
                 return NamedFail(One(it).pos, "Unknown diagnosis node type", text);
             }

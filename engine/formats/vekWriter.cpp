@@ -545,7 +545,7 @@ void VekWriter::WriteTemporalCanonical(const VEK_dynamicNet& dyn, int order, con
         for (int i = 0; i < parents; ++i) {
             const char* name = VEK_demorgan::ParentTypeName(d.GetParentType(i));
             types.push_back(name ? name : "cause");
-            d.GetParentWeight(i, w[i]);
+            (void)d.GetParentWeight(i, w[i]);  // i is a parent: it cannot fail
         }
         Ids("types", types);
         Numbers("weights", w.data(), parents, parents);
@@ -594,7 +594,7 @@ void VekWriter::WriteOutcomes(const VEK_discDef& def) {
     std::vector<std::string> titles;
     std::vector<std::string> paths;
     for (int k = 0; k < ids.GetSize(); ++k) {
-        def.GetOutcomeDocumentation(k, titles, paths);
+        (void)def.GetOutcomeDocumentation(k, titles, paths);  // the outcome index is in range
         const bool fault = def.IsFaultOutcome(k);
         if (!*def.GetOutcomeLabel(k) && !fault && !*def.GetOutcomeFix(k) && !*def.GetOutcomeComment(k) &&
             titles.empty()) {
@@ -715,9 +715,9 @@ void VekWriter::Visit(VEK_cast* def) {
     const int parents = def->GetNumberOfParents();
     if (parents > 0) {
         std::vector<double> w(static_cast<size_t>(parents));
-        for (int i = 0; i < parents; ++i) def->GetWeight(i, true, w[i]);
+        for (int i = 0; i < parents; ++i) (void)def->GetWeight(i, true, w[i]);  // the parent index is in range
         Numbers("pweights", w.data(), parents, parents);
-        for (int i = 0; i < parents; ++i) def->GetWeight(i, false, w[i]);
+        for (int i = 0; i < parents; ++i) (void)def->GetWeight(i, false, w[i]);  // the parent index is in range
         Numbers("nweights", w.data(), parents, parents);
     }
     Double("baseline", def->GetBaseline());
@@ -733,7 +733,7 @@ void VekWriter::Visit(VEK_demorgan* def) {
         for (int i = 0; i < parents; ++i) {
             const char* name = VEK_demorgan::ParentTypeName(def->GetParentType(i));
             types.push_back(name ? name : "cause");
-            def->GetParentWeight(i, w[i]);
+            (void)def->GetParentWeight(i, w[i]);  // the parent index is in range
         }
         Ids("types", types);
         Numbers("weights", w.data(), parents, parents);

@@ -285,7 +285,9 @@ int VEK_CooperSolver::PruneIrrelevantParts() {
     int res = CompileMauExpressions();
     if (res < 0) return res;
     VEK_relevanceDelay delay(*bn_);
-    for (int m : mauNodes_) bn_->DeleteNode(m);
+    for (int m : mauNodes_) {
+        if ((res = bn_->DeleteNode(m)) < 0) return res;
+    }
     for (int d : decisions_) {
         VEK_node* node = bn_->GetNode(d);
         while (node->Parents().GetSize() > 0) {
@@ -299,7 +301,7 @@ int VEK_CooperSolver::PruneIrrelevantParts() {
 int VEK_CooperSolver::TransformUtility(int handle) {
     VEK_utility* u = dynamic_cast<VEK_utility*>(bn_->GetDef(handle));
     if (!u) return VEK_WRONG_NODE_TYPE;
-    u->Normalize();
+    if (const int res = u->Normalize(); res < 0) return res;
     const VEK_Dmatrix table = u->GetParameters();
     int res = bn_->ChangeNodeType(handle, VEK_CPT);
     if (res < 0) return res;
@@ -516,12 +518,12 @@ int VEK_CooperSolver::UpdateLeftNodes() {
 }
 
 int VEK_CooperSolver::DeNormalizeUtilityNodes() {
-    auto denormalize = [&](int h, double lo, double hi) {
+    auto denormalize = [&](int h, double lo, double hi) -> int {
         VEK_Dmatrix m;
         if (varSizes_.empty()) {
             m.SetSingleDimension(1);
-        } else {
-            m.Setup(varSizes_.data(), static_cast<int>(varSizes_.size()));
+        } else if (const int res = m.Setup(varSizes_.data(), static_cast<int>(varSizes_.size())); res < 0) {
+            return res;
         }
         m.FillWith(VEK_UNDEFINED_VALUE);
         for (int c = 0; c < combinations_; ++c) {
@@ -529,18 +531,21 @@ int VEK_CooperSolver::DeNormalizeUtilityNodes() {
                 m[c] = std::clamp(utilities_[static_cast<size_t>(c)][static_cast<size_t>(h)], 0.0, 1.0);
             }
         }
-        VEK_normalizeUtilities(m, 0.0, 1.0, lo, hi);
+        if (const int res = VEK_normalizeUtilities(m, 0.0, 1.0, lo, hi); res < 0) return res;
         for (int c = 0; c < combinations_; ++c) {
             if (weight_[static_cast<size_t>(c)] > 0.0) utilities_[static_cast<size_t>(c)][static_cast<size_t>(h)] = m[c];
         }
+        return VEK_OKAY;
     };
     for (int h : utilityNodes_) {
         const VEK_utility* def = dynamic_cast<const VEK_utility*>(diagram_->GetDef(h));
         if (!def) continue;
-        denormalize(h, def->GetMinimumUtility(), def->GetMaximumUtility());
-        UpdateNode(h);
+        if (const int res = denormalize(h, def->GetMinimumUtility(), def->GetMaximumUtility()); res < 0) return res;
+        if (const int res = UpdateNode(h); res < 0) return res;
     }
-    if (mergedNode_ >= 0 && !utilityNodes_.IsInList(mergedNode_)) denormalize(mergedNode_, mergedLo_, mergedHi_);
+    if (mergedNode_ >= 0 && !utilityNodes_.IsInList(mergedNode_)) {
+        if (const int res = denormalize(mergedNode_, mergedLo_, mergedHi_); res < 0) return res;
+    }
     if (mergedNode_ >= 0) {
         for (int c = 0; c < combinations_; ++c) {
             if (weight_[static_cast<size_t>(c)] > 0.0) {
@@ -570,7 +575,7 @@ double VEK_CooperSolver::CombineUtilities(std::vector<double>& values, const std
         double sum = 0.0;
         for (int up : def->GetUtilityParents()) {
             double w = 0.0;
-            def->GetWeight(column, up, w);
+            (void)def->GetWeight(column, up, w);  // column and parent come from the definition itself
             sum += w * values[static_cast<size_t>(up)];
         }
         values[static_cast<size_t>(m)] = sum;

@@ -103,7 +103,7 @@ void ChainNoisyMax(const VEK_noisyMAX& def, VEK_rNode* r, const std::vector<VEK_
                    std::vector<std::unique_ptr<VEK_rNode>>& aux) {
     const int n = r->numStates;
     VEK_Dmatrix square;
-    def.SquareCiToCptSingleStep(square);
+    (void)def.SquareCiToCptSingleStep(square);  // cannot fail
     std::vector<double> leak(static_cast<size_t>(n) + 1, 0.0);
     for (int y = 0; y < n; ++y) leak[static_cast<size_t>(y)] = square[y * n + y];
     std::vector<double> c(static_cast<size_t>(n) + 1, 0.0);
@@ -111,7 +111,7 @@ void ChainNoisyMax(const VEK_noisyMAX& def, VEK_rNode* r, const std::vector<VEK_
     const size_t k = parents.size();
     for (size_t j = 0; j < k; ++j) {
         VEK_Dmatrix factor;
-        def.GetCumulativeFactor(static_cast<int>(j), factor);
+        (void)def.GetCumulativeFactor(static_cast<int>(j), factor);  // the parent index is in range
         const int m = parents[j]->numStates;
         VEK_rNode* link = r;
         if (j + 1 < k) {

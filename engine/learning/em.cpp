@@ -195,9 +195,9 @@ int VEK_em::Count(Run& run, double* score) {
 
 // A working copy without evidence or targets whose learnable tables are
 // set to the start the options ask for; those tables are also the priors.
-void VEK_em::StartTables(Run& run, VEK_network& work, std::vector<int>& learnable, std::vector<char>& isLearnable,
-                         std::vector<VEK_Dmatrix>& priors) {
-    work.SetUpdateImmediate(false);
+int VEK_em::StartTables(Run& run, VEK_network& work, std::vector<int>& learnable, std::vector<char>& isLearnable,
+                        std::vector<VEK_Dmatrix>& priors) {
+    (void)work.SetUpdateImmediate(false);  // turning immediate updating off cannot fail
     work.EnableRelevance(relevance_);
     work.ClearAllEvidence();
     work.ClearAllTargets();
@@ -208,13 +208,16 @@ void VEK_em::StartTables(Run& run, VEK_network& work, std::vector<int>& learnabl
         learnable.push_back(h);
         isLearnable[static_cast<size_t>(h)] = 1;
         VEK_nodeDef* def = work.GetDef(h);
-        if (uniformize_) {
-            def->MakeUniform();
-        } else if (randomize_) {
-            def->MakeRandom(run.gen);
+        // Only tables reach here (the node check refuses the rest unless
+        // fixed), but a start that cannot be set must not pass unnoticed.
+        const int res = uniformize_ ? def->MakeUniform() : randomize_ ? def->MakeRandom(run.gen) : VEK_OKAY;
+        if (res < 0) {
+            return run.net.Logger().VLogError(res, "EM: the start parameters of node '%s' could not be set",
+                                              work.GetNodeId(h));
         }
         priors.push_back(def->GetDefinition());
     }
+    return VEK_OKAY;
 }
 
 // Stops when the log-likelihood no longer grows by a relative 1e-4 (or is
@@ -230,12 +233,13 @@ int VEK_em::ExpMaxUntilConverged(Run& run, double* bestScore) {
     std::vector<int> learnable;
     std::vector<char> isLearnable;
     std::vector<VEK_Dmatrix> priors;
-    StartTables(run, work, learnable, isLearnable, priors);
+    int res = StartTables(run, work, learnable, isLearnable, priors);
+    if (res != VEK_OKAY) return res;
 
     std::vector<int> matched;
     for (const VEK_datasetMatch& m : run.matching) matched.push_back(m.node);
     VEK_expectedCounts counts;
-    int res = counts.Init(work, matched, run.records.complete, isLearnable);
+    res = counts.Init(work, matched, run.records.complete, isLearnable);
     if (res != VEK_OKAY) return res;
 
     double previous = 0.0;

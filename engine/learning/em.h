@@ -52,8 +52,8 @@ private:
     bool CanCount(const Run& run) const;
     int Count(Run& run, double* score);
     int RandomRestarts(Run& run, double* best);
-    void StartTables(Run& run, VEK_network& work, std::vector<int>& learnable, std::vector<char>& isLearnable,
-                     std::vector<VEK_Dmatrix>& priors);
+    [[nodiscard]] int StartTables(Run& run, VEK_network& work, std::vector<int>& learnable,
+                                  std::vector<char>& isLearnable, std::vector<VEK_Dmatrix>& priors);
     static bool Converged(double previous, double ll);
     int ExpMaxUntilConverged(Run& run, double* bestScore);
 

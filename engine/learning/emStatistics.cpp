@@ -265,7 +265,7 @@ int VEK_emStatistics::Init(const VEK_network& net, const std::vector<int>& fixed
     size_ = 0;
     work_ = std::make_unique<VEK_network>(net);
     VEK_network& work = *work_;
-    work.SetUpdateImmediate(false);
+    (void)work.SetUpdateImmediate(false);  // turning immediate updating off cannot fail
     work.EnableRelevance(relevance);
     work.ClearAllEvidence();
     work.ClearAllTargets();

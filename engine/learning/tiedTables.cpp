@@ -99,7 +99,7 @@ int VEK_tiedTables::Init(const VEK_network& net, const std::vector<char>& fixed,
             return log.LogError(res, ("EM: the network could not be unrolled: " + std::string(why ? why : "")).c_str());
         }
     }
-    work_.SetUpdateImmediate(false);
+    (void)work_.SetUpdateImmediate(false);  // turning immediate updating off cannot fail
     work_.EnableRelevance(relevance);
     work_.ClearAllEvidence();
     work_.ClearAllTargets();

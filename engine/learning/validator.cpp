@@ -151,12 +151,12 @@ struct BlanketPlan {
 // record updated.
 int VEK_validator::Predict(VEK_network& work, const std::vector<int>& records) {
     const size_t n = static_cast<size_t>(data_.GetNumberOfRecords());
-    work.SetUpdateImmediate(false);
+    (void)work.SetUpdateImmediate(false);  // turning immediate updating off cannot fail
     work.ClearAllEvidence();
     work.ClearAllTargets();
     std::vector<bool> isClass(matching_.size(), false);
     for (int c : classNodes_) {
-        work.SetTarget(c, true);
+        (void)work.SetTarget(c, true);  // targets were cleared above
         for (size_t k = 0; k < matching_.size(); ++k) isClass[k] = isClass[k] || matching_[k].node == c;
     }
     std::vector<int> column(static_cast<size_t>(work.GetSlotCount()), -1);

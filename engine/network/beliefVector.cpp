@@ -87,7 +87,7 @@ int VEK_beliefVector::ClearVirtualEvidence() {
     ClearFlags(VEK_VALUE_VIRTUAL | VEK_VALUE_VALID);
     SetStamp(0);
     ResetResult();
-    Network().RelevanceVirtualEvidenceCleared(Handle());
+    (void)Network().RelevanceVirtualEvidenceCleared(Handle());  // the node's own handle is valid
     return VEK_OKAY;
 }
 

@@ -15,19 +15,19 @@ public:
     VEK_nodeVal* Clone(VEK_network& net) const override;
     int GetType() const override { return VEK_BELIEFVECTOR; }
 
-    int GetVirtualEvidence(std::vector<double>& out) const override;
-    int GetVirtualEvidence(VEK_doubleArray& out) const override;
-    int SetVirtualEvidence(const std::vector<double>& values) override;
-    int SetVirtualEvidence(const VEK_doubleArray& values) override;
-    int ClearVirtualEvidence() override;
+    [[nodiscard]] int GetVirtualEvidence(std::vector<double>& out) const override;
+    [[nodiscard]] int GetVirtualEvidence(VEK_doubleArray& out) const override;
+    [[nodiscard]] int SetVirtualEvidence(const std::vector<double>& values) override;
+    [[nodiscard]] int SetVirtualEvidence(const VEK_doubleArray& values) override;
+    [[nodiscard]] int ClearVirtualEvidence() override;
     void InitXform(VEK_valXformContext& ctx) const override;
 
     bool IsControllable() const override;
-    int ControlValue(int outcome) override;
-    int ClearControlledValue() override;
+    [[nodiscard]] int ControlValue(int outcome) override;
+    [[nodiscard]] int ClearControlledValue() override;
 
 private:
-    int DoSetVirtualEvidence(const double* values, int count);
+    [[nodiscard]] int DoSetVirtualEvidence(const double* values, int count);
 
     // One likelihood per outcome; empty unless virtual evidence is set.
     std::vector<double> virtual_;

@@ -103,7 +103,10 @@ int VEK_caseManager::ApplyToNetwork(int i, VEK_network& net) const {
         if (res < 0 && first == VEK_OKAY) first = res;
     }
     net.ClearAllTargets();
-    for (int t : c->targets) net.SetTarget(t, true);
+    for (int t : c->targets) {
+        const int res = net.SetTarget(t, true);
+        if (res < 0 && first == VEK_OKAY) first = res;
+    }
     return first;
 }
 

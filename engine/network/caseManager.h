@@ -32,7 +32,7 @@ struct VEK_case {
 
     int FindEvidence(int node, int slice = -1) const;
     int SetEvidence(const VEK_caseEvidence& item);  // replaces an item of the same node and slice
-    int DeleteEvidence(int node);                   // all items of the node; -2 when none
+    [[nodiscard]] int DeleteEvidence(int node);                   // all items of the node; -2 when none
 };
 
 class VEK_caseManager {
@@ -43,16 +43,16 @@ public:
     const VEK_case* Get(int i) const { return IsValid(i) ? &cases_[i] : nullptr; }
     int Find(const char* name) const;  // index or -2
     // Returns the new index; -2 for an empty or duplicated name.
-    int Add(const char* name);
-    int Delete(int i);
+    [[nodiscard]] int Add(const char* name);
+    [[nodiscard]] int Delete(int i);
     void DeleteAll() { cases_.clear(); }
-    int SetName(int i, const char* name);
+    [[nodiscard]] int SetName(int i, const char* name);
 
     // A deleted node disappears from every case.
     void OnNodeDeleted(int handle);
     // Applies a case's evidence and targets to a network / stores a network's.
-    int ApplyToNetwork(int i, VEK_network& net) const;
-    int SaveFromNetwork(int i, const VEK_network& net);
+    [[nodiscard]] int ApplyToNetwork(int i, VEK_network& net) const;
+    [[nodiscard]] int SaveFromNetwork(int i, const VEK_network& net);
 
     bool IsSyncEnabled() const { return sync_; }
     void EnableSync(bool on) { sync_ = on; }

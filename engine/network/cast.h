@@ -19,12 +19,12 @@ public:
 
     double GetBaseline() const { return GetPriorValue(); }
     // In [0, 1]; -2 otherwise.
-    int SetBaseline(double baseline) { return SetPriorChecked(baseline); }
-    int SetPositiveWeights(const VEK_doubleArray& weights) { return SetSlotChecked(0, weights); }
-    int SetNegativeWeights(const VEK_doubleArray& weights) { return SetSlotChecked(1, weights); }
+    [[nodiscard]] int SetBaseline(double baseline) { return SetPriorChecked(baseline); }
+    [[nodiscard]] int SetPositiveWeights(const VEK_doubleArray& weights) { return SetSlotChecked(0, weights); }
+    [[nodiscard]] int SetNegativeWeights(const VEK_doubleArray& weights) { return SetSlotChecked(1, weights); }
     // -2 for a bad index.
-    int GetWeight(int parentIndex, bool positive, double& weight) const;
-    int SetWeight(int parentIndex, bool positive, double weight) {
+    [[nodiscard]] int GetWeight(int parentIndex, bool positive, double& weight) const;
+    [[nodiscard]] int SetWeight(int parentIndex, bool positive, double weight) {
         return SetWeightChecked(positive ? 0 : 1, parentIndex, weight);
     }
 

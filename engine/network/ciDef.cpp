@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "inference/randGen.h"
+#include "network/network.h"
 #include "network/nodeXformContext.h"
 #include "network/status.h"
 #include "network/tableDef.h"
@@ -120,7 +121,8 @@ int VEK_ciDef::SetConstrainedColumn(int column, int outcome) {
 
 void VEK_ciDef::FixConstrainedColumns() {
     const int outcome = GetConstrainedOutcome();
-    for (int j = 0; j < parentSizes_.GetSize(); ++j) SetConstrainedColumn(GetConstrainedColumn(j), outcome);
+    // Column and outcome come from this definition: the calls cannot fail.
+    for (int j = 0; j < parentSizes_.GetSize(); ++j) (void)SetConstrainedColumn(GetConstrainedColumn(j), outcome);
 }
 
 // ---------------------------------------------------------------- weights
@@ -219,16 +221,18 @@ int VEK_ciDef::MakeRandom(VEK_randGen& gen) {
 
 // ---------------------------------------------------------------- column edits
 
-void VEK_ciDef::InsertParentColumn(int parentIndex, int column) {
+int VEK_ciDef::InsertParentColumn(int parentIndex, int column) {
     const int n = GetNumberOfOutcomes();
-    VEK_insertSlices(ciWeights_, 0, column, 1, 0.0);
+    if (const int res = VEK_insertSlices(ciWeights_, 0, column, 1, 0.0); res < 0) return res;
     FillUniform(ciWeights_.Items() + column * n, n);
     ++parentSizes_[parentIndex];
+    return VEK_OKAY;
 }
 
-void VEK_ciDef::DeleteParentColumn(int parentIndex, int column) {
-    VEK_removeSlices(ciWeights_, 0, column, 1);
+int VEK_ciDef::DeleteParentColumn(int parentIndex, int column) {
+    if (const int res = VEK_removeSlices(ciWeights_, 0, column, 1); res < 0) return res;
     --parentSizes_[parentIndex];
+    return VEK_OKAY;
 }
 
 void VEK_ciDef::ReorderParentColumns(int parentIndex, const VEK_intArray& perm) {
@@ -266,7 +270,7 @@ int VEK_ciDef::RemoveParent(int handle) {
     const int pos = StoredParentPosition(handle);
     if (pos < 0) return pos;
     const int base = GetParentColumnBase(pos);
-    VEK_removeSlices(ciWeights_, 0, base, parentSizes_[pos]);
+    if (const int res = VEK_removeSlices(ciWeights_, 0, base, parentSizes_[pos]); res < 0) return res;
     parentSizes_.Delete(pos);
     OnParentDeleted(pos);
     Invalidate();
@@ -300,14 +304,18 @@ int VEK_ciDef::OnParentReorder(const VEK_intArray& order) {
 void VEK_ciDef::AfterInsertOutcome(int position) {
     // The new outcome has weight 0 in every column; the columns stay
     // distributions.
-    VEK_insertSlices(ciWeights_, 1, position, 1, 0.0);
+    if (const int res = VEK_insertSlices(ciWeights_, 1, position, 1, 0.0); res < 0) {
+        Network().Logger().LogError(res, "The weights could not take the new outcome");
+    }
     OnOwnOutcomeInserted(position);
     FixConstrainedColumns();
     Invalidate();
 }
 
 void VEK_ciDef::AfterRemoveOutcome(int position) {
-    VEK_removeSlices(ciWeights_, 1, position, 1);
+    if (const int res = VEK_removeSlices(ciWeights_, 1, position, 1); res < 0) {
+        Network().Logger().LogError(res, "The weights could not drop the outcome");
+    }
     // Unlike a CPT the weights are renormalised at once: a CI column that
     // is not a distribution has no meaning in the combination.
     ciWeights_.Normalize();

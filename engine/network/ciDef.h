@@ -23,9 +23,9 @@ public:
     VEK_ciDef(const VEK_ciDef& other) = default;
 
     // ---- graph: the CI matrix follows the parents ----
-    int AddParent(int handle) override;
-    int RemoveParent(int handle) override;
-    int OnParentReorder(const VEK_intArray& order) override;
+    [[nodiscard]] int AddParent(int handle) override;
+    [[nodiscard]] int RemoveParent(int handle) override;
+    [[nodiscard]] int OnParentReorder(const VEK_intArray& order) override;
 
     // ---- own outcomes: a row in every column, then the constraints ----
     void AfterInsertOutcome(int position) override;
@@ -34,8 +34,8 @@ public:
     void AfterOutcomeCountChanged() override;
 
     // Free columns only; the constrained ones keep their fixed form.
-    int MakeUniform() override;
-    int MakeRandom(VEK_randGen& gen) override;
+    [[nodiscard]] int MakeUniform() override;
+    [[nodiscard]] int MakeRandom(VEK_randGen& gen) override;
 
     const VEK_Dmatrix& GetParameters() const override { return ciWeights_; }
     VEK_Dmatrix& GetWriteableParameters() override { return ciWeights_; }
@@ -47,18 +47,18 @@ public:
     const VEK_Dmatrix& GetCiWeights() const { return ciWeights_; }
     // Checked replacement: size (-2), every item in [0, 1] and every free
     // column summing to 1 (-2). The constrained columns are rewritten.
-    int SetCiWeights(const VEK_doubleArray& items);
-    int SetCiWeights(const VEK_Dmatrix& weights);
+    [[nodiscard]] int SetCiWeights(const VEK_doubleArray& items);
+    [[nodiscard]] int SetCiWeights(const VEK_Dmatrix& weights);
     // 0 when the item count matches columns x outcomes, else -2.
-    int CheckWeightsDimensions(int itemCount) const;
-    int CheckWeightsDimensions(const VEK_Dmatrix& weights) const { return CheckWeightsDimensions(weights.GetSize()); }
+    [[nodiscard]] int CheckWeightsDimensions(int itemCount) const;
+    [[nodiscard]] int CheckWeightsDimensions(const VEK_Dmatrix& weights) const { return CheckWeightsDimensions(weights.GetSize()); }
     // 0 when weights could be set; otherwise -2 and a message naming the
     // first faulty column.
-    int CheckCiWeightsConsistency(const VEK_Dmatrix& weights, std::string& message) const;
+    [[nodiscard]] int CheckCiWeightsConsistency(const VEK_Dmatrix& weights, std::string& message) const;
     // Sets up the matrix with the given number of columns (parent columns
     // plus the leak), every column uniform, constraints applied. -2 when the
     // count does not fit the parents.
-    int InitWeights(int columns);
+    [[nodiscard]] int InitWeights(int columns);
 
     // ---- structure (as the definition holds it) ----
     int GetNumberOfParents() const { return parentSizes_.GetSize(); }
@@ -82,7 +82,7 @@ public:
     void GetUnconstrainedColumns(VEK_intArray& columns) const;
     void FixConstrainedColumns();
     // 1.0 at outcome (-1: the last), 0.0 elsewhere.
-    int SetConstrainedColumn(int column, int outcome);
+    [[nodiscard]] int SetConstrainedColumn(int column, int outcome);
 
 protected:
     // Per-parent data of the derived classes follows these structure
@@ -98,8 +98,8 @@ protected:
 
     // Inserts a uniform column at column (the parent's size grows by one)
     // or deletes one; both keep the other columns' contents.
-    void InsertParentColumn(int parentIndex, int column);
-    void DeleteParentColumn(int parentIndex, int column);
+    [[nodiscard]] int InsertParentColumn(int parentIndex, int column);
+    [[nodiscard]] int DeleteParentColumn(int parentIndex, int column);
     // Column i of the parent's block becomes old column perm[i] of it.
     void ReorderParentColumns(int parentIndex, const VEK_intArray& perm);
     // Position of a parent handle within the stored structure, or -2.
@@ -107,7 +107,7 @@ protected:
     // Parent outcome counts in the order of the table's dimensions.
     const VEK_intArray& ParentSizes() const { return parentSizes_; }
     // Validates a matrix of the CI layout item by item.
-    int ValidateWeights(const double* items, int count, std::string* message) const;
+    [[nodiscard]] int ValidateWeights(const double* items, int count, std::string* message) const;
     // Outcome count of a parent of the network; 1 for parents without
     // discrete outcomes (only the constrained column).
     int SafeParentOutcomeCount(int handle) const;

@@ -8,7 +8,7 @@
 
 VEK_cpt::VEK_cpt(VEK_network& net, int handle) : VEK_tableDef(net, handle) {
     Table().SetSingleDimension(GetNumberOfOutcomes());
-    VEK_cpt::MakeUniform();
+    (void)VEK_cpt::MakeUniform();  // a table of a node with outcomes cannot refuse
 }
 
 VEK_cpt::VEK_cpt(const VEK_nodeXformContext& ctx) : VEK_tableDef(*ctx.net, ctx.handle) {
@@ -19,7 +19,7 @@ VEK_cpt::VEK_cpt(const VEK_nodeXformContext& ctx) : VEK_tableDef(*ctx.net, ctx.h
         Table() = *ctx.table;
     } else {
         Table().Setup(dims);
-        VEK_cpt::MakeUniform();
+        (void)VEK_cpt::MakeUniform();  // a table of a node with outcomes cannot refuse
     }
 }
 
@@ -44,12 +44,16 @@ int VEK_cpt::GetColumnCount() const {
 
 void VEK_cpt::AfterInsertOutcome(int position) {
     // The new outcome has probability 0 everywhere; columns still sum to 1.
-    VEK_insertSlices(Table(), Table().GetNumberOfDimensions() - 1, position, 1, 0.0);
+    if (const int res = VEK_insertSlices(Table(), Table().GetNumberOfDimensions() - 1, position, 1, 0.0); res < 0) {
+        Network().Logger().LogError(res, "The table could not take the new outcome");
+    }
 }
 
 void VEK_cpt::AfterRemoveOutcome(int position) {
     // Deliberately not renormalised: the caller sets the new values.
-    VEK_removeSlices(Table(), Table().GetNumberOfDimensions() - 1, position, 1);
+    if (const int res = VEK_removeSlices(Table(), Table().GetNumberOfDimensions() - 1, position, 1); res < 0) {
+        Network().Logger().LogError(res, "The table could not drop the outcome");
+    }
 }
 
 void VEK_cpt::AfterReorderOutcomes(const VEK_intArray& order) {
@@ -67,7 +71,7 @@ void VEK_cpt::AfterOutcomeCountChanged() {
     }
     Table().Setup(dims);
     // Not the virtual one: a truth table makes its columns deterministic after.
-    VEK_cpt::MakeUniform();
+    (void)VEK_cpt::MakeUniform();  // a table of a node with outcomes cannot refuse
 }
 
 // ---------------------------------------------------------------- contents

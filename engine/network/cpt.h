@@ -18,8 +18,8 @@ public:
     int GetType() const override { return VEK_CPT; }
     const char* GetTypeName() const override { return "CPT"; }
 
-    int MakeUniform() override;
-    int MakeRandom(VEK_randGen& gen) override;
+    [[nodiscard]] int MakeUniform() override;
+    [[nodiscard]] int MakeRandom(VEK_randGen& gen) override;
 
     void InitXform(VEK_nodeXformContext& ctx) const override;
 

@@ -19,14 +19,14 @@ public:
     const char* GetTypeName() const override { return "LIST"; }
     const char* GetOutcomePrefix() const override { return "Choice"; }
 
-    int AddParent(int) override { return VEK_OKAY; }
-    int RemoveParent(int) override { return VEK_OKAY; }
-    int OnParentOutcomeAdd(int, int) override { return VEK_OKAY; }
-    int OnParentOutcomeRemove(int, int) override { return VEK_OKAY; }
-    int OnParentOutcomeReorder(int, const VEK_intArray&) override { return VEK_OKAY; }
-    int OnParentReorder(const VEK_intArray&) override { return VEK_OKAY; }
+    [[nodiscard]] int AddParent(int) override { return VEK_OKAY; }
+    [[nodiscard]] int RemoveParent(int) override { return VEK_OKAY; }
+    [[nodiscard]] int OnParentOutcomeAdd(int, int) override { return VEK_OKAY; }
+    [[nodiscard]] int OnParentOutcomeRemove(int, int) override { return VEK_OKAY; }
+    [[nodiscard]] int OnParentOutcomeReorder(int, const VEK_intArray&) override { return VEK_OKAY; }
+    [[nodiscard]] int OnParentReorder(const VEK_intArray&) override { return VEK_OKAY; }
     // Informational parents are always needed.
-    int IsParentNecessary(int parent, double epsilon, bool& necessary) const override;
+    [[nodiscard]] int IsParentNecessary(int parent, double epsilon, bool& necessary) const override;
 
     void AfterOutcomeCountChanged() override {}
 

@@ -17,16 +17,16 @@ public:
     VEK_nodeDef* Clone(VEK_network& net) const override;
     int GetType() const override { return VEK_DEMORGAN; }
     const char* GetTypeName() const override { return "DEMORGAN"; }
-    int DoCopyParameters(const VEK_nodeDef& other) override;
+    [[nodiscard]] int DoCopyParameters(const VEK_nodeDef& other) override;
 
     double GetPriorBelief() const { return GetPriorValue(); }
     // In [0, 1]; -2 otherwise.
-    int SetPriorBelief(double prior) { return SetPriorChecked(prior); }
+    [[nodiscard]] int SetPriorBelief(double prior) { return SetPriorChecked(prior); }
     // Parent weights (SetParentWeight(s)) are in [0, 1]. Types are 0..3;
     // -2 for a bad index or type.
     int GetParentType(int parentIndex) const;
-    int SetParentType(int parentIndex, int type);
-    int SetParentTypes(const VEK_intArray& types);
+    [[nodiscard]] int SetParentType(int parentIndex, int type);
+    [[nodiscard]] int SetParentTypes(const VEK_intArray& types);
     const VEK_intArray& GetParentTypes() const { return types_; }
     // File keywords "inhibitor", "requirement", "cause", "barrier".
     static const char* ParentTypeName(int type);

@@ -33,18 +33,18 @@ public:
     // Outcome operations; each runs inside one network update scope and
     // notifies, in order: the definition's own hook, the network, every child,
     // then relevance bookkeeping.
-    int AddOutcome(const char* id) override;
-    int InsertOutcome(int position, const char* id) override;
-    int RemoveOutcome(int position) override;
+    [[nodiscard]] int AddOutcome(const char* id) override;
+    [[nodiscard]] int InsertOutcome(int position, const char* id) override;
+    [[nodiscard]] int RemoveOutcome(int position) override;
     int GetNumberOfOutcomes() const override { return outcomeIds_.GetSize(); }
-    int RenameOutcome(int position, const char* id) override;
-    int RenameOutcomes(const VEK_idArray& ids) override;
-    int RenameOutcomes(const std::vector<std::string>& ids) override;
+    [[nodiscard]] int RenameOutcome(int position, const char* id) override;
+    [[nodiscard]] int RenameOutcomes(const VEK_idArray& ids) override;
+    [[nodiscard]] int RenameOutcomes(const std::vector<std::string>& ids) override;
     const VEK_idArray* GetOutcomeIds() const override { return &outcomeIds_; }
-    int SetNumberOfOutcomes(int count) override;
-    int SetNumberOfOutcomes(const VEK_idArray& ids) override;
-    int ChangeOrderOfOutcomes(const VEK_intArray& order) override;
-    int ChangeOrderOfOutcomesWithAddAndRemove(const VEK_idArray& ids, const VEK_intArray& order);
+    [[nodiscard]] int SetNumberOfOutcomes(int count) override;
+    [[nodiscard]] int SetNumberOfOutcomes(const VEK_idArray& ids) override;
+    [[nodiscard]] int ChangeOrderOfOutcomes(const VEK_intArray& order) override;
+    [[nodiscard]] int ChangeOrderOfOutcomesWithAddAndRemove(const VEK_idArray& ids, const VEK_intArray& order);
     int GetDiscreteOutcomeCount() const override { return GetNumberOfOutcomes(); }
     int FindOutcome(const char* id) const { return outcomeIds_.FindPosition(id); }
 
@@ -57,34 +57,34 @@ public:
 
     // Intervals and point values.
     bool HasIntervals() const { return !intervals_.empty(); }
-    int SetIntervals(const std::vector<double>& edges, bool adjustCount = true);
+    [[nodiscard]] int SetIntervals(const std::vector<double>& edges, bool adjustCount = true);
     const std::vector<double>& GetIntervals() const { return intervals_; }
-    int GetInterval(int outcome, double& lo, double& hi) const;
+    [[nodiscard]] int GetInterval(int outcome, double& lo, double& hi) const;
     void RemoveIntervals() { intervals_.clear(); }
     bool HasPointValues() const { return !pointValues_.empty(); }
-    int SetPointValues(const std::vector<double>& values);
+    [[nodiscard]] int SetPointValues(const std::vector<double>& values);
     const std::vector<double>& GetPointValues() const { return pointValues_; }
     void RemovePointValues() { pointValues_.clear(); }
-    int GetPointValue(int outcome, double& value) const;
+    [[nodiscard]] int GetPointValue(int outcome, double& value) const;
     int PointValueToOutcomeIndex(double value) const;
     int Discretize(double value) const;
-    int SamplePoint(int outcome, VEK_randGen& gen, double& value) const;
-    int GetMean(const double* distribution, double& mean) const;
-    int GetStdDev(const double* distribution, double& sd) const;
+    [[nodiscard]] int SamplePoint(int outcome, VEK_randGen& gen, double& value) const;
+    [[nodiscard]] int GetMean(const double* distribution, double& mean) const;
+    [[nodiscard]] int GetStdDev(const double* distribution, double& sd) const;
 
     // Per-outcome extras (empty, -1 or false without the extension).
     const char* GetOutcomeLabel(int outcome) const;
     const char* GetOutcomeComment(int outcome) const;
     const char* GetOutcomeFix(int outcome) const;
-    int GetOutcomeDocumentation(int outcome, std::vector<std::string>& titles, std::vector<std::string>& paths) const;
+    [[nodiscard]] int GetOutcomeDocumentation(int outcome, std::vector<std::string>& titles, std::vector<std::string>& paths) const;
     bool IsFaultOutcome(int outcome) const;
     int GetDefaultOutcome() const { return ext_ ? ext_->defaultOutcome : -1; }
-    int SetOutcomeLabel(int outcome, const char* text);
-    int SetOutcomeComment(int outcome, const char* text);
-    int SetOutcomeFix(int outcome, const char* text);
-    int SetOutcomeDocumentation(int outcome, const std::vector<std::string>& titles, const std::vector<std::string>& paths);
-    int SetFaultOutcome(int outcome, bool fault);
-    int SetDefaultOutcome(int outcome);
+    [[nodiscard]] int SetOutcomeLabel(int outcome, const char* text);
+    [[nodiscard]] int SetOutcomeComment(int outcome, const char* text);
+    [[nodiscard]] int SetOutcomeFix(int outcome, const char* text);
+    [[nodiscard]] int SetOutcomeDocumentation(int outcome, const std::vector<std::string>& titles, const std::vector<std::string>& paths);
+    [[nodiscard]] int SetFaultOutcome(int outcome, bool fault);
+    [[nodiscard]] int SetDefaultOutcome(int outcome);
     const VEK_discDefExtension* GetExtension() const { return ext_.get(); }
 
     void InitXform(VEK_nodeXformContext& ctx) const override;
@@ -96,16 +96,16 @@ protected:
     void InitDefaultOutcomeIds(int count);
     // Steps the count by adding or removing outcomes at the end, one at a
     // time, so that every child follows each step.
-    int SetNumberOfOutcomesWithAddAndRemove(int count);
+    [[nodiscard]] int SetNumberOfOutcomesWithAddAndRemove(int count);
     VEK_idArray& MutableOutcomeIds() { return outcomeIds_; }
     VEK_discDefExtension& Extension();
     bool ValidOutcome(int k) const { return k >= 0 && k < GetNumberOfOutcomes(); }
 
 private:
     // The network, the children and relevance after an own outcome change.
-    int NotifyOutcomeInserted(int position);
-    int NotifyOutcomeRemoved(int position);
-    int NotifyOutcomesReordered(const VEK_intArray& order);
+    [[nodiscard]] int NotifyOutcomeInserted(int position);
+    [[nodiscard]] int NotifyOutcomeRemoved(int position);
+    [[nodiscard]] int NotifyOutcomesReordered(const VEK_intArray& order);
     // Sets the ids of a node without children and resets the table.
     void ReplaceOutcomes(const VEK_idArray& ids);
     bool NodeIsInNetwork() const;

@@ -159,7 +159,7 @@ int VEK_discVal::ClearEvidence() {
         asNumber_ = false;
         vectorPending_ = false;
         ResetResult();
-        Network().RelevanceEvidenceCleared(Handle());
+        (void)Network().RelevanceEvidenceCleared(Handle());  // the node's own handle is valid
         return VEK_OKAY;
     }
     if (HasFlag(VEK_VALUE_VIRTUAL)) {
@@ -213,7 +213,7 @@ int VEK_discVal::ClearPropagatedEvidence() {
     asNumber_ = false;
     vectorPending_ = false;
     ResetResult();
-    Network().RelevancePropagatedEvidenceCleared(Handle());
+    (void)Network().RelevancePropagatedEvidenceCleared(Handle());  // the node's own handle is valid
     return VEK_OKAY;
 }
 
@@ -245,7 +245,7 @@ void VEK_discVal::RestoreSaved(const SavedEvidence& saved) {
             }
             break;
         case VEK_VALUE_PROPAGATED:
-            DoSetPropagatedEvidence(saved.outcome, saved.asNumber, saved.number);
+            (void)DoSetPropagatedEvidence(saved.outcome, saved.asNumber, saved.number);  // accepted before
             break;
         case VEK_VALUE_VIRTUAL:
             SetVirtualEvidence(saved.virtualEvidence);

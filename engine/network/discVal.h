@@ -23,17 +23,17 @@ public:
     VEK_Dmatrix* GetWriteableMatrix() override;
 
     int GetEvidence() const override;
-    int GetEvidence(double& value) const override;
+    [[nodiscard]] int GetEvidence(double& value) const override;
     const char* GetEvidenceId() const override;
-    int SetEvidence(double value) override;
-    int SetEvidence(int outcome) override;
-    int SetEvidence(const char* outcomeId) override;
-    int ClearEvidence() override;
-    int ClearPropagatedEvidence() override;
-    int SetPropagatedEvidence(int outcome) override;
-    int SetPropagatedEvidence(double value) override;
-    int GetMean(double& mean) const override;
-    int GetStdDev(double& sd) const override;
+    [[nodiscard]] int SetEvidence(double value) override;
+    [[nodiscard]] int SetEvidence(int outcome) override;
+    [[nodiscard]] int SetEvidence(const char* outcomeId) override;
+    [[nodiscard]] int ClearEvidence() override;
+    [[nodiscard]] int ClearPropagatedEvidence() override;
+    [[nodiscard]] int SetPropagatedEvidence(int outcome) override;
+    [[nodiscard]] int SetPropagatedEvidence(double value) override;
+    [[nodiscard]] int GetMean(double& mean) const override;
+    [[nodiscard]] int GetStdDev(double& sd) const override;
     void InitXform(VEK_valXformContext& ctx) const override;
 
     void OnOutcomeInsert(int k) override;
@@ -47,8 +47,8 @@ public:
     int GetNumberOfOutcomes() const;
 
 protected:
-    int DoSetEvidence(int outcome, bool asNumber, double number = 0.0);
-    int DoSetPropagatedEvidence(int outcome, bool asNumber, double number = 0.0);
+    [[nodiscard]] int DoSetEvidence(int outcome, bool asNumber, double number = 0.0);
+    [[nodiscard]] int DoSetPropagatedEvidence(int outcome, bool asNumber, double number = 0.0);
     void ResetResult() override { matrix_.Clear(); }
 
     // Evidence of any kind, kept so that an operation refused by the network

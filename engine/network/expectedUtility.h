@@ -12,7 +12,7 @@ bool VEK_utilityRange(const VEK_Dmatrix& m, double& lo, double& hi);
 // the source range is first widened to cover the matrix's own items. An empty
 // source range sets every item to newHi. Undefined entries stay as they are.
 // -4, nothing changed, for a bound that is not a finite number.
-int VEK_normalizeUtilities(VEK_Dmatrix& m, double lo, double hi, double newLo, double newHi);
+[[nodiscard]] int VEK_normalizeUtilities(VEK_Dmatrix& m, double lo, double hi, double newLo, double newHi);
 
 // Sizes an empty utility matrix to the value's indexing parents' outcome
 // counts followed by a dimension of one; a matrix with items is left alone.
@@ -34,7 +34,7 @@ public:
     // Over the defined items; 0 when there are none.
     double GetMinimumUtility() const;
     double GetMaximumUtility() const;
-    int NormalizeExpectedUtilities(double lo, double hi, double newLo, double newHi);
+    [[nodiscard]] int NormalizeExpectedUtilities(double lo, double hi, double newLo, double newHi);
 
 protected:
     void ResetResult() override { matrix_.Clear(); }

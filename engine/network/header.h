@@ -20,7 +20,7 @@ public:
     bool HasComment() const { return hasComment_; }
 
     // Only a valid identifier is accepted (-30 otherwise).
-    virtual int SetId(const char* id);
+    [[nodiscard]] virtual int SetId(const char* id);
     int SetName(const char* name);
     int SetComment(const char* comment);
 
@@ -41,7 +41,7 @@ class VEK_network;
 class VEK_nodeHeader : public VEK_header {
 public:
     VEK_nodeHeader(VEK_network& net, int handle, const char* id) : VEK_header(id), net_(&net), handle_(handle) {}
-    int SetId(const char* id) override;
+    [[nodiscard]] int SetId(const char* id) override;
     // Used by the network once it has approved the change.
     void ForceId(const char* id) { AssignId(id); }
     void Rebind(VEK_network& net) { net_ = &net; }

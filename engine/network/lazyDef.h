@@ -18,7 +18,7 @@ public:
     // The computed table, brought up to date first.
     const VEK_Dmatrix* GetMatrix() const override;
     // Computes the table from the parameters into CptMatrix().
-    virtual int CalculateCpt() = 0;
+    [[nodiscard]] virtual int CalculateCpt() = 0;
 
     void Invalidate() { valid_ = false; }
     bool IsCptValid() const { return valid_; }

@@ -61,7 +61,7 @@ public:
     void Clear() { codes_.clear(); messages_.clear(); }
 
     void RedirectToFile(FILE* file, const char* format = nullptr, bool owned = false);
-    int RedirectToFile(const char* path, const char* format = nullptr);
+    [[nodiscard]] int RedirectToFile(const char* path, const char* format = nullptr);
     void RedirectToLogger(VEK_logger* target);
     void Redirect(VEK_loggerRedirect* redirect);  // takes ownership; null removes
     bool IsRedirected() const { return redirect_ != nullptr; }

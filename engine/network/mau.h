@@ -27,27 +27,27 @@ public:
     int GetType() const override { return VEK_MAU; }
     const char* GetTypeName() const override { return "MAU"; }
 
-    int AddParent(int handle) override;
-    int RemoveParent(int handle) override;
-    int OnParentReorder(const VEK_intArray& order) override;
-    int IsParentNecessary(int parent, double epsilon, bool& necessary) const override;
+    [[nodiscard]] int AddParent(int handle) override;
+    [[nodiscard]] int RemoveParent(int handle) override;
+    [[nodiscard]] int OnParentReorder(const VEK_intArray& order) override;
+    [[nodiscard]] int IsParentNecessary(int parent, double epsilon, bool& necessary) const override;
 
     // Every weight becomes 1.0.
-    int MakeUniform() override;
+    [[nodiscard]] int MakeUniform() override;
 
-    int DoCopyParameters(const VEK_nodeDef& other) override;
+    [[nodiscard]] int DoCopyParameters(const VEK_nodeDef& other) override;
 
     const VEK_Dmatrix& GetWeights() const { return Table(); }
     // -2 when the count differs from the table's.
-    int SetWeights(const std::vector<double>& weights) { return SetDefinition(weights); }
+    [[nodiscard]] int SetWeights(const std::vector<double>& weights) { return SetDefinition(weights); }
     // Utility and MAU parents, in parent order: the last dimension's entries.
     const VEK_intArray& GetUtilityParents() const { return utilityParents_; }
     // The weight of a utility parent for one combination of the decision
     // parents (given as linear column index).
-    int GetWeight(int column, int utilityParent, double& weight) const;
+    [[nodiscard]] int GetWeight(int column, int utilityParent, double& weight) const;
 
     const std::vector<std::string>& GetExpressions() const { return expressions_; }
-    int SetExpressions(const std::vector<std::string>& expressions);
+    [[nodiscard]] int SetExpressions(const std::vector<std::string>& expressions);
 
 protected:
     // Decision parents have the dimensions, in parent order; -51 for a

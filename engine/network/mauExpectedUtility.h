@@ -15,5 +15,5 @@ public:
     // Combines the parents' expected utilities through the definition's
     // expressions; needs the expression evaluator, so it is refused (-51)
     // and the matrix is left as it is.
-    int CalculateMAU();
+    [[nodiscard]] int CalculateMAU();
 };

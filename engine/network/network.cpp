@@ -92,7 +92,7 @@ int VEK_network::AddNode(int type, const char* id) {
         if (!(options_ & VEK_OPT_DUPLICATE_IDS) && IsThisIdentifierInUse(id, -1)) return VEK_OUT_OF_RANGE;
         chosen = id;
     } else {
-        CreateUniqueNodeIdentifier(chosen, -1);
+        if (const int res = CreateUniqueNodeIdentifier(chosen, -1); res < 0) return res;
     }
 
     int handle;
@@ -138,13 +138,19 @@ int VEK_network::RemoveNodeSlot(int handle) {
     orderValid_ = false;
     if (dynamic_) dynamic_->OnNodeDeleting(handle);
     VEK_node* node = nodes_[handle].get();
-    while (node->Children().GetSize() > 0) RemoveArc(handle, node->Children()[node->Children().GetSize() - 1]);
-    while (node->Parents().GetSize() > 0) RemoveArc(node->Parents()[node->Parents().GetSize() - 1], handle);
+    // A failed removal must stop the loops rather than spin on the same arc.
+    int res = VEK_OKAY;
+    while (node->Children().GetSize() > 0) {
+        if ((res = RemoveArc(handle, node->Children()[node->Children().GetSize() - 1])) < 0) return res;
+    }
+    while (node->Parents().GetSize() > 0) {
+        if ((res = RemoveArc(node->Parents()[node->Parents().GetSize() - 1], handle)) < 0) return res;
+    }
     while (node->CostChildren().GetSize() > 0) {
-        RemoveObservCostArc(handle, node->CostChildren()[node->CostChildren().GetSize() - 1]);
+        if ((res = RemoveObservCostArc(handle, node->CostChildren()[node->CostChildren().GetSize() - 1])) < 0) return res;
     }
     while (node->CostParents().GetSize() > 0) {
-        RemoveObservCostArc(node->CostParents()[node->CostParents().GetSize() - 1], handle);
+        if ((res = RemoveObservCostArc(node->CostParents()[node->CostParents().GetSize() - 1], handle)) < 0) return res;
     }
     if (node->IsTarget()) --targetCount_;
     UnindexNodeId(handle);
@@ -161,7 +167,7 @@ void VEK_network::DeleteAllNodes() {
         if (n) n->Value()->InitIndexingParents();
     }
     for (int h = 0; h < GetSlotCount(); ++h) {
-        if (nodes_[h]) RemoveNodeSlot(h);
+        if (nodes_[h]) (void)RemoveNodeSlot(h);  // removing existing arcs only shrinks tables
     }
     targetCount_ = 0;
 }
@@ -363,7 +369,7 @@ int VEK_network::RemoveArc(int parent, int child, int arcType) {
     VEK_updateImmediateContext scope(*this);
     orderValid_ = false;
     if (dynamic_) dynamic_->OnArcRemoving(parent, child);
-    c->Definition()->RemoveParent(parent);
+    (void)c->Definition()->RemoveParent(parent);  // an existing parent's dimension can always go
     p->Children().Delete(ci);
     int pi = c->Parents().FindPosition(parent);
     if (pi >= 0) c->Parents().Delete(pi);
@@ -377,7 +383,8 @@ void VEK_network::RemoveAllArcs() {
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (!nodes_[h]) continue;
         while (nodes_[h]->Parents().GetSize() > 0) {
-            RemoveArc(nodes_[h]->Parents()[nodes_[h]->Parents().GetSize() - 1], h);
+            // Removing an existing arc only shrinks tables; stop rather than spin if it ever fails.
+            if (RemoveArc(nodes_[h]->Parents()[nodes_[h]->Parents().GetSize() - 1], h) < 0) return;
         }
     }
 }
@@ -525,7 +532,7 @@ int VEK_network::MarkDescendants(int handle) {
 int VEK_network::GetAncestors(int handle, VEK_intArray& out) {
     if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
     ClearAllMarks();
-    MarkAncestors(handle);
+    (void)MarkAncestors(handle);  // the handle was checked above
     out.Flush();
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (nodes_[h] && (nodes_[h]->Marks() & VEK_MARK_USER)) out.Add(h);
@@ -537,7 +544,7 @@ int VEK_network::GetAncestors(int handle, VEK_intArray& out) {
 int VEK_network::GetDescendants(int handle, VEK_intArray& out) {
     if (!IsValidNode(handle)) return VEK_OUT_OF_RANGE;
     ClearAllMarks();
-    MarkDescendants(handle);
+    (void)MarkDescendants(handle);  // the handle was checked above
     out.Flush();
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (nodes_[h] && (nodes_[h]->Marks() & VEK_MARK_USER)) out.Add(h);
@@ -630,7 +637,7 @@ int VEK_network::AddSubmodel(int parentSubmodel, const char* id) {
         if (!VEK_isValidIdentifier(id)) return VEK_ILLEGAL_IDENTIFIER;
         if (IsThisIdentifierInUse(id, -1)) return VEK_DUPLICATED_IDENTIFIER;
     } else {
-        CreateUniqueSubmodelIdentifier(generated, -1);
+        if (const int res = CreateUniqueSubmodelIdentifier(generated, -1); res < 0) return res;
     }
     return submodels_.CreateSubmodel(parentSubmodel, id, generated);
 }
@@ -639,7 +646,7 @@ int VEK_network::DeleteSubmodel(int handle) {
     if (!submodels_.IsValidSubmodel(handle) || handle == submodels_.GetMainSubmodel()) return VEK_OUT_OF_RANGE;
     int parent = submodels_.GetParent(handle);
     for (auto& n : nodes_) {
-        if (n && n->GetSubmodel() == handle) n->SetSubmodel(parent);
+        if (n && n->GetSubmodel() == handle) (void)n->SetSubmodel(parent);  // the parent submodel is valid
     }
     for (auto& t : textBoxes_) {
         if (t.submodel == handle) t.submodel = parent;

@@ -48,7 +48,7 @@ private:
 class VEK_handleAllocPolicy {
 public:
     virtual ~VEK_handleAllocPolicy() = default;
-    virtual int AllocateHandle(const VEK_network& net, int type, const char* id) = 0;
+    [[nodiscard]] virtual int AllocateHandle(const VEK_network& net, int type, const char* id) = 0;
 };
 
 // Told after every belief update.
@@ -119,11 +119,11 @@ public:
     // ---- files -------------------------------------------------------
     // Picks a reader/writer by format number (1..9) or, for 0, by extension.
     VEK_fileFormat* CreateFileFormat(const char* path, int& format);
-    int ReadFile(const char* path, int format = 0, void* extension = nullptr);
-    int WriteFile(const char* path, int format = 0, void* extension = nullptr);
+    [[nodiscard]] int ReadFile(const char* path, int format = 0, void* extension = nullptr);
+    [[nodiscard]] int WriteFile(const char* path, int format = 0, void* extension = nullptr);
     // Strings always use the XML network format.
-    int ReadString(const char* text, void* extension = nullptr);
-    int WriteString(std::string& out, void* extension = nullptr);
+    [[nodiscard]] int ReadString(const char* text, void* extension = nullptr);
+    [[nodiscard]] int WriteString(std::string& out, void* extension = nullptr);
     void BeginRead() { ++reading_; }
     void EndRead() {
         if (reading_ > 0 && --reading_ == 0) InvalidateAllBeliefs();
@@ -131,8 +131,8 @@ public:
     bool IsReading() const { return reading_ > 0; }
 
     // ---- nodes -------------------------------------------------------
-    int AddNode(int type, const char* id = nullptr);
-    int DeleteNode(int handle);
+    [[nodiscard]] int AddNode(int type, const char* id = nullptr);
+    [[nodiscard]] int DeleteNode(int handle);
     void DeleteAllNodes();
     int FindNode(const char* id) const;
     int GetFirstNode() const;
@@ -141,7 +141,7 @@ public:
     int GetNumberOfNodes() const { return nodeCount_; }
     int GetSlotCount() const { return static_cast<int>(nodes_.size()); }
     int GetAllNodes(VEK_intArray& out) const;
-    int GetAllNodeIds(VEK_stringArray& out) const;
+    [[nodiscard]] int GetAllNodeIds(VEK_stringArray& out) const;
     bool IsValidNode(int handle) const {
         return handle >= 0 && handle < GetSlotCount() && nodes_[handle] != nullptr;
     }
@@ -150,37 +150,37 @@ public:
     VEK_nodeVal* GetVal(int handle) const { return IsValidNode(handle) ? nodes_[handle]->Value() : nullptr; }
     const char* GetNodeId(int handle) const { return IsValidNode(handle) ? nodes_[handle]->GetId() : nullptr; }
     bool IsThisIdentifierInUse(const char* id, int exceptHandle) const;
-    int CreateUniqueNodeIdentifier(std::string& out, int start) const;
-    int CreateUniqueSubmodelIdentifier(std::string& out, int start) const;
+    [[nodiscard]] int CreateUniqueNodeIdentifier(std::string& out, int start) const;
+    [[nodiscard]] int CreateUniqueSubmodelIdentifier(std::string& out, int start) const;
     // Checks and performs a node id change (called through the node header).
-    int ChangeNodeId(int handle, const char* id);
-    int ChangeOrderOfParents(int handle, const VEK_intArray& newOrder);
-    int ChangeNodeType(int handle, int type);
+    [[nodiscard]] int ChangeNodeId(int handle, const char* id);
+    [[nodiscard]] int ChangeOrderOfParents(int handle, const VEK_intArray& newOrder);
+    [[nodiscard]] int ChangeNodeType(int handle, int type);
     void SetHandleAllocPolicy(VEK_handleAllocPolicy* policy) { allocPolicy_ = policy; }
 
     unsigned GetOptions() const { return options_; }
     void SetOptions(unsigned options) { options_ = options; }
 
     // ---- arcs ---------------------------------------------------------
-    int AddArc(int parent, int child, int arcType = 0);
-    int TestAddArc(int parent, int child);
-    int RemoveArc(int parent, int child, int arcType = 0);
+    [[nodiscard]] int AddArc(int parent, int child, int arcType = 0);
+    [[nodiscard]] int TestAddArc(int parent, int child);
+    [[nodiscard]] int RemoveArc(int parent, int child, int arcType = 0);
     void RemoveAllArcs();
-    int ReverseArc(int parent, int child);
+    [[nodiscard]] int ReverseArc(int parent, int child);
     bool Related(int a, int b) const;
     bool IsAcyclic();
     bool RemainsAcyclic(int parent, int child);
-    int GetAncestors(int handle, VEK_intArray& out);
-    int GetDescendants(int handle, VEK_intArray& out);
+    [[nodiscard]] int GetAncestors(int handle, VEK_intArray& out);
+    [[nodiscard]] int GetDescendants(int handle, VEK_intArray& out);
     // Sets VEK_MARK_USER on the ancestors / descendants (not the node itself).
-    int MarkAncestors(int handle);
-    int MarkDescendants(int handle);
+    [[nodiscard]] int MarkAncestors(int handle);
+    [[nodiscard]] int MarkDescendants(int handle);
     void ClearAllMarks();
     const VEK_intArray& PartialOrdering();
-    int OrderPartially(VEK_intArray& out);
+    [[nodiscard]] int OrderPartially(VEK_intArray& out);
     void InvalidatePartialOrder() { orderValid_ = false; }
-    int AddObservCostArc(int parent, int child);
-    int RemoveObservCostArc(int parent, int child);
+    [[nodiscard]] int AddObservCostArc(int parent, int child);
+    [[nodiscard]] int RemoveObservCostArc(int parent, int child);
 
     // ---- header, logger, properties -----------------------------------
     VEK_logger& Logger() { return logger_; }
@@ -201,11 +201,11 @@ public:
     // ---- submodels ------------------------------------------------------
     VEK_submodelHandler& Submodels() { return submodels_; }
     const VEK_submodelHandler& Submodels() const { return submodels_; }
-    int AddSubmodel(int parentSubmodel, const char* id);
-    int DeleteSubmodel(int handle);
-    int SetSubmodelId(int handle, const char* id);
-    int MoveSubmodel(int handle, int newParent);
-    int SetNodeSubmodel(int node, int submodel);
+    [[nodiscard]] int AddSubmodel(int parentSubmodel, const char* id);
+    [[nodiscard]] int DeleteSubmodel(int handle);
+    [[nodiscard]] int SetSubmodelId(int handle, const char* id);
+    [[nodiscard]] int MoveSubmodel(int handle, int newParent);
+    [[nodiscard]] int SetNodeSubmodel(int node, int submodel);
 
     // ---- outcome notifications from definitions --------------------------
     void OnAddOutcome(int handle, int outcome);
@@ -216,18 +216,18 @@ public:
 
     // ---- evidence and targets --------------------------------------------
     int ClearAllEvidence();
-    int SetTarget(int handle, bool on);
+    [[nodiscard]] int SetTarget(int handle, bool on);
     bool IsTarget(int handle) const;
     int ClearAllTargets();
     int GetTargetCount() const { return targetCount_; }
 
     // ---- update cycle ----------------------------------------------------
-    int UpdateBeliefs();
-    int DoUpdateBeliefs();
-    int CallBNAlgorithm();
-    int CallIDAlgorithm();
+    [[nodiscard]] int UpdateBeliefs();
+    [[nodiscard]] int DoUpdateBeliefs();
+    [[nodiscard]] int CallBNAlgorithm();
+    [[nodiscard]] int CallIDAlgorithm();
     int InvalidateAllBeliefs();
-    int SetUpdateImmediate(bool on);
+    [[nodiscard]] int SetUpdateImmediate(bool on);
     bool IsUpdateImmediate() const { return (settings_.flags & VEK_FLAG_UPDATE_IMMEDIATELY) != 0; }
     bool IsUpdating() const { return updating_ != 0; }
     void SetUpdateListener(VEK_updateListener* l) { listener_ = l; }
@@ -239,7 +239,7 @@ public:
     // Probability of the evidence (hard evidence, with virtual evidence as
     // likelihoods and controlled values as interventions): taken from the
     // last update when it computed it, else by its own join-tree run.
-    int ProbEvidence(double& p);
+    [[nodiscard]] int ProbEvidence(double& p);
     // Compiled join trees, stored potentials and the like.
     VEK_inferenceCache& InferenceCache() const { return infCache_.Get(); }
     // Changes a target flag without invalidating beliefs (decompositions set
@@ -249,17 +249,17 @@ public:
     void NodeChanged(int handle);
 
     // Relevance hooks, called whenever the model changes.
-    int RelevanceEvidenceSet(int handle);
-    int RelevanceEvidenceCleared(int handle);
-    int RelevanceVirtualEvidenceSet(int handle);
-    int RelevanceVirtualEvidenceCleared(int handle);
-    int RelevanceContEvidenceChanged(int handle);
+    [[nodiscard]] int RelevanceEvidenceSet(int handle);
+    [[nodiscard]] int RelevanceEvidenceCleared(int handle);
+    [[nodiscard]] int RelevanceVirtualEvidenceSet(int handle);
+    [[nodiscard]] int RelevanceVirtualEvidenceCleared(int handle);
+    [[nodiscard]] int RelevanceContEvidenceChanged(int handle);
     int RelevanceControlValue(int handle);
     int RelevanceClearControlledValue(int handle);
     int RelevanceArcAdded(int parent, int child);
     int RelevanceArcRemoved(int parent, int child);
-    int RelevanceEvidencePropagated(int handle);
-    int RelevancePropagatedEvidenceCleared(int handle);
+    [[nodiscard]] int RelevanceEvidencePropagated(int handle);
+    [[nodiscard]] int RelevancePropagatedEvidenceCleared(int handle);
     int RelevanceDefinitionChanged(int handle, unsigned what);
 
     // Value flags (VEK_VALUE_*) that some node's value may hold: set as
@@ -275,9 +275,9 @@ public:
     int GetDefaultIDAlgorithm() const { return settings_.idAlgorithm; }
     void SetDefaultIDAlgorithm(int id) { if (id == 0 || id == 1) settings_.idAlgorithm = id; }
     int GetNumberOfSamples() const { return settings_.stored.numSamples; }
-    int SetNumberOfSamples(int n);
+    [[nodiscard]] int SetNumberOfSamples(int n);
     int GetNumberOfDiscretizationSamples() const { return settings_.stored.numDiscSamples; }
-    int SetNumberOfDiscretizationSamples(int n);
+    [[nodiscard]] int SetNumberOfDiscretizationSamples(int n);
     unsigned GetFlags() const { return settings_.flags; }
     void SetFlags(unsigned f) { settings_.flags = f; }
     bool IsRelevanceEnabled() const { return (settings_.flags & VEK_FLAG_RELEVANCE) != 0; }
@@ -295,18 +295,18 @@ public:
     int GetRandSeed() const { return settings_.stored.randSeed; }
     void SetRandSeed(int seed) { settings_.stored.randSeed = seed; }
     const VEK_EPISParams& GetEPISParams() const { return settings_.stored.epis; }
-    int SetEPISParams(const VEK_EPISParams& p);
+    [[nodiscard]] int SetEPISParams(const VEK_EPISParams& p);
     const VEK_LBPParams& GetLBPParams() const { return settings_.lbp; }
-    int SetLBPParams(const VEK_LBPParams& p);
+    [[nodiscard]] int SetLBPParams(const VEK_LBPParams& p);
     VEK_AnnealedMAPParams& AnnealedMAPParams() { return settings_.annealedMap; }
     VEK_randGen& GetRandGen() { return randGen_; }
     void RestartRandGen() { randGen_.Init(static_cast<unsigned>(settings_.stored.randSeed)); }
 
     // ---- dynamic networks ------------------------------------------------
     int GetNumberOfSlices() const { return sliceCount_; }
-    int SetNumberOfSlices(int n);
+    [[nodiscard]] int SetNumberOfSlices(int n);
     // -51 when the node's arcs do not allow the type.
-    int SetTemporalType(int handle, int type);
+    [[nodiscard]] int SetTemporalType(int handle, int type);
     // Temporal arcs, temporal definitions and evidence per slice (created on
     // first use; engine/dynamic).
     VEK_dynamicNet& Dynamic();
@@ -319,16 +319,16 @@ public:
 private:
     void CopyFrom(const VEK_network& other);
     // Takes over the model of a network that a reader filled (formats/fileFormat.cpp).
-    int TakeOverReadNetwork(VEK_network& fresh);
-    int ReadThroughSpeaker(const char* path, const char* text, int format, void* extension);
+    [[nodiscard]] int TakeOverReadNetwork(VEK_network& fresh);
+    [[nodiscard]] int ReadThroughSpeaker(const char* path, const char* text, int format, void* extension);
     void OrderVisit(int handle, VEK_intArray& out);
     bool CycleVisit(int handle);
     // Whether target can be reached from source along arcs.
     bool Reaches(int source, int target);
     // Deletes a node without looking at other values' indexing lists.
-    int RemoveNodeSlot(int handle);
+    [[nodiscard]] int RemoveNodeSlot(int handle);
     // Node types and temporal types that allow an arc from parent to child.
-    int ArcTypesAllowed(int parent, int child) const;
+    [[nodiscard]] int ArcTypesAllowed(int parent, int child) const;
     void IndexNodeId(int handle);
     void UnindexNodeId(int handle);
     void RebuildIdIndex();

@@ -82,7 +82,7 @@ bool VEK_network::IsTarget(int handle) const {
 int VEK_network::ClearAllTargets() {
     VEK_updateImmediateContext scope(*this);
     for (auto& n : nodes_) {
-        if (n && n->IsTarget()) SetTarget(n->Handle(), false);
+        if (n && n->IsTarget()) (void)SetTarget(n->Handle(), false);  // a target can always stop being one
     }
     return VEK_OKAY;
 }
@@ -91,6 +91,6 @@ void VEK_network::EndUpdateScope() {
     if (scopeDepth_ > 0) --scopeDepth_;
     if (scopeDepth_ == 0 && scopeDirty_) {
         scopeDirty_ = false;
-        if (IsUpdateImmediate() && !updating_) UpdateBeliefs();
+        if (IsUpdateImmediate() && !updating_) (void)UpdateBeliefs();  // a failure is logged; beliefs stay invalid
     }
 }

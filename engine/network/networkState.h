@@ -29,7 +29,7 @@ public:
     // first (an intervention resets derived state elsewhere), then evidence
     // and virtual evidence in handle order, then propagated evidence that
     // the network did not derive again by itself.
-    int RestoreEvidence();
+    [[nodiscard]] int RestoreEvidence();
 
     int GetFlag() const { return flag_; }
     int GetCount() const { return static_cast<int>(items_.size()); }

@@ -57,11 +57,15 @@ int VEK_node::ChangeType(int type) {
     // Arcs that the new type cannot keep go first.
     for (int i = parents_.GetSize() - 1; i >= 0; --i) {
         int p = parents_[i];
-        if (!VEK_nodeDef::IsArcAllowedForTypes(net.GetDef(p)->GetType(), type)) net.RemoveArc(p, handle_);
+        if (!VEK_nodeDef::IsArcAllowedForTypes(net.GetDef(p)->GetType(), type)) {
+            if (const int res = net.RemoveArc(p, handle_); res < 0) return res;
+        }
     }
     for (int i = children_.GetSize() - 1; i >= 0; --i) {
         int c = children_[i];
-        if (!VEK_nodeDef::IsArcAllowedForTypes(type, net.GetDef(c)->GetType())) net.RemoveArc(handle_, c);
+        if (!VEK_nodeDef::IsArcAllowedForTypes(type, net.GetDef(c)->GetType())) {
+            if (const int res = net.RemoveArc(handle_, c); res < 0) return res;
+        }
     }
 
     VEK_nodeDef* created = def_->Xform(type);

@@ -67,7 +67,7 @@ public:
     const VEK_intArray& CostChildren() const { return costChildren_; }
 
     // Type change: arcs that the new type cannot keep are removed first.
-    int ChangeType(int type);
+    [[nodiscard]] int ChangeType(int type);
     // Replaces the value (used after type changes and by the loaders).
     void ReplaceValue(VEK_nodeVal* val);
     void ReplaceDefinition(VEK_nodeDef* def);
@@ -76,11 +76,11 @@ public:
     void Rebind(VEK_network& net);
 
     int GetSubmodel() const { return submodel_; }
-    int SetSubmodel(int submodelHandle);
+    [[nodiscard]] int SetSubmodel(int submodelHandle);
 
     // Diagnostic attributes.
     int GetDiagType() const { return diagType_; }
-    int SetDiagType(int t);
+    [[nodiscard]] int SetDiagType(int t);
     const char* GetQuestion() const { return question_.c_str(); }
     void SetQuestion(const char* q) { question_ = q ? q : ""; }
     bool IsRanked() const { return ranked_; }
@@ -90,7 +90,7 @@ public:
 
     // Observation cost: one entry per combination of cost parents' outcomes.
     const VEK_Dmatrix& GetCost() const { return cost_; }
-    int SetCost(const std::vector<double>& values);
+    [[nodiscard]] int SetCost(const std::vector<double>& values);
     void RebuildCostTable();
     VEK_Dmatrix& MutableCost() { return cost_; }
 

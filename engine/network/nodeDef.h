@@ -48,39 +48,39 @@ public:
 
     // Graph notifications. The parent-outcome and parent ones fail with -51
     // in the base so a definition that cannot follow makes the change fail.
-    virtual int AddParent(int handle);
-    virtual int RemoveParent(int handle);
-    virtual int BeforeIdChange(const char* oldId, const char* newId);
-    virtual int OnParentOutcomeAdd(int parent, int outcome);
-    virtual int OnParentOutcomeRemove(int parent, int outcome);
-    virtual int OnParentOutcomeReorder(int parent, const VEK_intArray& order);
-    virtual int OnParentReorder(const VEK_intArray& order);
-    virtual int BeforeParentIdChange(int parent, const char* oldId, const char* newId);
+    [[nodiscard]] virtual int AddParent(int handle);
+    [[nodiscard]] virtual int RemoveParent(int handle);
+    [[nodiscard]] virtual int BeforeIdChange(const char* oldId, const char* newId);
+    [[nodiscard]] virtual int OnParentOutcomeAdd(int parent, int outcome);
+    [[nodiscard]] virtual int OnParentOutcomeRemove(int parent, int outcome);
+    [[nodiscard]] virtual int OnParentOutcomeReorder(int parent, const VEK_intArray& order);
+    [[nodiscard]] virtual int OnParentReorder(const VEK_intArray& order);
+    [[nodiscard]] virtual int BeforeParentIdChange(int parent, const char* oldId, const char* newId);
 
-    virtual int IsParentNecessary(int parent, double epsilon, bool& necessary) const;
+    [[nodiscard]] virtual int IsParentNecessary(int parent, double epsilon, bool& necessary) const;
 
     // Outcomes (base: not supported).
-    virtual int AddOutcome(const char* id);
-    virtual int InsertOutcome(int position, const char* id);
-    virtual int RemoveOutcome(int position);
+    [[nodiscard]] virtual int AddOutcome(const char* id);
+    [[nodiscard]] virtual int InsertOutcome(int position, const char* id);
+    [[nodiscard]] virtual int RemoveOutcome(int position);
     virtual int GetNumberOfOutcomes() const;
-    virtual int RenameOutcome(int position, const char* id);
-    virtual int RenameOutcomes(const VEK_idArray& ids);
-    virtual int RenameOutcomes(const std::vector<std::string>& ids);
+    [[nodiscard]] virtual int RenameOutcome(int position, const char* id);
+    [[nodiscard]] virtual int RenameOutcomes(const VEK_idArray& ids);
+    [[nodiscard]] virtual int RenameOutcomes(const std::vector<std::string>& ids);
     virtual const VEK_idArray* GetOutcomeIds() const;
-    virtual int SetNumberOfOutcomes(int count);
-    virtual int SetNumberOfOutcomes(const VEK_idArray& ids);
-    virtual int ChangeOrderOfOutcomes(const VEK_intArray& order);
+    [[nodiscard]] virtual int SetNumberOfOutcomes(int count);
+    [[nodiscard]] virtual int SetNumberOfOutcomes(const VEK_idArray& ids);
+    [[nodiscard]] virtual int ChangeOrderOfOutcomes(const VEK_intArray& order);
 
-    virtual int MakeUniform();
-    virtual int MakeRandom(VEK_randGen& gen);
+    [[nodiscard]] virtual int MakeUniform();
+    [[nodiscard]] virtual int MakeRandom(VEK_randGen& gen);
 
     // The table (CPT, truth table, utilities, computed canonical CPT) or null.
     virtual const VEK_Dmatrix* GetMatrix() const;
     virtual int GetDiscreteOutcomeCount() const;
 
     virtual void InitXform(VEK_nodeXformContext& ctx) const;
-    virtual int DoCopyParameters(const VEK_nodeDef& other);
+    [[nodiscard]] virtual int DoCopyParameters(const VEK_nodeDef& other);
 
     // What files store and learning writes.
     virtual const VEK_Dmatrix& GetParameters() const = 0;
@@ -90,11 +90,11 @@ public:
 
     // Writes the parameter matrix; -2 when the size does not match. The
     // network hears of the change, so beliefs computed before are stale.
-    int SetDefinition(const VEK_Dmatrix& m);
-    int SetDefinition(const VEK_doubleArray& items);
-    int SetDefinition(const std::vector<double>& items);
+    [[nodiscard]] int SetDefinition(const VEK_Dmatrix& m);
+    [[nodiscard]] int SetDefinition(const VEK_doubleArray& items);
+    [[nodiscard]] int SetDefinition(const std::vector<double>& items);
     const VEK_Dmatrix& GetDefinition() const { return GetParameters(); }
-    int CopyParameters(const VEK_nodeDef& other);
+    [[nodiscard]] int CopyParameters(const VEK_nodeDef& other);
 
     static bool IsValidType(int type);
     static bool IsArcAllowedForTypes(int parentType, int childType);
@@ -128,7 +128,7 @@ protected:
     // Outcome count of a parent's definition; negative for non-discrete.
     int ParentOutcomeCount(int handle) const;
     // Dimensions of a table over the parents plus a last dimension.
-    int BuildParentDims(VEK_intArray& dims, int lastSize) const;
+    [[nodiscard]] int BuildParentDims(VEK_intArray& dims, int lastSize) const;
 
 private:
     VEK_network* net_;

@@ -35,35 +35,35 @@ public:
 
     virtual VEK_nodeVal* Clone(VEK_network& net) const = 0;
     virtual int GetType() const = 0;
-    virtual int AddIndexingParent(int handle);
+    [[nodiscard]] virtual int AddIndexingParent(int handle);
     virtual void InitIndexingParents();
     virtual const VEK_Dmatrix* GetMatrix() const { return nullptr; }
     virtual VEK_Dmatrix* GetWriteableMatrix() { return nullptr; }
 
     // Evidence (base: -51, no evidence on this kind of value).
     virtual int GetEvidence() const;
-    virtual int GetEvidence(double& value) const;
+    [[nodiscard]] virtual int GetEvidence(double& value) const;
     virtual const char* GetEvidenceId() const;
-    virtual int SetEvidence(double value);
-    virtual int SetEvidence(int outcome);
-    virtual int SetEvidence(const char* outcomeId);
-    virtual int ClearEvidence();
-    virtual int ClearPropagatedEvidence();
-    virtual int SetPropagatedEvidence(int outcome);
-    virtual int SetPropagatedEvidence(double value);
-    virtual int GetVirtualEvidence(std::vector<double>& out) const;
-    virtual int GetVirtualEvidence(VEK_doubleArray& out) const;
-    virtual int SetVirtualEvidence(const std::vector<double>& values);
-    virtual int SetVirtualEvidence(const VEK_doubleArray& values);
-    virtual int ClearVirtualEvidence();
-    virtual int GetMean(double& mean) const;
-    virtual int GetStdDev(double& sd) const;
+    [[nodiscard]] virtual int SetEvidence(double value);
+    [[nodiscard]] virtual int SetEvidence(int outcome);
+    [[nodiscard]] virtual int SetEvidence(const char* outcomeId);
+    [[nodiscard]] virtual int ClearEvidence();
+    [[nodiscard]] virtual int ClearPropagatedEvidence();
+    [[nodiscard]] virtual int SetPropagatedEvidence(int outcome);
+    [[nodiscard]] virtual int SetPropagatedEvidence(double value);
+    [[nodiscard]] virtual int GetVirtualEvidence(std::vector<double>& out) const;
+    [[nodiscard]] virtual int GetVirtualEvidence(VEK_doubleArray& out) const;
+    [[nodiscard]] virtual int SetVirtualEvidence(const std::vector<double>& values);
+    [[nodiscard]] virtual int SetVirtualEvidence(const VEK_doubleArray& values);
+    [[nodiscard]] virtual int ClearVirtualEvidence();
+    [[nodiscard]] virtual int GetMean(double& mean) const;
+    [[nodiscard]] virtual int GetStdDev(double& sd) const;
     virtual void InitXform(VEK_valXformContext& ctx) const;
 
     // Controlled values (interventions); base: not supported.
     virtual bool IsControllable() const { return false; }
-    virtual int ControlValue(int outcome);
-    virtual int ClearControlledValue();
+    [[nodiscard]] virtual int ControlValue(int outcome);
+    [[nodiscard]] virtual int ClearControlledValue();
 
     // The node's own outcomes changed (insert at k, remove k, reorder); the
     // value keeps its evidence in step and drops what it computed.

@@ -162,7 +162,7 @@ int VEK_noisyAdder::OnParentOutcomeAdd(int parent, int outcome) {
     if (pos < 0) return pos;
     const int m = ParentSizes()[pos];
     if (outcome < 0 || outcome > m) return VEK_OUT_OF_RANGE;
-    InsertParentColumn(pos, GetParentColumnBase(pos) + outcome);
+    if (const int res = InsertParentColumn(pos, GetParentColumnBase(pos) + outcome); res < 0) return res;
     if (parentStates_[pos] >= outcome) ++parentStates_[pos];
     FixConstrainedColumns();
     Invalidate();
@@ -176,7 +176,7 @@ int VEK_noisyAdder::OnParentOutcomeRemove(int parent, int outcome) {
     if (pos < 0) return pos;
     const int m = ParentSizes()[pos];
     if (outcome < 0 || outcome >= m || m < 2) return VEK_OUT_OF_RANGE;
-    DeleteParentColumn(pos, GetParentColumnBase(pos) + outcome);
+    if (const int res = DeleteParentColumn(pos, GetParentColumnBase(pos) + outcome); res < 0) return res;
     int& d = parentStates_[pos];
     if (d == outcome) {
         d = m - 2;

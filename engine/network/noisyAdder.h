@@ -32,40 +32,40 @@ public:
     int GetType() const override { return VEK_NOISY_ADDER; }
     const char* GetTypeName() const override { return "NOISY_ADDER"; }
 
-    int OnParentOutcomeAdd(int parent, int outcome) override;
-    int OnParentOutcomeRemove(int parent, int outcome) override;
-    int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
+    [[nodiscard]] int OnParentOutcomeAdd(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeRemove(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
 
     int GetConstrainedColumn(int parentIndex) const override;
     int GetConstrainedOutcome() const override { return distinguished_; }
 
-    int CalculateCpt() override;
-    int DoCopyParameters(const VEK_nodeDef& other) override;
+    [[nodiscard]] int CalculateCpt() override;
+    [[nodiscard]] int DoCopyParameters(const VEK_nodeDef& other) override;
 
     // ---- parameters ----
     int GetDistinguishedState() const { return distinguished_; }
-    int SetDistinguishedState(int state);
+    [[nodiscard]] int SetDistinguishedState(int state);
     // -2 for a bad parent index.
     int GetParentDistinguishedState(int parentIndex) const;
-    int SetParentDistinguishedState(int parentIndex, int state);
-    int SetParentDistinguishedStates(const VEK_intArray& states);
+    [[nodiscard]] int SetParentDistinguishedState(int parentIndex, int state);
+    [[nodiscard]] int SetParentDistinguishedStates(const VEK_intArray& states);
     const VEK_intArray& GetParentDistinguishedStates() const { return parentStates_; }
-    int GetParentWeight(int parentIndex, double& weight) const;
+    [[nodiscard]] int GetParentWeight(int parentIndex, double& weight) const;
     // Weights are finite and not negative.
-    int SetParentWeight(int parentIndex, double weight);
-    int SetParentWeights(const VEK_doubleArray& weights);
+    [[nodiscard]] int SetParentWeight(int parentIndex, double weight);
+    [[nodiscard]] int SetParentWeights(const VEK_doubleArray& weights);
     const VEK_doubleArray& GetParentWeights() const { return weights_; }
     Function GetFunction() const { return function_; }
-    int SetFunction(Function function);
+    [[nodiscard]] int SetFunction(Function function);
     // File keywords: "average", "singlefault".
     static const char* FunctionName(Function function);
     // -2 for an unknown name.
-    static int FunctionFromName(const char* name, Function& function);
+    [[nodiscard]] static int FunctionFromName(const char* name, Function& function);
 
     // The table of the given CI weights with this definition's combination.
-    int CiToCpt(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
-    int CiToCptAverage(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
-    int CiToCptSingleFault(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
+    [[nodiscard]] int CiToCpt(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
+    [[nodiscard]] int CiToCptAverage(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
+    [[nodiscard]] int CiToCptSingleFault(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
 
 protected:
     void OnParentInserted(int position) override;

@@ -65,7 +65,7 @@ VEK_noisyMAX::VEK_noisyMAX(const VEK_nodeXformContext& ctx) : VEK_ciDef(ctx) {
         VEK_intArray dims;
         BuildCptDims(dims);
         // A table that cannot be read as noisy-MAX leaves the uniform weights.
-        if (ctx.table->GetDimensions() == dims) CptToCi(*ctx.table);
+        if (ctx.table->GetDimensions() == dims) (void)CptToCi(*ctx.table);
     }
 }
 
@@ -147,7 +147,7 @@ bool VEK_noisyMAX::AllStrengthsAreOutcomeOrder() const {
 int VEK_noisyMAX::SetSynchronized(bool on) {
     if (on && !AllStrengthsAreOutcomeOrder()) {
         for (int j = 0; j < static_cast<int>(strengths_.size()); ++j) {
-            ChangeOrderOfStrengths(j, Identity(strengths_[j].GetSize()));
+            if (const int res = ChangeOrderOfStrengths(j, Identity(strengths_[j].GetSize())); res < 0) return res;
         }
     }
     synchronized_ = on;
@@ -180,11 +180,12 @@ int VEK_noisyMAX::OnParentOutcomeAdd(int parent, int outcome) {
     const int m = s.GetSize();
     if (outcome < 0 || outcome > m) return VEK_OUT_OF_RANGE;
     int at = outcome < m ? s.FindPosition(outcome) : s.FindPosition(m - 1) + 1;
+    // The weights first: when they cannot grow, the strengths stay as they were.
+    if (const int res = InsertParentColumn(pos, GetParentColumnBase(pos) + at); res < 0) return res;
     for (int& o : s) {
         if (o >= outcome) ++o;
     }
     s.Insert(at, outcome);
-    InsertParentColumn(pos, GetParentColumnBase(pos) + at);
     FixConstrainedColumns();
     Invalidate();
     return VEK_OKAY;
@@ -197,7 +198,7 @@ int VEK_noisyMAX::OnParentOutcomeRemove(int parent, int outcome) {
     const int m = s.GetSize();
     if (outcome < 0 || outcome >= m || m < 2) return VEK_OUT_OF_RANGE;
     const int at = s.FindPosition(outcome);
-    DeleteParentColumn(pos, GetParentColumnBase(pos) + at);
+    if (const int res = DeleteParentColumn(pos, GetParentColumnBase(pos) + at); res < 0) return res;
     s.Delete(at);
     for (int& o : s) {
         if (o > outcome) --o;
@@ -219,7 +220,7 @@ int VEK_noisyMAX::OnParentOutcomeReorder(int parent, const VEK_intArray& order) 
     if (order.GetSize() != m || !order.IsPermutation()) return VEK_OUT_OF_RANGE;
     if (synchronized_) {
         VEK_intArray positions;
-        GetStrengthPositions(pos, positions);
+        (void)GetStrengthPositions(pos, positions);  // the parent index was checked above
         VEK_intArray perm(m);
         for (int i = 0; i < m; ++i) perm[i] = positions[order[i]];
         ReorderParentColumns(pos, perm);
@@ -432,11 +433,11 @@ int VEK_noisyMAX::SetHenrionProbabilities(const VEK_Dmatrix& henrion) {
 int VEK_noisyMAX::GetLegacyNoisyOrProbabilities(VEK_doubleArray& items) const {
     const int n = GetNumberOfOutcomes();
     VEK_Dmatrix henrion;
-    GetHenrionProbabilities(henrion);
+    if (const int res = GetHenrionProbabilities(henrion); res < 0) return res;
     items.Flush();
     VEK_intArray positions;
     for (int j = 0; j < GetNumberOfParents(); ++j) {
-        GetStrengthPositions(j, positions);
+        (void)GetStrengthPositions(j, positions);  // the parent index is in range
         const int b = GetParentColumnBase(j);
         const int m = positions.GetSize();
         for (int o = 0; o < m; ++o) {
@@ -459,7 +460,7 @@ int VEK_noisyMAX::SetLegacyNoisyOrProbabilities(const VEK_doubleArray& items) {
     int next = 0;
     VEK_intArray positions;
     for (int j = 0; j < k; ++j) {
-        GetStrengthPositions(j, positions);
+        (void)GetStrengthPositions(j, positions);  // the parent index is in range
         const int b = GetParentColumnBase(j);
         const int m = positions.GetSize();
         for (int o = 0; o < m; ++o) {

@@ -28,15 +28,15 @@ public:
     int GetType() const override { return VEK_NOISY_MAX; }
     const char* GetTypeName() const override { return "NOISY_MAX"; }
 
-    int OnParentOutcomeAdd(int parent, int outcome) override;
-    int OnParentOutcomeRemove(int parent, int outcome) override;
-    int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
+    [[nodiscard]] int OnParentOutcomeAdd(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeRemove(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
 
     int GetConstrainedColumn(int parentIndex) const override;
     int GetConstrainedOutcome() const override { return GetNumberOfOutcomes() - 1; }
 
-    int CalculateCpt() override;
-    int DoCopyParameters(const VEK_nodeDef& other) override;
+    [[nodiscard]] int CalculateCpt() override;
+    [[nodiscard]] int DoCopyParameters(const VEK_nodeDef& other) override;
 
     // ---- strengths ----
     // Outcomes of the parent from the strongest to the weakest; null for a
@@ -45,16 +45,16 @@ public:
     // Must be a permutation of the parent's outcomes (-2 otherwise). The CI
     // columns stay where they are: they now stand for the outcomes at their
     // positions in the new order.
-    int SetParentOutcomeStrengths(int parentIndex, const VEK_intArray& strengths);
+    [[nodiscard]] int SetParentOutcomeStrengths(int parentIndex, const VEK_intArray& strengths);
     // For callers that have checked the list (file readers); a list that
     // does not fit is ignored.
     void SetParentOutcomeStrengthsUnchecked(int parentIndex, const VEK_intArray& strengths);
     // Sets a new order and moves the CI columns with their outcomes, so that
     // every outcome keeps its column (the new weakest outcome's column
     // becomes the constrained one).
-    int ChangeOrderOfStrengths(int parentIndex, const VEK_intArray& strengths);
+    [[nodiscard]] int ChangeOrderOfStrengths(int parentIndex, const VEK_intArray& strengths);
     // Position of each outcome in the parent's strength order.
-    int GetStrengthPositions(int parentIndex, VEK_intArray& positions) const;
+    [[nodiscard]] int GetStrengthPositions(int parentIndex, VEK_intArray& positions) const;
 
     // Synchronized strengths: every parent's strength order is its outcome
     // order (outcome 0 strongest) and stays so when the parent's outcomes
@@ -62,7 +62,7 @@ public:
     // Turning it on reorders the strengths with ChangeOrderOfStrengths;
     // setting a strength order that is not the outcome order turns it off.
     bool IsSynchronized() const { return synchronized_; }
-    int SetSynchronized(bool on);
+    [[nodiscard]] int SetSynchronized(bool on);
 
     // ---- conversions ----
     // The table of the given CI weights for this definition's parents and
@@ -70,7 +70,7 @@ public:
     // an odometer over the parent outcomes keeps the products of the
     // cumulative columns of the leading parents, so each column costs one
     // product and one difference per outcome.
-    int CiToCpt(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
+    [[nodiscard]] int CiToCpt(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const;
     // Recovers CI weights from a table over the current parents (-2 when its
     // shape differs). The leak is the column where every parent is in its
     // weakest outcome; a parent outcome's cumulative weights are the
@@ -79,28 +79,28 @@ public:
     // CiToCpt whose leak has no zero; cumulative values that the division
     // leaves undetermined (leak 0) are 0, and values outside the monotone
     // range are clipped to it.
-    int CptToCi(const VEK_Dmatrix& cpt, VEK_Dmatrix& ci) const;
+    [[nodiscard]] int CptToCi(const VEK_Dmatrix& cpt, VEK_Dmatrix& ci) const;
     // Replaces the weights by those recovered from the table.
-    int CptToCi(const VEK_Dmatrix& cpt);
+    [[nodiscard]] int CptToCi(const VEK_Dmatrix& cpt);
 
     // Henrion parameters: the same layout, but each parent column is the
     // node's distribution when that parent is in the outcome and every other
     // parent in its weakest outcome, leak included (cumulative: the net
     // column times the leak). The leak column is the same in both.
-    int GetHenrionProbabilities(VEK_Dmatrix& henrion) const;
+    [[nodiscard]] int GetHenrionProbabilities(VEK_Dmatrix& henrion) const;
     // Checked (CheckHenrionConsistency), then converted to net weights.
-    int SetHenrionProbabilities(const VEK_Dmatrix& henrion);
+    [[nodiscard]] int SetHenrionProbabilities(const VEK_Dmatrix& henrion);
     // 0 when the matrix is a valid set of Henrion parameters: the CI layout,
     // distributions, and every parent column's cumulative values at most the
     // leak's (so that the net weights exist). -2 with a message otherwise.
-    int CheckHenrionConsistency(const VEK_Dmatrix& henrion, std::string& message) const;
+    [[nodiscard]] int CheckHenrionConsistency(const VEK_Dmatrix& henrion, std::string& message) const;
 
     // The older noisy-OR layout: for every parent, the Henrion columns of
     // its outcomes except the weakest, in the parent's own outcome order,
     // then the leak column; a flat list of distributions over the node's
     // outcomes.
-    int GetLegacyNoisyOrProbabilities(VEK_doubleArray& items) const;
-    int SetLegacyNoisyOrProbabilities(const VEK_doubleArray& items);
+    [[nodiscard]] int GetLegacyNoisyOrProbabilities(VEK_doubleArray& items) const;
+    [[nodiscard]] int SetLegacyNoisyOrProbabilities(const VEK_doubleArray& items);
 
     // Single-step decomposition for the join tree. With F(y | x) the
     // cumulative table (sum of P over y and every lower outcome), noisy-MAX
@@ -112,8 +112,8 @@ public:
     // n x n matrix S replaces the table of k + 1 dimensions by k + 1 tables of
     // two. SquareCiToCptSingleStep fills S (dimensions y', y; y fastest);
     // GetCumulativeFactor fills C_j over (parent outcome in its own order, y').
-    int SquareCiToCptSingleStep(VEK_Dmatrix& square) const;
-    int GetCumulativeFactor(int parentIndex, VEK_Dmatrix& factor) const;
+    [[nodiscard]] int SquareCiToCptSingleStep(VEK_Dmatrix& square) const;
+    [[nodiscard]] int GetCumulativeFactor(int parentIndex, VEK_Dmatrix& factor) const;
 
 protected:
     void OnParentInserted(int position) override;

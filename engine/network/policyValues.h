@@ -16,6 +16,6 @@ public:
     int GetType() const override { return VEK_POLICYVALUES; }
 
     // The matrix holds utilities, not a distribution over the outcomes.
-    int GetMean(double& mean) const override;
-    int GetStdDev(double& sd) const override;
+    [[nodiscard]] int GetMean(double& mean) const override;
+    [[nodiscard]] int GetStdDev(double& sd) const override;
 };

@@ -20,15 +20,15 @@ public:
     VEK_qualDef(const VEK_qualDef& other) = default;
 
     bool HasFixedOutcomes() const override { return true; }
-    int ChangeOrderOfOutcomes(const VEK_intArray& order) override;
+    [[nodiscard]] int ChangeOrderOfOutcomes(const VEK_intArray& order) override;
 
-    int AddParent(int handle) override;
-    int RemoveParent(int handle) override;
-    int OnParentReorder(const VEK_intArray& order) override;
+    [[nodiscard]] int AddParent(int handle) override;
+    [[nodiscard]] int RemoveParent(int handle) override;
+    [[nodiscard]] int OnParentReorder(const VEK_intArray& order) override;
     // Parents of the same kind have fixed outcomes: these never apply.
-    int OnParentOutcomeAdd(int parent, int outcome) override;
-    int OnParentOutcomeRemove(int parent, int outcome) override;
-    int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
+    [[nodiscard]] int OnParentOutcomeAdd(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeRemove(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
 
     const VEK_Dmatrix& GetParameters() const override { return params_; }
     VEK_Dmatrix& GetWriteableParameters() override { return params_; }
@@ -36,15 +36,15 @@ public:
     int GetNumberOfParents() const { return parentCount_; }
     double GetPriorValue() const { return params_[params_.GetSize() - 1]; }
     // Slot 0 weight of a parent; -2 for a bad index.
-    int GetParentWeight(int parentIndex, double& weight) const;
-    int SetParentWeight(int parentIndex, double weight);
-    int SetParentWeights(const VEK_doubleArray& weights);
+    [[nodiscard]] int GetParentWeight(int parentIndex, double& weight) const;
+    [[nodiscard]] int SetParentWeight(int parentIndex, double weight);
+    [[nodiscard]] int SetParentWeights(const VEK_doubleArray& weights);
 
     // Probability of the first outcome for one parent combination (one
     // coordinate per parent, 0 = first outcome); computed step by step.
     virtual double CalculateProbability(const VEK_intArray& coordinates) const = 0;
     // Every dimension is 2; each column is (q, 1 - q).
-    int CalculateCpt() override;
+    [[nodiscard]] int CalculateCpt() override;
 
 protected:
     // Writes q for every column in odometer order; the default asks
@@ -57,10 +57,10 @@ protected:
     virtual void OnParentsReordered(const VEK_intArray&) {}
 
     double Weight(int slot, int parentIndex) const { return params_[slot * parentCount_ + parentIndex]; }
-    int SetWeightChecked(int slot, int parentIndex, double weight);
-    int SetSlotChecked(int slot, const VEK_doubleArray& weights);
+    [[nodiscard]] int SetWeightChecked(int slot, int parentIndex, double weight);
+    [[nodiscard]] int SetSlotChecked(int slot, const VEK_doubleArray& weights);
     // Prior or baseline in [0, 1].
-    int SetPriorChecked(double prior);
+    [[nodiscard]] int SetPriorChecked(double prior);
     int WeightSlots() const { return slots_; }
 
 private:

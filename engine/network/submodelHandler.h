@@ -43,9 +43,9 @@ public:
     bool IsIdInUse(const char* id) const;
 
     // Creates a submodel inside parent; returns its handle or a status.
-    int CreateSubmodel(int parent, const char* id, const std::string& generatedId);
-    int DeleteSubmodel(int handle);
-    int MoveSubmodel(int handle, int newParent);
+    [[nodiscard]] int CreateSubmodel(int parent, const char* id, const std::string& generatedId);
+    [[nodiscard]] int DeleteSubmodel(int handle);
+    [[nodiscard]] int MoveSubmodel(int handle, int newParent);
     bool IsIncluded(int handle, int ancestor) const;
 
     VEK_submodel* Get(int handle);

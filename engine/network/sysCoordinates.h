@@ -52,7 +52,7 @@ public:
 
     // Recomputes the index from the coordinates; -2 and a reset of every
     // coordinate to 0 when they are out of range.
-    int GoToCurrentPosition() {
+    [[nodiscard]] int GoToCurrentPosition() {
         if (!m_matrix->Ok(m_coords)) {
             m_coords.FillWith(0);
             m_index = 0;
@@ -83,7 +83,7 @@ public:
         m_index = m_matrix->CoordinatesToIndex(m_coords);
     }
 
-    int GoTo(int index) {
+    [[nodiscard]] int GoTo(int index) {
         VEK_intArray coords;
         int res = m_matrix->IndexToCoordinates(index, coords);
         if (res < 0) return res;

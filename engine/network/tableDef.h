@@ -7,10 +7,10 @@
 // Inserts count slices of fill at position of dim (0 <= position <= size).
 // One pass over the table, which is untouched when it fails (-2 for an
 // argument out of range).
-int VEK_insertSlices(VEK_Dmatrix& m, int dim, int position, int count, double fill);
+[[nodiscard]] int VEK_insertSlices(VEK_Dmatrix& m, int dim, int position, int count, double fill);
 // Removes count slices of dim from position on; -2, untouched, when they are
 // not all there or no slice would remain.
-int VEK_removeSlices(VEK_Dmatrix& m, int dim, int position, int count);
+[[nodiscard]] int VEK_removeSlices(VEK_Dmatrix& m, int dim, int position, int count);
 
 // A definition whose parameters are one table over its parents: a dimension
 // per discrete parent (in parent order) followed by a dimension of the
@@ -27,12 +27,12 @@ public:
     using Base::Base;
     VEK_tableDef(const VEK_tableDef& other) = default;
 
-    int AddParent(int handle) override;
-    int RemoveParent(int handle) override;
-    int OnParentOutcomeAdd(int parent, int outcome) override;
-    int OnParentOutcomeRemove(int parent, int outcome) override;
-    int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
-    int OnParentReorder(const VEK_intArray& order) override;
+    [[nodiscard]] int AddParent(int handle) override;
+    [[nodiscard]] int RemoveParent(int handle) override;
+    [[nodiscard]] int OnParentOutcomeAdd(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeRemove(int parent, int outcome) override;
+    [[nodiscard]] int OnParentOutcomeReorder(int parent, const VEK_intArray& order) override;
+    [[nodiscard]] int OnParentReorder(const VEK_intArray& order) override;
 
     const VEK_Dmatrix* GetMatrix() const override { return &table_; }
     const VEK_Dmatrix& GetParameters() const override { return table_; }

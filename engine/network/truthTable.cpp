@@ -71,7 +71,7 @@ int VEK_truthTable::GetResultingStates(VEK_intArray& states) const {
 
 int VEK_truthTable::GetResultingStates(VEK_stringArray& states) const {
     VEK_intArray indices;
-    GetResultingStates(indices);
+    if (const int res = GetResultingStates(indices); res < 0) return res;
     states.Clear();
     const VEK_idArray& ids = *GetOutcomeIds();
     // Columns repeat outcomes: bypass the uniqueness of an id array.

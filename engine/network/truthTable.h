@@ -18,21 +18,21 @@ public:
     const char* GetTypeName() const override { return "TRUTHTABLE"; }
 
     // A deterministic table has no uniform form.
-    int MakeUniform() override { return VEK_WRONG_NODE_TYPE; }
+    [[nodiscard]] int MakeUniform() override { return VEK_WRONG_NODE_TYPE; }
     // Every column selects an outcome drawn uniformly.
-    int MakeRandom(VEK_randGen& gen) override;
+    [[nodiscard]] int MakeRandom(VEK_randGen& gen) override;
 
     void AfterRemoveOutcome(int position) override;
     void AfterOutcomeCountChanged() override;
 
     // Per column the first outcome holding 1.0 (0 when none does).
-    int GetResultingStates(VEK_intArray& states) const;
-    int GetResultingStates(VEK_stringArray& states) const;
+    [[nodiscard]] int GetResultingStates(VEK_intArray& states) const;
+    [[nodiscard]] int GetResultingStates(VEK_stringArray& states) const;
     // One outcome per column, by index or by id; -2 and no change when the
     // count or an outcome is wrong.
-    int SetResultingStates(const VEK_intArray& states);
-    int SetResultingStates(const VEK_stringArray& states);
-    int SetResultingStates(const std::vector<std::string>& states);
+    [[nodiscard]] int SetResultingStates(const VEK_intArray& states);
+    [[nodiscard]] int SetResultingStates(const VEK_stringArray& states);
+    [[nodiscard]] int SetResultingStates(const std::vector<std::string>& states);
     // Every column: 1.0 at its first maximal item, 0.0 elsewhere.
     int MakeConsistent();
 

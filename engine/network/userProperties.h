@@ -14,8 +14,8 @@ public:
     const char* FindProperty(const char* name) const;
     int FindPropertyIndex(const char* name) const;
     // Re-adding a name moves it to the end with the new value.
-    int AddProperty(const char* name, const char* value);
-    int DeleteProperty(int i);
+    [[nodiscard]] int AddProperty(const char* name, const char* value);
+    [[nodiscard]] int DeleteProperty(int i);
     void Clear() { items_.clear(); }
     const std::vector<std::pair<std::string, std::string>>& Items() const { return items_; }
     bool operator==(const VEK_userProperties& o) const { return items_ == o.items_; }
@@ -32,7 +32,7 @@ public:
     const char* GetTitle(int i) const { return Valid(i) ? items_[i].first.c_str() : nullptr; }
     const char* GetPath(int i) const { return Valid(i) ? items_[i].second.c_str() : nullptr; }
     int AddItem(const char* title, const char* path);
-    int DeleteItem(int i);
+    [[nodiscard]] int DeleteItem(int i);
     void Clear() { items_.clear(); }
     const std::vector<std::pair<std::string, std::string>>& Items() const { return items_; }
     bool operator==(const VEK_documentation& o) const { return items_ == o.items_; }

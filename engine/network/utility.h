@@ -19,11 +19,11 @@ public:
     const char* GetTypeName() const override { return "TABLE"; }
 
     // Every utility becomes 1.0.
-    int MakeUniform() override;
+    [[nodiscard]] int MakeUniform() override;
 
     // Over all items except those marked undefined (0 when every item is).
     double GetMinimumUtility() const;
     double GetMaximumUtility() const;
     // Rescales the utilities to [0, 1]; items marked undefined stay.
-    int Normalize();
+    [[nodiscard]] int Normalize();
 };

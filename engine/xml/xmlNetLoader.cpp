@@ -618,7 +618,9 @@ bool XmlNetLoader::AddTemporalArcs(IXmlReader* r) {
     // The node's distinguished state goes first: it fixes the constrained
     // columns that the parameters then fill around.
     VEK_noisyAdder::Function function = VEK_noisyAdder::FUNCTION_AVERAGE;
-    if (!temporalFunction_.empty()) VEK_noisyAdder::FunctionFromName(temporalFunction_.c_str(), function);
+    if (!temporalFunction_.empty()) {
+        (void)VEK_noisyAdder::FunctionFromName(temporalFunction_.c_str(), function);  // checked when read
+    }
     const int dstate = temporalDstate_;
     const int res = net_.Dynamic().EditTemporalCanonical(temporalNode_, temporalOrder_, [&](VEK_nodeDef& d) {
         auto& adder = static_cast<VEK_noisyAdder&>(d);
@@ -797,16 +799,16 @@ void XmlNetLoader::StartNode(IXmlReader* r, Kind kind) {
         !r->GetAttribute("mandatory", mandatory, false)) {
         return;
     }
-    if (target) net_.SetTarget(h, true);
+    if (target) (void)net_.SetTarget(h, true);  // a node named a target twice stays one
     node->SetRanked(ranked);
     node->SetMandatory(mandatory);
     std::string word;
     r->GetAttribute("diagtype", word);
     if (!word.empty()) {
         if (word == "target") {
-            node->SetDiagType(VEK_DIAG_FAULT);
+            (void)node->SetDiagType(VEK_DIAG_FAULT);  // a valid type
         } else if (word == "observation") {
-            node->SetDiagType(VEK_DIAG_OBSERVATION);
+            (void)node->SetDiagType(VEK_DIAG_OBSERVATION);  // a valid type
         } else {
             return Fail(r, "Unknown diagnosis node type", word);
         }
@@ -831,7 +833,7 @@ void XmlNetLoader::StartNode(IXmlReader* r, Kind kind) {
             if (VEK_noisyAdder::FunctionFromName(word.c_str(), function) < 0) {
                 return Fail(r, "Invalid noisy adder function", word);
             }
-            static_cast<VEK_noisyAdder*>(Def())->SetFunction(function);
+            (void)static_cast<VEK_noisyAdder*>(Def())->SetFunction(function);  // the function was parsed above
         }
         if (!r->GetAttribute("dstate", dstate_, INT_MIN)) return;
         hasDstate_ = dstate_ != INT_MIN;
@@ -907,10 +909,10 @@ bool XmlNetLoader::Commit(IXmlReader* r) {
             return false;
         }
         for (int i = 0; i < n; ++i) {
-            if (!states_[i].label.empty()) disc->SetOutcomeLabel(i, states_[i].label.c_str());
-            if (states_[i].fault) disc->SetFaultOutcome(i, true);
+            if (!states_[i].label.empty()) (void)disc->SetOutcomeLabel(i, states_[i].label.c_str());  // the outcome index is in range
+            if (states_[i].fault) (void)disc->SetFaultOutcome(i, true);  // the outcome index is in range
         }
-        if (defaultState_ >= 0) disc->SetDefaultOutcome(defaultState_);
+        if (defaultState_ >= 0) (void)disc->SetDefaultOutcome(defaultState_);  // the default is one of the states read
     } else if ((hasIntervals_ || hasPointValues_) && disc) {
         // Intervals without states give the outcome count.
         if (hasIntervals_ && disc->SetIntervals(intervals_, true) < 0) {

@@ -313,7 +313,7 @@ void XmlNetworkSaver::Visit(VEK_noisyMAX* def) {
     StartNode("noisymax", def, true, extra);
     VEK_intArray positions;
     for (int i = 0; i < def->GetNumberOfParents(); ++i) {
-        def->GetStrengthPositions(i, positions);
+        (void)def->GetStrengthPositions(i, positions);  // the parent index is in range
         w_.WriteIntArray("strengths", positions.Items(), positions.GetSize());
     }
     const VEK_Dmatrix& m = def->GetParameters();
@@ -343,9 +343,9 @@ void XmlNetworkSaver::Visit(VEK_cast* def) {
     const int parents = def->GetNumberOfParents();
     if (parents > 0) {
         std::vector<double> weights(static_cast<size_t>(parents));
-        for (int i = 0; i < parents; ++i) def->GetWeight(i, true, weights[i]);
+        for (int i = 0; i < parents; ++i) (void)def->GetWeight(i, true, weights[i]);  // the parent index is in range
         w_.WriteDoubleArray("pweights", weights.data(), parents);
-        for (int i = 0; i < parents; ++i) def->GetWeight(i, false, weights[i]);
+        for (int i = 0; i < parents; ++i) (void)def->GetWeight(i, false, weights[i]);  // the parent index is in range
         w_.WriteDoubleArray("nweights", weights.data(), parents);
     }
     w_.WriteElement("baseline", DoubleText(def->GetBaseline()).c_str());
@@ -360,7 +360,7 @@ void XmlNetworkSaver::Visit(VEK_demorgan* def) {
         std::vector<double> weights(static_cast<size_t>(parents));
         for (int i = 0; i < parents; ++i) {
             strings_.push_back(VEK_demorgan::ParentTypeName(def->GetParentType(i)));
-            def->GetParentWeight(i, weights[i]);
+            (void)def->GetParentWeight(i, weights[i]);  // the parent index is in range
         }
         w_.WriteStringArray("types", strings_.data(), parents);
         w_.WriteDoubleArray("weights", weights.data(), parents);
@@ -409,7 +409,7 @@ void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
                 std::vector<double> weights(static_cast<size_t>(parents));
                 for (int i = 0; i < parents; ++i) {
                     strings_.push_back(VEK_demorgan::ParentTypeName(demorgan->GetParentType(i)));
-                    demorgan->GetParentWeight(i, weights[i]);
+                    (void)demorgan->GetParentWeight(i, weights[i]);  // i is a parent: it cannot fail
                 }
                 w_.WriteStringArray("types", strings_.data(), parents);
                 w_.WriteDoubleArray("weights", weights.data(), parents);

@@ -295,9 +295,9 @@ void XmlTovraLoader::OnStateStart(IXmlReader* r) {
     if (outcome < 0) return Fail(r, "Invalid outcome identifier", id);
     std::string text;
     r->GetAttribute("fix", text);
-    if (!text.empty()) def->SetOutcomeFix(outcome, text.c_str());
+    if (!text.empty()) (void)def->SetOutcomeFix(outcome, text.c_str());  // the outcome index is in range
     r->GetAttribute("comment", text);
-    if (!text.empty()) def->SetOutcomeComment(outcome, text.c_str());
+    if (!text.empty()) (void)def->SetOutcomeComment(outcome, text.c_str());  // the outcome index is in range
     stack_.push_back({Kind::State, node, outcome});
 }
 
@@ -310,7 +310,7 @@ void XmlTovraLoader::OnCommentEnd(IXmlReader* r) {
     const Context& c = stack_.back();
     if (c.kind == Kind::Node) net_.GetNode(c.handle)->Header().SetComment(text_.c_str());
     if (c.kind == Kind::Submodel) net_.Submodels().Get(c.handle)->header.SetComment(text_.c_str());
-    if (c.kind == Kind::State) static_cast<VEK_discDef*>(net_.GetDef(c.handle))->SetOutcomeComment(c.index, text_.c_str());
+    if (c.kind == Kind::State) (void)static_cast<VEK_discDef*>(net_.GetDef(c.handle))->SetOutcomeComment(c.index, text_.c_str());  // the outcome index is in range
 }
 
 void XmlTovraLoader::OnLinkStart(IXmlReader* r) {
@@ -328,10 +328,10 @@ void XmlTovraLoader::OnLinkStart(IXmlReader* r) {
         auto* def = static_cast<VEK_discDef*>(net_.GetDef(c.handle));
         std::vector<std::string> titles;
         std::vector<std::string> paths;
-        def->GetOutcomeDocumentation(c.index, titles, paths);
+        (void)def->GetOutcomeDocumentation(c.index, titles, paths);  // the outcome index is in range
         titles.push_back(title);
         paths.push_back(path);
-        def->SetOutcomeDocumentation(c.index, titles, paths);
+        (void)def->SetOutcomeDocumentation(c.index, titles, paths);  // the titles and paths were read together
     }
 }
 
@@ -418,7 +418,7 @@ void XmlTovraLoader::OnFixEnd(IXmlReader* r) {
     if (stack_.empty() || stack_.back().kind != Kind::State) return;
     r->GetUnescapedContent(text_);
     const Context& c = stack_.back();
-    static_cast<VEK_discDef*>(net_.GetDef(c.handle))->SetOutcomeFix(c.index, text_.c_str());
+    (void)static_cast<VEK_discDef*>(net_.GetDef(c.handle))->SetOutcomeFix(c.index, text_.c_str());  // the state index is in range
 }
 
 // ============================================================== saver
@@ -459,7 +459,7 @@ void WriteLinks(IXmlWriter* w, const std::vector<std::string>& titles, const std
 bool OutcomeHasTexts(const VEK_discDef& def, int k) {
     std::vector<std::string> titles;
     std::vector<std::string> paths;
-    def.GetOutcomeDocumentation(k, titles, paths);
+    (void)def.GetOutcomeDocumentation(k, titles, paths);  // the outcome index is in range
     return *def.GetOutcomeFix(k) || *def.GetOutcomeComment(k) || !titles.empty();
 }
 
@@ -520,7 +520,7 @@ void XmlTovraSaver::WriteNode(IXmlWriter* w, int handle) const {
             if (*def->GetOutcomeComment(k)) w->WriteElement("comment", def->GetOutcomeComment(k), true);
             std::vector<std::string> titles;
             std::vector<std::string> paths;
-            def->GetOutcomeDocumentation(k, titles, paths);
+            (void)def->GetOutcomeDocumentation(k, titles, paths);  // the outcome index is in range
             WriteLinks(w, titles, paths);
         }
     }

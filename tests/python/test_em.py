@@ -79,3 +79,19 @@ def test_em_failures_raise_and_keep_the_network(tmp_path):
     with pytest.raises(TypeError):
         em.learn(ds, net, [(0, 0)])
     assert net.get_node_definition("B") == before
+
+
+def test_em_uniform_start_refuses_free_truth_tables(tmp_path):
+    ds = ab_dataset(tmp_path, [("a0", "b0"), ("a0", "b0"), ("a0", "b0"), ("a1", "b1")])
+    net = small_network()
+    net.set_node_type("B", pyquarn.NodeType.TRUTH_TABLE)
+    net.set_node_definition("B", [1, 0, 0, 1])
+    matching = [DataMatch(net.get_node("A"), 0, 0), DataMatch(net.get_node("B"), 0, 1)]
+    em = EM()
+    em.set_uniformize_parameters(True)
+    with quarn_error(-51):
+        em.learn(ds, net, matching)
+    assert net.get_node_definition("A") == [0.5, 0.5]
+    em.learn(ds, net, matching, ["B"])
+    assert net.get_node_definition("B") == [1, 0, 0, 1]
+    assert net.get_node_definition("A") == pytest.approx([0.75, 0.25])
