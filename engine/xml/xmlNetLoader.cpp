@@ -546,7 +546,10 @@ void XmlNetLoader::OnNoisyAdderTemporalStart(IXmlReader* r) {
     temporalKind_ = 0;
 }
 
-void XmlNetLoader::OnTemporalListStart(IXmlReader*) {
+void XmlNetLoader::OnTemporalListStart(IXmlReader*) { ResetLists(); }
+
+// A list element starts: its items go to the plain buffers, emptied.
+void XmlNetLoader::ResetLists() {
     fill_ = nullptr;
     doubles_.clear();
     ints_.clear();
@@ -1025,14 +1028,7 @@ void XmlNetLoader::OnPointValuesStart(IXmlReader* r) {
 }
 
 void XmlNetLoader::OnListStart(IXmlReader* r) {
-    if (!Commit(r)) return;
-    fill_ = nullptr;
-    doubles_.clear();
-    ints_.clear();
-    words_.clear();
-    doubleList_ = &doubles_;
-    intList_ = &ints_;
-    wordList_ = &words_;
+    if (Commit(r)) ResetLists();
 }
 
 void XmlNetLoader::OnDoubleItem(IXmlReader* r) {

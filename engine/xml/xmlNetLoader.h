@@ -142,6 +142,7 @@ private:
     void OnResultingStateItem(IXmlReader* r);
     void OnResultingStatesEnd(IXmlReader* r);
     void OnListStart(IXmlReader* r);
+    void ResetLists();
     void OnExpressionEnd(IXmlReader* r);
     void OnStrengthsEnd(IXmlReader* r);
     void OnDstatesEnd(IXmlReader* r);
