@@ -150,18 +150,7 @@ int VEK_beliefNetSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToke
             hasType = true;
             if ((res = Expect(";")) < 0) return res;
         } else if (field == "position") {
-            if ((res = Expect("(")) < 0) return res;
-            double x, y;
-            if ((res = ExpectNumber(x)) < 0) return res;
-            Accept(",");
-            if ((res = ExpectNumber(y)) < 0) return res;
-            if ((res = Expect(")")) < 0 || (res = Expect(";")) < 0) return res;
-            // Presentation only: absurd coordinates are dropped.
-            if (std::fabs(x) < 1e9 && std::fabs(y) < 1e9) {
-                node.hasPosition = true;
-                node.x = static_cast<int>(std::lround(x));
-                node.y = static_cast<int>(std::lround(y));
-            }
+            if ((res = ExpectPosition(node.hasPosition, node.x, node.y)) < 0) return res;
         } else {
             std::string value;
             if ((res = ReadValueText(value)) < 0) return res;

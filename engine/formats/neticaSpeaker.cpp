@@ -193,17 +193,9 @@ int VEK_neticaSpeaker::ParseVisual(NodeParse& np) {
         if (t.Is("}")) break;
         if (t.IsEnd()) return Fail(t, "Unexpected end of file inside a visual block");
         if (t.Is("center")) {
-            if ((res = Expect("=")) < 0 || (res = Expect("(")) < 0) return res;
-            double x, y;
-            if ((res = ExpectNumber(x)) < 0) return res;
-            Accept(",");
-            if ((res = ExpectNumber(y)) < 0) return res;
-            if ((res = Expect(")")) < 0 || (res = Expect(";")) < 0) return res;
-            // Presentation only: absurd coordinates are dropped.
-            if (std::fabs(x) < 1e9 && std::fabs(y) < 1e9) {
-                np.node.hasPosition = true;
-                np.node.x = static_cast<int>(std::lround(x));
-                np.node.y = static_cast<int>(std::lround(y));
+            if ((res = Expect("=")) < 0 ||
+                (res = ExpectPosition(np.node.hasPosition, np.node.x, np.node.y)) < 0) {
+                return res;
             }
         } else if (t.IsWord()) {
             if ((res = SkipStatement()) < 0) return res;

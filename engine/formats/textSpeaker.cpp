@@ -1,5 +1,6 @@
 #include "formats/textSpeaker.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -86,6 +87,21 @@ int VEK_textSpeaker::ExpectNumber(double& value, VEK_token* where) {
         return VEK_OKAY;
     }
     return Fail(t, "Number expected but found " + t.Describe());
+}
+
+int VEK_textSpeaker::ExpectPosition(bool& has, int& x, int& y) {
+    double px, py;
+    int res;
+    if ((res = Expect("(")) < 0 || (res = ExpectNumber(px)) < 0) return res;
+    Accept(",");
+    if ((res = ExpectNumber(py)) < 0) return res;
+    if ((res = Expect(")")) < 0 || (res = Expect(";")) < 0) return res;
+    if (std::fabs(px) < 1e9 && std::fabs(py) < 1e9) {
+        has = true;
+        x = static_cast<int>(std::lround(px));
+        y = static_cast<int>(std::lround(py));
+    }
+    return VEK_OKAY;
 }
 
 int VEK_textSpeaker::ExpectCount(long long limit, long long& value, const char* what) {

@@ -52,6 +52,9 @@ protected:
     int Expect(const char* text);
     bool Accept(const char* text);
     int ExpectNumber(double& value, VEK_token* where = nullptr);
+    // "(x, y);" (the comma optional): a node's position, kept only when both
+    // coordinates are sane, as it is presentation only.
+    int ExpectPosition(bool& has, int& x, int& y);
     // A non-negative integer no larger than limit.
     int ExpectCount(long long limit, long long& value, const char* what);
     static VEK_descPos Pos(const VEK_token& t) { return VEK_descPos{t.line, t.column}; }

@@ -10,37 +10,25 @@
 bool VEK_essJoinTree::Calibrate(int64_t limit) {
     calibrated_ = false;
     if (!Compile(limit)) return false;
-    try {
+    return OrCleanup([&]() -> bool {
         SelectWork(nullptr, false, true);
         InitPotentials();
         Collect();
         Distribute();
         calibrated_ = true;
         return true;
-    } catch (const std::bad_alloc&) {
-        Cleanup();
-        return false;
-    } catch (const std::length_error&) {
-        Cleanup();
-        return false;
-    }
+    }, false);
 }
 
 bool VEK_essJoinTree::Compile(int64_t limit) {
-    try {
+    return OrCleanup([&]() -> bool {
         if (!Build(limit)) return false;
         if (!AllocatePotentials()) {
             ReleaseArena();
             return false;
         }
         return true;
-    } catch (const std::bad_alloc&) {
-        Cleanup();
-        return false;
-    } catch (const std::length_error&) {
-        Cleanup();
-        return false;
-    }
+    }, false);
 }
 
 void VEK_essJoinTree::KeepMaps() {

@@ -419,15 +419,7 @@ bool TsJoinTree::Build(int64_t limit) {
 }
 
 bool TsJoinTree::Prepare(int64_t limit) {
-    try {
-        return Build(limit);
-    } catch (const std::bad_alloc&) {
-        Cleanup();
-        return false;
-    } catch (const std::length_error&) {
-        Cleanup();
-        return false;
-    }
+    return OrCleanup([&]() { return Build(limit); }, false);
 }
 
 bool TsJoinTree::AllocatePotentials() {
@@ -679,7 +671,7 @@ void TsJoinTree::ExportPotentials() {
 }
 
 bool TsJoinTree::UpdateBeliefs(bool* pending, int64_t limit) {
-    try {
+    return OrCleanup([&]() -> bool {
         if (!Build(limit)) return false;
         if (!AllocatePotentials()) {
             ReleaseArena();
@@ -693,17 +685,11 @@ bool TsJoinTree::UpdateBeliefs(bool* pending, int64_t limit) {
         CalcBeliefs(pending);
         if (store) ExportPotentials();
         return true;
-    } catch (const std::bad_alloc&) {
-        Cleanup();
-        return false;
-    } catch (const std::length_error&) {
-        Cleanup();
-        return false;
-    }
+    }, false);
 }
 
 double TsJoinTree::CalcNormFactor() {
-    try {
+    return OrCleanup([&]() -> double {
         if (!Build(-1)) return -1.0;
         if (!AllocatePotentials()) {
             ReleaseArena();
@@ -713,11 +699,5 @@ double TsJoinTree::CalcNormFactor() {
         InitPotentials();
         Collect();
         return probE_;
-    } catch (const std::bad_alloc&) {
-        Cleanup();
-        return -1.0;
-    } catch (const std::length_error&) {
-        Cleanup();
-        return -1.0;
-    }
+    }, -1.0);
 }

@@ -12,6 +12,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <vector>
 
 #include "inference/tsClique.h"
@@ -84,6 +86,18 @@ protected:
     void CalcBeliefs(bool* pending);
     void ExportPotentials();
     void Cleanup();
+    // work(), or failed after a cleanup when it runs out of memory (or asks
+    // a vector for more than it can hold).
+    template <class Work, class Result>
+    Result OrCleanup(Work&& work, Result failed) {
+        try {
+            return work();
+        } catch (const std::bad_alloc&) {
+        } catch (const std::length_error&) {
+        }
+        Cleanup();
+        return failed;
+    }
 
     // One walk over the clique's potential: the collect pass forms it from
     // its tables and its children's messages and sums it onto its message;
