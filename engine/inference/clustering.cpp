@@ -18,10 +18,9 @@ constexpr unsigned kClusteringMask =
 // The compiled tree for the adapter's sub-network: from the cache, or new
 // and not yet stored.
 TsJoinTree* FindOrMakeTree(VEK_network& net, TsAdapter& adapter, std::vector<int>& key,
-                           std::unique_ptr<TsJoinTree>& fresh) {
-    int heuristic = adapter.GetDefaultTriangHeuristics();
-    adapter.GetStructureKey(heuristic, key);
-    TsJoinTree* tree = net.InferenceCache().FindTree(key);
+                           std::unique_ptr<TsJoinTree>& fresh, const uint64_t* knownHash = nullptr) {
+    if (!knownHash) adapter.GetStructureKey(adapter.GetDefaultTriangHeuristics(), key);
+    TsJoinTree* tree = net.InferenceCache().FindTree(key, knownHash ? *knownHash : VEK_inferenceCache::Hash(key));
     if (tree) {
         tree->Rebind(adapter);
         return tree;
@@ -75,23 +74,37 @@ public:
         TsAdapter adapter(whole);
         std::vector<int>& key = cache_.patternKey;
         adapter.GetStructureKey(adapter.GetDefaultTriangHeuristics(), key);
+        wholeKeySize_ = key.size();
+        wholeHash_ = VEK_inferenceCache::Hash(key);
         key.push_back(-1);
         for (int i = 0; i < whole.GetNodeCount(); ++i) {
             const VEK_rNode* r = whole.GetNode(i);
             key.push_back((r->target ? 1 : 0) | (r->softEvidence ? 2 : 0));
         }
+        patternHash_ = VEK_inferenceCache::Hash(key, wholeKeySize_, wholeHash_);
         nodes_ = static_cast<uint64_t>(whole.GetNodeCount());
-        choice_ = cache_.FindChoice(key);
+        choice_ = cache_.FindChoice(key, patternHash_);
         return choice_ == 1;
     }
     // -1 when the gate was not asked or the pattern is new.
     int Choice() const { return choice_; }
     uint64_t Nodes() const { return nodes_; }
+    uint64_t PatternHash() const { return patternHash_; }
+    // When the whole network is kept, its tree's key is the pattern's
+    // prefix: copied with its hash rather than made again, which on small
+    // networks is a good part of what relevance reasoning adds to an update.
+    const uint64_t* WholeTreeKey(std::vector<int>& key) const {
+        key.assign(cache_.patternKey.begin(), cache_.patternKey.begin() + static_cast<long>(wholeKeySize_));
+        return &wholeHash_;
+    }
 
 private:
     VEK_inferenceCache& cache_;
     int choice_ = -1;
     uint64_t nodes_ = 0;
+    size_t wholeKeySize_ = 0;
+    uint64_t wholeHash_ = 0;
+    uint64_t patternHash_ = 0;
 };
 
 struct Decomposition {
@@ -234,7 +247,7 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
         }
         wholeOrder();
         const bool whole = wholeCost > 0 && static_cast<double>(wholeCost) <= kReducedMargin * static_cast<double>(reducedCost);
-        cache.StoreChoice(cache.patternKey, whole);
+        cache.StoreChoice(cache.patternKey, gate.PatternHash(), whole);
         if (whole && !container.DoRelevance(net, kClusteringMask, &gate)) {
             if (status) *status = container.GetStatus();
             return false;
@@ -250,8 +263,11 @@ bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCount
         } else {
             TsAdapter adapter(*sub, zeroCounter);
             if (reduced) adapter.SetWholeOrder(wholeOrder);
+            const bool kept = net.IsRelevanceEnabled() && gate.Choice() == 1 &&
+                              static_cast<uint64_t>(sub->GetNodeCount()) == gate.Nodes();
             std::unique_ptr<TsJoinTree> fresh;
-            TsJoinTree* tree = FindOrMakeTree(net, adapter, cache.treeKey, fresh);
+            TsJoinTree* tree =
+                FindOrMakeTree(net, adapter, cache.treeKey, fresh, kept ? gate.WholeTreeKey(cache.treeKey) : nullptr);
             if (!tree->UpdateBeliefs(pending, effective)) return false;
             pe *= tree->GetProbEvidence();
             cache.lastCliqueEntries += tree->GetTotalSize();

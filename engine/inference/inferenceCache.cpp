@@ -8,17 +8,16 @@
 VEK_inferenceCache::VEK_inferenceCache() = default;
 VEK_inferenceCache::~VEK_inferenceCache() = default;
 
-uint64_t VEK_inferenceCache::Hash(const std::vector<int>& key) {
-    uint64_t h = 1469598103934665603ULL;
-    for (int v : key) {
-        h ^= static_cast<uint32_t>(v);
+uint64_t VEK_inferenceCache::Hash(const std::vector<int>& key, size_t from, uint64_t seed) {
+    uint64_t h = seed;
+    for (size_t i = from; i < key.size(); ++i) {
+        h ^= static_cast<uint32_t>(key[i]);
         h *= 1099511628211ULL;
     }
     return h;
 }
 
-TsJoinTree* VEK_inferenceCache::FindTree(const std::vector<int>& key) {
-    const uint64_t h = Hash(key);
+TsJoinTree* VEK_inferenceCache::FindTree(const std::vector<int>& key, uint64_t h) {
     for (auto it = trees_.begin(); it != trees_.end(); ++it) {
         if (it->hash == h && it->key == key) {
             if (it != trees_.begin()) trees_.splice(trees_.begin(), trees_, it);
@@ -65,17 +64,16 @@ void VEK_inferenceCache::DropTrees() {
     choices_.clear();
 }
 
-int VEK_inferenceCache::FindChoice(const std::vector<int>& pattern) const {
-    const uint64_t h = Hash(pattern);
+int VEK_inferenceCache::FindChoice(const std::vector<int>& pattern, uint64_t h) const {
     for (const Choice& c : choices_)
         if (c.hash == h && c.pattern == pattern) return c.whole ? 1 : 0;
     return -1;
 }
 
-void VEK_inferenceCache::StoreChoice(const std::vector<int>& pattern, bool whole) {
+void VEK_inferenceCache::StoreChoice(const std::vector<int>& pattern, uint64_t hash, bool whole) {
     Choice c;
     c.pattern = pattern;
-    c.hash = Hash(pattern);
+    c.hash = hash;
     c.whole = whole;
     choices_.push_front(std::move(c));
     if (static_cast<int>(choices_.size()) > kMaxChoices) choices_.pop_back();

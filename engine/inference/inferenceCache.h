@@ -38,7 +38,8 @@ public:
     // every update, and so would two evidence patterns used in turn.
     void BeginPass() { ++pass_; }
     // The tree compiled for this key, made most recent; null when none.
-    TsJoinTree* FindTree(const std::vector<int>& key);
+    TsJoinTree* FindTree(const std::vector<int>& key) { return FindTree(key, Hash(key)); }
+    TsJoinTree* FindTree(const std::vector<int>& key, uint64_t hash);
     // Keeps a tree; older trees go when there are too many or when their
     // storage passes the budget. Returns the stored tree.
     TsJoinTree* StoreTree(std::vector<int>&& key, std::unique_ptr<TsJoinTree> tree);
@@ -49,8 +50,8 @@ public:
     // the whole network as built for a run, with its targets and soft
     // evidence): 1 when the whole network's tree is used instead of the
     // reduced ones, 0 when not, -1 when not yet decided.
-    int FindChoice(const std::vector<int>& pattern) const;
-    void StoreChoice(const std::vector<int>& pattern, bool whole);
+    int FindChoice(const std::vector<int>& pattern, uint64_t hash) const;
+    void StoreChoice(const std::vector<int>& pattern, uint64_t hash, bool whole);
     // Key buffers reused by every run rather than allocated for each.
     std::vector<int> patternKey;
     std::vector<int> treeKey;
@@ -84,6 +85,11 @@ public:
     // changes this makes do not start it again.
     bool determining = false;
 
+    // Hash of key[from..]; a key's hash continues from the hash of its
+    // prefix when that is passed as the seed.
+    static constexpr uint64_t kHashSeed = 1469598103934665603ULL;
+    static uint64_t Hash(const std::vector<int>& key, size_t from = 0, uint64_t seed = kHashSeed);
+
     // Entries beyond the most recent one keep at most this many doubles.
     static constexpr int64_t kArenaBudget = int64_t(1) << 25;
     // Trees of older passes kept, and trees of the last two passes protected.
@@ -99,7 +105,6 @@ private:
         uint64_t pass = 0;
         std::unique_ptr<TsJoinTree> tree;
     };
-    static uint64_t Hash(const std::vector<int>& key);
     void Trim();
 
     struct Choice {

@@ -34,6 +34,8 @@ constexpr int kMaxDeterminedColumns = 1 << 20;
 constexpr int64_t kMaxComputedEntries = int64_t(1) << 22;
 
 bool TableAtHand(const VEK_network& net, int h, const VEK_nodeDef& def) {
+    // Plain tables need no cast to be told apart from computed ones.
+    if (def.GetType() == VEK_CPT || def.GetType() == VEK_TRUTHTABLE) return true;
     const auto* lazy = dynamic_cast<const VEK_lazyDef*>(&def);
     if (!lazy || lazy->IsCptValid()) return true;
     int64_t entries = std::max(def.GetNumberOfOutcomes(), 1);
@@ -110,6 +112,11 @@ bool BackwardConfiguration(VEK_network& net, int h, std::vector<int>& states) {
 // Propagates the deterministic consequences of the evidence on h. Conflicts
 // are left alone: the update then finds the evidence impossible.
 int FunctionDetermine(VEK_network& net, int h) {
+    // Most evidence touches no truth table: nothing to queue or allocate.
+    bool touches = IsTruthTable(net, h);
+    const VEK_intArray& next = net.GetNode(h)->Children();
+    for (int k = 0; k < next.GetSize() && !touches; ++k) touches = IsTruthTable(net, next[k]);
+    if (!touches) return VEK_OKAY;
     std::vector<int> queue{h};
     std::vector<int> states;
     while (!queue.empty()) {
