@@ -45,19 +45,6 @@ def test_case_list(net):
     assert net.is_case_sync_enabled()
 
 
-def test_descriptive_fields(net):
-    net.add_case("c")
-    net.add_case("d")
-    net.set_case_description(0, "line one\nline two")
-    net.set_case_category("c", "training")
-    net.set_case_created("c", 2**40 + 3)
-    net.set_case_last_modified(0, -5)
-    assert (net.get_case_description("c"), net.get_case_category("c"), net.get_case_created(0),
-            net.get_case_last_modified("c")) == ("line one\nline two", "training", 2**40 + 3, -5)
-    assert (net.get_case_description("d"), net.get_case_category("d"), net.get_case_created(1),
-            net.get_case_last_modified("d")) == ("", "", 0, 0)
-
-
 def test_evidence_items(net):
     net.add_case("c")
     net.set_case_evidence(0, "A", Info(T.DISCRETE, outcome=1))
@@ -90,18 +77,6 @@ def test_continuous_items_need_a_numeric_node(net):
     # Outside the node's intervals.
     assert_refused(net, -2, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=7.0))
     assert_refused(net, -4, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=math.nan))
-
-
-def test_targets(net):
-    net.add_case("c")
-    net.set_case_targets(0, [2, 0])
-    assert (net.get_case_targets("c"), net.get_case_target_ids("c"), net.get_case_target_count(0)) == (
-        [2, 0], ["C", "A"], 2)
-    assert (net.is_case_target("c", "A"), net.is_case_target(0, 2), net.is_case_target(0, "B")) == (True, True, False)
-    net.set_case_targets("c", ["B"])
-    assert net.get_case_targets(0) == [1]
-    net.set_case_targets(0, [])
-    assert net.get_case_target_count("c") == 0
 
 
 @pytest.fixture
@@ -163,17 +138,6 @@ def test_save_and_apply_round_trip(net):
     net.apply_case_to_network(0)
     assert network_state(net) == saved
     assert not net.is_evidence("C")
-
-
-def test_apply_a_built_case(net):
-    net.add_case("c")
-    net.set_case_evidence("c", "B", Info(T.DISCRETE, outcome=1))
-    net.set_case_evidence("c", "A", Info(T.VIRTUAL, virtual_evidence=[0.25, 0.75]))
-    net.set_case_targets("c", ["B"])
-    net.apply_case_to_network("c")
-    assert net.get_evidence("B") == 1
-    assert net.get_virtual_evidence("A") == pytest.approx([0.25, 0.75])
-    assert net.is_target(1) and not net.is_target(0)
 
 
 def test_a_case_that_fails_to_apply_changes_nothing(net):

@@ -32,23 +32,6 @@ def test_influence_diagram_algorithm(net):
     assert net.get_influence_diagram_algorithm() == IDA.POLICY_EVALUATION
 
 
-def test_node_roles_and_flags(net):
-    T = pyquarn.NodeDiagType
-    assert net.get_node_diag_type(0) == T.AUXILIARY
-    net.set_node_diag_type("A", T.FAULT)
-    net.set_node_diag_type(1, T.OBSERVATION)
-    net.set_node_question(1, "Is it on?")
-    net.set_node_question("A", "")
-    net.set_ranked(1, True)
-    net.set_mandatory("B", True)
-    assert (net.get_node_diag_type("A"), net.get_node_diag_type(1), net.get_node_diag_type("U")) == (
-        T.FAULT, T.OBSERVATION, T.AUXILIARY)
-    assert (net.get_node_question("B"), net.get_node_question("A")) == ("Is it on?", "")
-    assert (net.is_ranked("B"), net.is_mandatory(1), net.is_ranked(0), net.is_mandatory("A")) == (True, True, False, False)
-    net.set_ranked("B", False)
-    assert not net.is_ranked(1)
-
-
 def test_outcome_texts_in_every_form(net):
     net.set_outcome_label(1, 0, "low")
     net.set_outcome_label("B", "State1", "mid")
@@ -141,14 +124,6 @@ def test_cost_arcs(net):
     assert net.get_parents("C") == [] and net.get_children("A") == []
     net.delete_cost_arc("A", "C")
     assert (net.get_cost_parents("C"), net.get_cost_children(0), len(net.get_node_cost(3))) == ([1], [], 3)
-
-
-def test_deleting_a_node_drops_its_cost_arcs(net):
-    net.add_cost_arc("A", "B")
-    net.delete_node("A")
-    assert net.get_cost_parents("B") == []
-    net.add_node(pyquarn.NodeType.CPT, "D")  # reuses handle 0
-    assert net.get_cost_children("D") == [] and net.get_cost_parents("B") == []
 
 
 _NODE_CALLS = [

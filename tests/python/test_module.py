@@ -116,9 +116,6 @@ CLASS_DOCS = [
 ]
 
 
-# ---- module ---------------------------------------------------------------------
-
-
 def test_module_attributes():
     assert pyquarn.__doc__.startswith("PyQUARN: Python wrapper for QUARN")
     assert len(pyquarn.__doc__.splitlines()) == 1
@@ -151,9 +148,6 @@ def test_module_has_no_functions_of_its_own():
 @pytest.mark.parametrize("name, doc", CLASS_DOCS)
 def test_class_docstrings(name, doc):
     assert getattr(pyquarn, name).__doc__ == doc
-
-
-# ---- QUARNException ----------------------------------------------------------------
 
 
 def test_exception_is_a_plain_exception_subclass():
@@ -244,9 +238,6 @@ def test_exhausted_memory_raises_code_minus_42(tmp_path):
     assert "alloc" in text
 
 
-# ---- enumerations ------------------------------------------------------------------
-
-
 @pytest.mark.parametrize("enum_name", list(ENUMS))
 def test_enumeration_members(enum_name):
     enum = getattr(pyquarn, enum_name)
@@ -270,8 +261,6 @@ def test_enumerations_are_distinct_types():
     with pytest.raises(TypeError):
         pyquarn.Network().set_bayesian_algorithm(pyquarn.InfluenceDiagramAlgorithmType.FIND_BEST_POLICY)
 
-
-# ---- records -----------------------------------------------------------------------
 
 RECORDS = [
     ("UserProperty", {"name": "", "value": ""}, {"name": "colour", "value": "red"}),
@@ -349,18 +338,6 @@ def test_epis_field_docstrings():
         assert getattr(pyquarn.EPISParams, field).__doc__ == doc
 
 
-# ---- network identity, copies and settings -----------------------------------------
-
-
-def test_identity_round_trip(net):
-    net.set_id("Net_1")
-    net.set_name("A name with spaces")
-    net.set_description("Some text\nover lines")
-    assert (net.get_id(), net.get_name(), net.get_description()) == ("Net_1", "A name with spaces",
-                                                                     "Some text\nover lines")
-    assert net.get_library_build() == pyquarn.__version__
-
-
 test_identity_methods_refuse_bad_input = refusal_test(
     [("set_id", (bad_id,), -30, "QUARN Error -30 in function Network.SetId") for bad_id in ["1net", "a-b", "", "a b"]]
     + [("set_epis_params", (pyquarn.EPISParams(**changes),), -4,
@@ -385,21 +362,6 @@ def test_copies_are_full_and_independent(small, how):
     dup.clear_all_evidence()
     assert describe(net) == before
     assert "C" not in dup.get_all_node_ids()
-
-
-def test_settings_round_trip(net):
-    net.set_sample_count(500)
-    net.set_discretization_sample_count(77)
-    net.set_relevance_enabled(False)
-    net.set_zero_avoidance_enabled(False)
-    net.set_outlier_rejection_enabled(True)
-    net.set_rand_seed(1234)
-    net.set_bayesian_algorithm(pyquarn.BayesianAlgorithmType.EPIS_SAMPLING)
-    assert (net.get_sample_count(), net.get_discretization_sample_count(), net.is_relevance_enabled(),
-            net.is_zero_avoidance_enabled(), net.is_outlier_rejection_enabled(), net.get_rand_seed(),
-            net.get_bayesian_algorithm()) == (500, 77, False, False, True, 1234,
-                                              pyquarn.BayesianAlgorithmType.EPIS_SAMPLING)
-    assert {type(net.is_relevance_enabled()), type(net.is_outlier_rejection_enabled())} == {bool}
 
 
 @pytest.mark.parametrize("value", [13, 14, 1000, -1])
@@ -428,11 +390,6 @@ def test_epis_params_round_trip(net):
     net.set_epis_params(params)  # the last epsilon is not checked
     assert net.get_epis_params() == params
     assert net.get_epis_params() is not net.get_epis_params()
-
-
-def test_ext_functions_round_trip(net):
-    net.set_ext_functions(["f(x)=x*2", "g(y)=y+1"])
-    assert net.get_ext_functions() == ["f(x)=x*2", "g(y)=y+1"]
 
 
 def test_describe_sees_the_small_network(small):

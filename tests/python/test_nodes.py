@@ -53,9 +53,6 @@ test_arcs_with_an_unknown_node_are_refused = refusal_test([
     for nodes, text in [((99, 2), "99"), ((0, 99), "99"), ((-4, 2), "-4"), (("Nope", "C"), "-2"), (("A", "Nope"), "-2")]])
 
 
-# ---- adding nodes -------------------------------------------------------------------
-
-
 def test_add_node_forms(net):
     assert net.add_node(NodeType.DECISION, "Choice") == 0
     assert net.add_node(NodeType.UTILITY) == 1
@@ -80,9 +77,6 @@ def test_add_node_accepts_non_ascii_ids(net):
     h = net.add_node(NodeType.CPT, "Gr\u00f6\u00dfe_\u6e29\u5ea6")
     assert net.get_node("Gr\u00f6\u00dfe_\u6e29\u5ea6") == h
     assert net.get_node_id(h) == "Gr\u00f6\u00dfe_\u6e29\u5ea6"
-
-
-# ---- enumeration and identity ----------------------------------------------------------
 
 
 def test_walking_the_nodes(small):
@@ -135,26 +129,6 @@ def test_get_node_id_has_only_a_handle_form(small):
         net.get_node(0)
 
 
-# ---- types ---------------------------------------------------------------------------
-
-
-def test_change_type_keeps_outcomes(small):
-    net, h = small
-    net.set_node_type("B", NodeType.TRUTH_TABLE)
-    assert net.get_node_type(h["B"]) == NodeType.TRUTH_TABLE
-    assert net.get_outcome_ids("B") == ["b0", "b1", "b2"]
-
-
-def test_change_type_removes_arcs_the_new_type_cannot_have(small):
-    net, h = small
-    net.set_node_type(h["A"], int(NodeType.UTILITY))
-    assert net.get_parents("C") == [h["B"]]
-    assert net.get_children("A") == []
-
-
-# ---- arcs ----------------------------------------------------------------------------
-
-
 def test_arcs_by_handle_and_by_id(small):
     net, h = small
     net.add_arc("D", "C")
@@ -176,14 +150,3 @@ def test_arc_closing_a_cycle(small):
     assert describe(net) == before
 
 
-# ---- deleting nodes ----------------------------------------------------------------------
-
-
-def test_delete_node_removes_its_arcs(small):
-    net, h = small
-    net.delete_node("A")
-    assert net.get_parents("C") == [h["B"]]
-    assert len(net.get_node_definition("C")) == 6
-    assert net.get_all_node_ids() == ["B", "C", "D", "U"]
-    with quarn_error(-3):
-        net.get_node_type(h["A"])

@@ -84,35 +84,6 @@ test_wrong_argument_types = refusal_test(type_errors([
 ]))
 
 
-# ---- reading ---------------------------------------------------------------------------
-
-
-def test_outcome_ids_and_counts(small):
-    net, h = small
-    assert (net.get_outcome_ids("B"), net.get_outcome_count(h["B"]), net.get_outcome_count("B"),
-            net.get_outcome_id("B", 2)) == (["b0", "b1", "b2"], 3, 3, "b2")
-    assert net.has_outcome_ids("B") and net.has_outcome_ids(h["A"])
-
-
-def test_a_utility_node_has_no_outcomes(small):
-    net, h = small
-    assert (net.get_outcome_ids("U"), net.get_outcome_count("U")) == ([], 0)
-    assert not (net.has_outcome_ids(h["U"]) or net.has_intervals("U") or net.has_point_values("U"))
-
-
-# ---- adding, inserting, renaming, deleting -----------------------------------------------
-
-
-def test_add_outcome_follows_in_the_tables(small):
-    net, h = small
-    net.add_outcome("B", "b3")
-    assert net.get_outcome_ids("B") == ["b0", "b1", "b2", "b3"]
-    # The new outcome has probability 0; the child gets a uniform column for it.
-    assert net.get_node_definition("B") == [0.2, 0.3, 0.5, 0.0]
-    assert len(net.get_node_definition("C")) == 16
-    assert net.get_node_definition("C")[-2:] == [0.5, 0.5]
-
-
 def test_insert_outcome(small):
     net, h = small
     net.insert_outcome(h["B"], 0, "first")
@@ -190,13 +161,3 @@ def test_interval_count_change_that_would_overflow_a_table(net, grown):
     with quarn_error(-42, "QUARN Error -42 in function Network.SetIntervals. Table too large"):
         net.set_intervals(grown, edges)
     assert describe(net) == before
-
-
-def test_point_values(small):
-    net, h = small
-    assert net.has_point_values("D")
-    assert net.get_point_values(h["D"]) == [1.5, 2.5]
-    net.set_point_values("B", [-1.0, 0.0, 1e300])
-    assert net.get_point_values("B") == [-1.0, 0.0, 1e300]
-    net.remove_point_values("B")
-    assert not net.has_point_values("B") and net.get_point_values("B") == []

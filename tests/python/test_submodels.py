@@ -63,39 +63,6 @@ def test_node_membership(net):
     assert net.get_submodel_of_node(0) == MAIN
 
 
-def test_moves_and_descendants():
-    n = pyquarn.Network()
-    a = n.add_submodel(MAIN, "SA")
-    b = n.add_submodel(a, "SB")
-    c = n.add_submodel(b, "SC")
-    other = n.add_submodel(MAIN, "Other")
-    # Into itself, into a child, into a grandchild, the main submodel anywhere.
-    for sub, parent in [(a, a), (a, b), (a, c), ("SA", "SC"), (MAIN, other), ("Main", "SA")]:
-        assert_refused(n, -2, n.set_submodel_of_submodel, sub, parent,
-                       text="QUARN Error -2 in function Network.SetSubmodelOfSubmodel")
-    n.set_submodel_of_submodel(c, other)
-    assert n.get_submodel_of_submodel(c) == other
-    n.set_submodel_of_submodel("SB", "Other")
-    assert n.get_submodel_of_submodel(b) == other
-    # SA is no longer above SC, so it may now go below it.
-    n.set_submodel_of_submodel(a, c)
-    assert n.get_submodel_of_submodel("SA") == c
-
-
-def test_delete_moves_contents_up_and_frees_the_handle(net):
-    s1 = net.add_submodel(MAIN, "S1")
-    s2 = net.add_submodel(s1, "S2")
-    s3 = net.add_submodel(s2, "S3")
-    net.set_submodel_of_node("A", "S2")
-    net.delete_submodel("S2")
-    assert (net.get_submodel_count(), net.get_submodel_of_node("A"), net.get_submodel_of_submodel(s3)) == (3, s1, s1)
-    assert walk(net) == [MAIN, s1, s3]
-    # The lowest free entry is reused, and the old id is free again.
-    assert net.add_submodel(MAIN, "S2") == s2
-    net.delete_submodel(s1)
-    assert net.get_submodel_of_node("A") == MAIN
-
-
 def test_position_uses_the_top_left_corner(net):
     s = net.add_submodel(MAIN, "S")
     net.set_submodel_position(s, 10, 20, 5, 7)
