@@ -6,7 +6,6 @@ import math
 import pytest
 
 import pyquarn
-from pyquarn import QUARNException
 from pyquarn.learning import DataSet
 from conftest import OCCURED, quarn_error
 
@@ -93,29 +92,11 @@ def test_failed_read_leaves_dataset_unchanged(sample, tmp_path):
     missing = str(tmp_path / "none.csv")
     with quarn_error(-103, "QUARN Error -103 in function DataSet.ReadFile. Can't open data file: " + missing):
         sample.read_file(missing)
-    bad.write_text("a,b,\n1,2,3\n")
-    with quarn_error(-103, contains="Trailing separator found in the header line"):
-        sample.read_file(str(bad))
-    bad.write_bytes(b"x,y\n\"ab\"c,1\n")
-    with quarn_error(-103, contains="Unexpected character in the quoted string"):
-        sample.read_file(str(bad))
     with quarn_error(-4, contains="NUL"):
         sample.read_file(str(bad) + "\0x")
     with pytest.raises(TypeError):
         sample.read_file(str(bad), missing_int="x")
     assert snapshot(sample) == before
-
-
-def test_binary_garbage_is_refused_or_read(tmp_path):
-    path = tmp_path / "garbage.bin"
-    path.write_bytes(bytes(range(256)) * 40)
-    ds = DataSet()
-    try:
-        ds.read_file(str(path))
-    except QUARNException as e:
-        assert e.error_code == -103 and "in function DataSet.ReadFile. " in str(e)
-    for v in range(ds.get_number_of_variables()):
-        assert len(ds.get_int_data(v) if ds.is_discrete(v) else ds.get_float_data(v)) == ds.get_number_of_records()
 
 
 def test_bad_write_arguments(sample, tmp_path):
@@ -196,4 +177,3 @@ def test_bad_cell_arguments_leave_dataset_unchanged(sample):
     with pytest.raises(TypeError):
         sample.set_int("id", 0, "three")
     assert snapshot(sample) == before
-

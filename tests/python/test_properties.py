@@ -31,11 +31,6 @@ def test_network_properties_replace_the_whole_list(net):
     assert net.get_user_properties() == []
 
 
-def test_a_repeated_name_keeps_its_last_value_at_the_end(net):
-    net.set_user_properties([UP("a", "1"), UP("b", "2"), UP("a", "3")])
-    assert pairs(net.get_user_properties()) == [("b", "2"), ("a", "3")]
-
-
 def test_node_properties_belong_to_their_node(net):
     net.set_node_user_properties(0, [UP("x", "1"), UP("ünï", "wert")])
     net.set_node_user_properties("B", [UP("y", "2")])
@@ -46,16 +41,6 @@ def test_node_properties_belong_to_their_node(net):
     net.delete_node(0)
     net.add_node(pyquarn.NodeType.CPT, "C")
     assert net.get_node_user_properties("C") == []
-
-
-def test_node_documentation(net):
-    items = [DOC("Manual", "http://example.org/a"), DOC("", ""), DOC("Manual", "file.txt")]
-    net.set_node_documentation("A", items)
-    assert docs(net.get_node_documentation(0)) == [("Manual", "http://example.org/a"), ("", ""),
-                                                   ("Manual", "file.txt")]
-    assert net.get_node_documentation("B") == []
-    net.set_node_documentation(0, [])
-    assert net.get_node_documentation("A") == []
 
 
 test_bad_nodes = bad_node_test([
