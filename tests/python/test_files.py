@@ -64,15 +64,6 @@ def test_docstrings():
     assert pyquarn.Network.write_string.__doc__.strip().endswith("Serializes network to a string")
 
 
-def test_asia_reads_with_its_tables(net):
-    net.read_file(shared_xvek("asia"))
-    assert net.get_id() == "asia"
-    assert net.get_node_count() == 8
-    assert net.get_parent_ids("either") == ["lung", "tub"]
-    assert net.get_outcome_ids("either") == ["yes", "no"]
-    assert net.get_node_definition("dysp") == [0.9, 0.1, 0.8, 0.2, 0.7, 0.3, 0.1, 0.9]
-
-
 def test_rich_network_round_trips_through_files_and_strings(net, tmp_path):
     build_rich(net)
     path = str(tmp_path / "rich.xvek")
@@ -89,22 +80,6 @@ def test_rich_network_round_trips_through_files_and_strings(net, tmp_path):
     assert other.write_string() == text
     assert "<position>10 20 91 51</position>" in text
     assert 'color="563412"' in text  # red and blue swapped
-
-
-def test_extension_case_is_ignored_and_format_numbers_override_it(net, tmp_path):
-    build_rich(net)
-    upper = str(tmp_path / "model.XVEK")
-    net.write_file(upper)
-    back = pyquarn.Network()
-    back.read_file(upper)
-    assert describe(back) == describe(net)
-    txt = str(tmp_path / "model.txt")
-    net.write_file(txt, format=8)
-    with quarn_error(-2, contains="Unknown File Format"):
-        back.read_file(txt)
-    with quarn_error(-2, contains="Unknown File Format"):
-        net.write_file(str(tmp_path / "nine.uai"), format=9)
-    assert not (tmp_path / "nine.uai").exists()
 
 
 def test_failed_reads_raise_with_the_log_and_change_nothing(small, tmp_path):
@@ -135,12 +110,6 @@ def test_failed_reads_raise_with_the_log_and_change_nothing(small, tmp_path):
         net.read_string('<quarn version="1.0" id="x"><nodes><equation id="E"><definition>E = 1 +</definition>'
                         '</equation></nodes></quarn>')
     assert describe(net) == before
-
-
-def test_unknown_content_loads(net):
-    net.read_string('<quarn version="1.0" id="x" later="1"><nodes><cpt id="A"><state id="a"/>'
-                    '<state id="b"/><probabilities>0.5 0.5</probabilities><extra/></cpt></nodes></quarn>')
-    assert net.get_all_node_ids() == ["A"]
 
 
 def test_write_file_reports_unwritable_paths(net):
