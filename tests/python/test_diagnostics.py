@@ -79,24 +79,6 @@ _OUTCOME_CALLS = [
 ]
 
 
-def _prepared(net):
-    net.set_outcome_label("A", 0, "kept")
-    net.set_default_outcome("A", 1)
-    net.set_fault_outcome("A", 1, True)
-
-
-@pytest.mark.parametrize("method, extra", _OUTCOME_CALLS)
-def test_bad_outcomes(net, method, extra):
-    _prepared(net)
-    call = getattr(net, method)
-    assert_refused(net, -2, call, "A", 65, *extra,
-                   text="QUARN Error Occured. Invalid outcome index A for node 'A', valid indices are 0..1")
-    assert_refused(net, -2, call, "A", -1, *extra)
-    assert_refused(net, -4, call, "A", "State2", *extra,
-                   text="QUARN Error Occured. Invalid outcome identifier 'State2' for node 'A'")
-    assert_refused(net, -4, call, 0, "", *extra)
-
-
 @pytest.mark.parametrize("method, extra", _OUTCOME_CALLS)
 def test_nodes_without_outcomes(net, method, extra):
     label = "Network." + "".join(w.capitalize() for w in method.split("_"))

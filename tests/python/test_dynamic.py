@@ -47,57 +47,6 @@ def _hmm(slices, hidden=3, seen=2):
     return net, h, o
 
 
-def _forward_backward(prior, trans, emit, lik):
-    """Smoothed posteriors of an HMM; lik[t] holds the likelihood of slice t's
-    observation for each hidden state."""
-    alpha = [prior * lik[0]]
-    alpha[0] /= alpha[0].sum()
-    for t in range(1, len(lik)):
-        a = (alpha[-1] @ trans) * lik[t]
-        alpha.append(a / a.sum())
-    beta = np.ones_like(prior)
-    post = [None] * len(lik)
-    for t in range(len(lik) - 1, -1, -1):
-        p = alpha[t] * beta
-        post[t] = p / p.sum()
-        b = trans @ (lik[t] * beta)
-        beta = b / b.sum()
-    return post
-
-
-@pytest.mark.parametrize("slices", [1, 2, 5, 37, 200])
-def test_hmm_beliefs_match_forward_backward(slices):
-    rng = np.random.default_rng(slices)
-    net, h, o = _hmm(slices)
-    _randomize(net, rng)
-    prior = np.array(net.get_node_definition(h))
-    trans = np.array(net.get_node_temporal_definition(h, 1)).reshape(3, 3)
-    emit = np.array(net.get_node_definition(o)).reshape(3, 2)
-    lik = []
-    for t in range(slices):
-        kind = rng.integers(3)  # gap, hard or virtual evidence
-        if kind == 1:
-            e = int(rng.integers(2))
-            net.set_temporal_evidence(o, t, e)
-            lik.append(emit[:, e].copy())
-        elif kind == 2:
-            v = rng.random(2).tolist()
-            net.set_temporal_virtual_evidence(o, t, v)
-            lik.append(emit @ np.array(v))
-        else:
-            lik.append(np.ones(3))
-    net.update_beliefs()
-    post = _forward_backward(prior, trans, emit, lik)
-    got = np.array(net.get_node_value(h)).reshape(slices, 3)
-    assert np.allclose(got, np.array(post), atol=1e-9)
-    obs = np.array(net.get_node_value(o)).reshape(slices, 2)
-    for t in range(slices):
-        if net.is_temporal_evidence(o, t):
-            assert obs[t].tolist() == [1.0 if i == net.get_temporal_evidence(o, t) else 0.0 for i in range(2)]
-        elif not net.is_temporal_virtual_evidence(o, t):
-            assert np.allclose(obs[t], post[t] @ emit)
-
-
 def _rich(slices, seed):
     """Anchor and contemporal parents, temporal arcs of orders 1 to 3 and a
     terminal child, with random tables and evidence."""

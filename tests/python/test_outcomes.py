@@ -4,9 +4,10 @@ import math
 
 import pytest
 
-from pyquarn import NodeType
+from pyquarn import DocItemInfo, NodeType
 
 from conftest import OCCURED, describe, node_argument_tests, quarn_error, refusal_test, type_errors
+import describe_util
 
 OUTCOME_NODE_METHODS = [
     ("get_outcome_ids", (), "i"),
@@ -55,7 +56,11 @@ OUTCOME_METHODS = [
     ("set_outcome_id", ("B", 1), ("z9",)),
     ("set_evidence", ("B", 1), ()),
     ("set_controlled_value", ("B", 1), ()),
-]
+] + [(method, ("B",) if method.startswith("get_outcome_") else ("B", 1), extra) for method, extra in [
+    ("get_outcome_fix", ()), ("set_outcome_fix", ("x",)), ("get_outcome_description", ()),
+    ("set_outcome_description", ("x",)), ("get_outcome_label", ()), ("set_outcome_label", ("x",)),
+    ("get_outcome_documentation", ()), ("set_outcome_documentation", ([DocItemInfo("t", "p")],)),
+    ("is_fault_outcome", ()), ("set_fault_outcome", (True,)), ("set_default_outcome", ())]]
 # An index appears in the text as the one character whose code it is.
 BAD_OUTCOMES = ([(i, -2, "Invalid outcome index %s for node 'B', valid indices are 0..2" % shown)
                  for i, shown in [(3, "\x03"), (65, "A"), (300, "\u012c"), (-1, "\ufffd")]]
@@ -67,11 +72,11 @@ BAD_OUTCOMES = ([(i, -2, "Invalid outcome index %s for node 'B', valid indices a
     m + o for m in OUTCOME_METHODS for o in BAD_OUTCOMES if m[0] != "get_outcome_id" or o[1] == -2])
 def test_bad_outcomes_are_refused(small, method, forms, extra, outcome, code, text):
     net, h = small
-    before = describe(net)
+    before = describe_util.describe(net)
     for node in (h["B"] if f == 1 else f for f in forms):
         with quarn_error(code, OCCURED + text):
             getattr(net, method)(node, outcome, *extra)
-    assert describe(net) == before
+    assert describe_util.describe(net) == before
 
 
 test_wrong_argument_types = refusal_test(type_errors([
