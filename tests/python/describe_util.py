@@ -14,11 +14,11 @@ def _get(call, *args):
         return ("raises", e.error_code)
 
 
-def _props(items):
+def props(items):
     return [(p.name, p.value) for p in items]
 
 
-def _docs(items):
+def docs(items):
     return [(d.title, d.path) for d in items]
 
 
@@ -40,7 +40,7 @@ def _outcomes(net, node_id):
             _get(net.get_outcome_description, node_id, i),
             _get(net.get_outcome_fix, node_id, i),
             _get(net.is_fault_outcome, node_id, i),
-            _docs(_get(net.get_outcome_documentation, node_id, i)),
+            docs(_get(net.get_outcome_documentation, node_id, i)),
         ))
     return per_outcome, _get(net.get_default_outcome, node_id)
 
@@ -53,8 +53,8 @@ def _node(net, h):
         "colors": (net.get_node_bg_color(h), net.get_node_text_color(h), net.get_node_border_color(h)),
         "border": net.get_node_border_width(h),
         "chart": (net.is_node_chart_enabled(h), net.get_node_chart_size(h)),
-        "properties": _props(net.get_node_user_properties(h)),
-        "documentation": _docs(net.get_node_documentation(h)),
+        "properties": props(net.get_node_user_properties(h)),
+        "documentation": docs(net.get_node_documentation(h)),
         "diag": (int(net.get_node_diag_type(h)), net.get_node_question(node_id), net.is_ranked(h),
                  net.is_mandatory(h)),
         "cost": (net.get_cost_parents(h), net.get_cost_children(h), net.get_node_cost(h)),
@@ -106,7 +106,7 @@ def describe(net):
         "core": describe_core(net),
         "nodes": {h: _node(net, h) for h in net.get_all_nodes()},
         "submodels": _submodels(net),
-        "properties": _props(net.get_user_properties()),
+        "properties": props(net.get_user_properties()),
         "settings": (int(net.get_influence_diagram_algorithm()), net.is_noisy_decomposition_enabled(),
                      net.get_noisy_decomposition_limit()),
         "cases": (_cases(net), net.is_case_sync_enabled()),

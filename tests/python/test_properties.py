@@ -2,7 +2,7 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import bad_node_test, describe
+from describe_util import bad_node_test, describe, props as pairs
 
 UP = pyquarn.UserProperty
 DOC = pyquarn.DocItemInfo
@@ -11,14 +11,6 @@ DOC = pyquarn.DocItemInfo
 @pytest.fixture
 def net(net):
     return with_nodes_a_b(net)
-
-
-def pairs(items):
-    return [(p.name, p.value) for p in items]
-
-
-def docs(items):
-    return [(d.title, d.path) for d in items]
 
 
 def test_network_properties_replace_the_whole_list(net):
