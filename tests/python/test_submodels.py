@@ -74,45 +74,30 @@ def test_position_uses_the_top_left_corner(net):
 
 
 # Every submodel method given a bad submodel: a node handle, a free entry, a
-# negative number, or an unknown id. All raise code -3 naming the handle.
-def _submodel_calls(n):
-    return [
-        (n.get_next_submodel, ()),
-        (n.add_submodel, ("X",)),
-        (n.delete_submodel, ()),
-        (n.set_submodel_id, ("X",)),
-        (n.get_submodel_id, ()),
-        (n.set_submodel_name, ("x",)),
-        (n.set_submodel_description, ("x",)),
-        (n.get_submodel_of_submodel, ()),
-        (n.get_submodel_position, ()),
-        (n.set_submodel_position, (1, 2, 3, 4)),
-        (n.set_submodel_position, ([1, 2, 3, 4],)),
-        (lambda s, *a: n.set_submodel_of_submodel(s, MAIN), ()),
-        (lambda s, *a: n.set_submodel_of_submodel(MAIN | 1, s), ()),
-    ]
+# negative number, an unknown id or a node's id. All raise code -3 naming the
+# handle (-2 for an id). BAD marks where the submodel goes when not first;
+# the other submodel named is the same way, by handle or by id.
+BAD = object()
+_CALLS = [
+    ("get_next_submodel", (), "h"), ("add_submodel", ("X",), "hi"), ("delete_submodel", (), "hi"),
+    ("set_submodel_id", ("X",), "h"), ("get_submodel_id", (), "h"), ("set_submodel_name", ("x",), "hi"),
+    ("set_submodel_description", ("x",), "hi"), ("get_submodel_of_submodel", (), "hi"),
+    ("get_submodel_position", (), "hi"), ("set_submodel_position", (1, 2, 3, 4), "hi"),
+    ("set_submodel_position", ([1, 2, 3, 4],), "hi"), ("set_submodel_of_submodel", (MAIN,), "hi"),
+    ("set_submodel_of_submodel", (MAIN | 1, BAD), "hi"), ("get_submodel", (), "i"), ("get_submodel_name", (), "i"),
+    ("get_submodel_description", (), "i")]
 
 
-@pytest.mark.parametrize("bad", [0, 1, MAIN | 5, -1, MAIN | 0x10000])
-@pytest.mark.parametrize("index", range(13))
-def test_bad_submodel_handles(net, bad, index):
+@pytest.mark.parametrize("method, extra, bad", [
+    (m, e, b) for m, e, forms in _CALLS for b in (0, 1, MAIN | 5, -1, MAIN | 0x10000, "Nope", "A", "S\0")
+    if ("i" if isinstance(b, str) else "h") in forms])
+def test_bad_submodels(net, method, extra, bad):
     net.add_submodel(MAIN, "S")
-    call, extra = _submodel_calls(net)[index]
-    assert_refused(net, -3, call, bad, *extra, text=f"QUARN Error Occured. Invalid submodel handle: {bad}")
-
-
-@pytest.mark.parametrize("method, extra", [
-    ("get_submodel", ()), ("get_submodel_name", ()), ("get_submodel_description", ()),
-    ("delete_submodel", ()), ("set_submodel_name", ("x",)), ("set_submodel_description", ("x",)),
-    ("get_submodel_of_submodel", ()), ("get_submodel_position", ()), ("set_submodel_position", (1, 2, 3, 4)),
-    ("set_submodel_position", ([1, 2, 3, 4],)), ("add_submodel", ("X",)),
-])
-@pytest.mark.parametrize("bad_id", ["Nope", "A", "S\0"])
-def test_unknown_submodel_ids(net, method, extra, bad_id):
-    net.add_submodel(MAIN, "S")
-    # "A" names a node, not a submodel.
-    assert_refused(net, -3, getattr(net, method), bad_id, *extra,
-                   text="QUARN Error Occured. Invalid submodel handle: -2")
+    if isinstance(bad, str):
+        extra = tuple({MAIN: "Main", MAIN | 1: "S"}.get(a, a) if isinstance(a, int) else a for a in extra)
+    args = [bad if a is BAD else a for a in extra] if BAD in extra else [bad, *extra]
+    shown = -2 if isinstance(bad, str) else bad
+    assert_refused(net, -3, getattr(net, method), *args, text=f"QUARN Error Occured. Invalid submodel handle: {shown}")
 
 
 @pytest.fixture
