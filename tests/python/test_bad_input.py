@@ -35,15 +35,6 @@ test_refused = refusal_test(
        ("set_noisy_decomposition_limit", (-1,), -2, "...")], picture=describe)
 
 
-def test_a_refused_type_change_changes_nothing(net):
-    d = net.add_node(NodeType.DECISION, "D")
-    b = net.add_node(NodeType.CPT, "B")
-    net.add_arc(d, b)
-    net.set_node_definition(b, [0.1, 0.9, 0.7, 0.3])
-    # 19 is no definition type; a change to EQUATION drops the decision arc.
-    assert_refused(net, -51, net.set_node_type, b, 19)
-
-
 def test_a_redirected_log_keeps_error_texts_and_can_come_back(net, tmp_path):
     log = tmp_path / "log.txt"
     missing = str(tmp_path / "missing.xvek")
