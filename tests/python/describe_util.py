@@ -126,21 +126,3 @@ def assert_refused(net, code, call, *args, text=None):
         assert str(info.value) == text
     assert describe(net) == before
     return str(info.value)
-
-
-def bad_node_test(calls, bads=(7, -1, 0x8000, "Nope", "Main"), prepare=None):
-    """A test over calls (method, extra arguments) on the test's net: a node
-    given by a handle no node has or by an unknown id is refused with code -3
-    naming the handle (-2 for an id), and the network stays as it was."""
-    import pytest
-
-    @pytest.mark.parametrize("method, extra", calls)
-    @pytest.mark.parametrize("bad", bads)
-    def test_bad_nodes(net, method, extra, bad):
-        if prepare:
-            prepare(net)
-        handle = bad if isinstance(bad, int) else -2
-        assert_refused(net, -3, getattr(net, method), bad, *extra,
-                       text="QUARN Error Occured. Invalid node handle: %d" % handle)
-
-    return test_bad_nodes

@@ -1,8 +1,8 @@
 import pytest
 
 import pyquarn
-from conftest import refusal_test, type_errors
-from describe_util import assert_refused, bad_node_test, describe
+from conftest import node_argument_tests, refusal_test, type_errors
+from describe_util import assert_refused, describe
 
 NA = 8.900295434028806e-308  # the engine's "not available" cost
 DOC = pyquarn.DocItemInfo
@@ -100,9 +100,10 @@ _NODE_CALLS = [
 ]
 
 
-test_bad_nodes = bad_node_test(_NODE_CALLS)
-test_bad_node_ids = bad_node_test([(m, ()) for m in ("get_node_question", "get_default_outcome_id",
-                                                     "get_cost_parent_ids", "get_cost_child_ids")], bads=("Nope",))
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests(
+    [(m, e, "hi") for m, e in _NODE_CALLS] + [(m, (), "i") for m in ("get_node_question", "get_default_outcome_id",
+                                                                     "get_cost_parent_ids", "get_cost_child_ids")],
+    describe, "net")
 
 
 @pytest.fixture

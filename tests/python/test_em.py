@@ -46,7 +46,6 @@ def test_em_settings_and_missing_data(tmp_path):
     net = small_network()
     em = EM()
     em.set_eq_sample_size(2)
-    assert em.get_eq_sample_size() == 2
     matching = [DataMatch(net.get_node("A"), 0, 0), DataMatch(net.get_node("B"), 0, 1)]
     em.learn(ds, net, matching, ["B"])
     assert net.get_node_definition("B") == [0.5, 0.5, 0.5, 0.5]

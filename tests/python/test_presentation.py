@@ -1,8 +1,8 @@
 import pytest
 
 import pyquarn
-from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import bad_node_test, describe
+from conftest import node_argument_tests, refusal_test, type_errors, with_nodes_a_b
+from describe_util import describe
 
 
 @pytest.fixture
@@ -41,9 +41,8 @@ _NODE_CALLS = [
 ]
 
 
-# Handle 0 is free: its node was deleted.
-test_bad_nodes = bad_node_test(_NODE_CALLS, bads=(0, 2, -1, 0x8000, "Nope", "Main", ""),
-                               prepare=lambda net: net.delete_node(0))
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests(
+    [(m, e, "hi") for m, e in _NODE_CALLS], describe, "net")
 
 
 RECT = "QUARN Error 1 in function pyquarn.Network.set_node_position(int, list) - rect array has invalid size"

@@ -1,8 +1,8 @@
 import pytest
 
 import pyquarn
-from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import bad_node_test, describe, props as pairs
+from conftest import node_argument_tests, refusal_test, type_errors, with_nodes_a_b
+from describe_util import describe, props as pairs
 
 UP = pyquarn.UserProperty
 DOC = pyquarn.DocItemInfo
@@ -35,10 +35,10 @@ def test_node_properties_belong_to_their_node(net):
     assert net.get_node_user_properties("C") == []
 
 
-test_bad_nodes = bad_node_test([
-    ("get_node_user_properties", ()), ("set_node_user_properties", ([UP("a", "1")],)),
-    ("get_node_documentation", ()), ("set_node_documentation", ([DOC("t", "p")],)),
-])
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests([
+    ("get_node_user_properties", (), "hi"), ("set_node_user_properties", ([UP("a", "1")],), "hi"),
+    ("get_node_documentation", (), "hi"), ("set_node_documentation", ([DOC("t", "p")],), "hi"),
+], describe, "net")
 
 
 @pytest.fixture
