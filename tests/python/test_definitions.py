@@ -6,12 +6,9 @@ from pyquarn import NodeType
 from conftest import describe, node_argument_tests, refusal_test, type_errors
 
 DEFINITION_METHODS = [
-    ("set_node_definition", ([0.5, 0.5],), "hi"),
-    ("get_node_definition", (), "hi"),
-    ("get_value_indexing_parents", (), "hi"),
-    ("get_value_indexing_parent_ids", (), "hi"),
-    ("get_mau_expressions", (), "i"),
-    ("set_mau_expressions", (["1"],), "hi"),
+    ("set_node_definition", ([0.5, 0.5],), "hi"), ("get_node_definition", (), "hi"),
+    ("get_value_indexing_parents", (), "hi"), ("get_value_indexing_parent_ids", (), "hi"),
+    ("get_mau_expressions", (), "i"), ("set_mau_expressions", (["1"],), "hi"),
 ]
 
 

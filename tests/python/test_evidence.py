@@ -8,29 +8,14 @@ import pytest
 from conftest import OCCURED, describe, node_argument_tests, quarn_error, refusal_test, type_errors
 
 EVIDENCE_METHODS = [
-    ("set_evidence", (0,), "hi"),
-    ("set_evidence", ("b0",), "hi"),
-    ("get_evidence", (), "hi"),
-    ("get_evidence_id", (), "i"),
-    ("is_evidence", (), "hi"),
-    ("clear_evidence", (), "hi"),
-    ("set_target", (True,), "hi"),
-    ("is_target", (), "hi"),
-    ("set_virtual_evidence", ([0.5, 0.5],), "hi"),
-    ("set_cont_evidence", (1.0,), "hi"),
-    ("get_cont_evidence", (), "hi"),
-    ("get_virtual_evidence", (), "hi"),
-    ("is_real_evidence", (), "hi"),
-    ("is_propagated_evidence", (), "hi"),
-    ("is_virtual_evidence", (), "hi"),
-    ("is_controlled", (), "hi"),
-    ("get_controlled_value", (), "hi"),
-    ("get_controlled_value_id", (), "i"),
-    ("set_controlled_value", (0,), "hi"),
-    ("set_controlled_value", ("b0",), "hi"),
-    ("clear_controlled_value", (), "hi"),
-    ("get_node_value", (), "hi"),
-    ("is_value_valid", (), "hi"),
+    ("set_evidence", (0,), "hi"), ("set_evidence", ("b0",), "hi"), ("get_evidence", (), "hi"),
+    ("get_evidence_id", (), "i"), ("is_evidence", (), "hi"), ("clear_evidence", (), "hi"),
+    ("set_target", (True,), "hi"), ("is_target", (), "hi"), ("set_virtual_evidence", ([0.5, 0.5],), "hi"),
+    ("set_cont_evidence", (1.0,), "hi"), ("get_cont_evidence", (), "hi"), ("get_virtual_evidence", (), "hi"),
+    ("is_real_evidence", (), "hi"), ("is_propagated_evidence", (), "hi"), ("is_virtual_evidence", (), "hi"),
+    ("is_controlled", (), "hi"), ("get_controlled_value", (), "hi"), ("get_controlled_value_id", (), "i"),
+    ("set_controlled_value", (0,), "hi"), ("set_controlled_value", ("b0",), "hi"),
+    ("clear_controlled_value", (), "hi"), ("get_node_value", (), "hi"), ("is_value_valid", (), "hi"),
 ]
 
 

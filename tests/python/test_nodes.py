@@ -4,20 +4,11 @@ from pyquarn import NodeType
 from conftest import OCCURED, describe, node_argument_tests, quarn_error, refusal_test, type_errors
 
 NODE_METHODS = [
-    ("get_next_node", (), "hi"),
-    ("get_next_node_id", (), "hi"),
-    ("get_node_name", (), "i"),
-    ("get_node_type", (), "hi"),
-    ("get_parents", (), "hi"),
-    ("get_parent_ids", (), "hi"),
-    ("get_children", (), "hi"),
-    ("get_child_ids", (), "hi"),
-    ("set_node_name", ("New name",), "hi"),
-    ("get_node_id", (), "h"),
-    ("set_node_id", ("Fresh",), "hi"),
-    ("delete_node", (), "i"),
-    ("set_node_type", (int(NodeType.TRUTH_TABLE),), "hi"),
-    ("set_node_description", ("text",), "hi"),
+    ("get_next_node", (), "hi"), ("get_next_node_id", (), "hi"), ("get_node_name", (), "i"),
+    ("get_node_type", (), "hi"), ("get_parents", (), "hi"), ("get_parent_ids", (), "hi"),
+    ("get_children", (), "hi"), ("get_child_ids", (), "hi"), ("set_node_name", ("New name",), "hi"),
+    ("get_node_id", (), "h"), ("set_node_id", ("Fresh",), "hi"), ("delete_node", (), "i"),
+    ("set_node_type", (int(NodeType.TRUTH_TABLE),), "hi"), ("set_node_description", ("text",), "hi"),
     ("get_node_description", (), "i"),
 ]
 

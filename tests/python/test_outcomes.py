@@ -10,24 +10,13 @@ from conftest import OCCURED, describe, node_argument_tests, quarn_error, refusa
 import describe_util
 
 OUTCOME_NODE_METHODS = [
-    ("get_outcome_ids", (), "i"),
-    ("get_outcome_count", (), "hi"),
-    ("add_outcome", ("o9",), "hi"),
-    ("delete_outcome", (0,), "hi"),
-    ("delete_outcome", ("b0",), "hi"),
-    ("get_outcome_id", (0,), "i"),
-    ("has_outcome_ids", (), "hi"),
-    ("has_intervals", (), "hi"),
-    ("remove_intervals", (), "hi"),
-    ("has_point_values", (), "hi"),
-    ("set_point_values", ([1.0, 2.0],), "hi"),
-    ("remove_point_values", (), "hi"),
-    ("insert_outcome", (0, "o9"), "hi"),
-    ("set_outcome_id", (0, "z9"), "hi"),
-    ("set_outcome_id", ("b0", "z9"), "hi"),
-    ("get_intervals", (), "hi"),
-    ("set_intervals", ([0.0, 1.0, 2.0],), "hi"),
-    ("get_point_values", (), "hi"),
+    ("get_outcome_ids", (), "i"), ("get_outcome_count", (), "hi"), ("add_outcome", ("o9",), "hi"),
+    ("delete_outcome", (0,), "hi"), ("delete_outcome", ("b0",), "hi"), ("get_outcome_id", (0,), "i"),
+    ("has_outcome_ids", (), "hi"), ("has_intervals", (), "hi"), ("remove_intervals", (), "hi"),
+    ("has_point_values", (), "hi"), ("set_point_values", ([1.0, 2.0],), "hi"), ("remove_point_values", (), "hi"),
+    ("insert_outcome", (0, "o9"), "hi"), ("set_outcome_id", (0, "z9"), "hi"),
+    ("set_outcome_id", ("b0", "z9"), "hi"), ("get_intervals", (), "hi"),
+    ("set_intervals", ([0.0, 1.0, 2.0],), "hi"), ("get_point_values", (), "hi"),
 ]
 
 
