@@ -13,13 +13,10 @@ from describe_util import assert_refused, describe
 # method, arguments (a NUL inside one of them), function label
 _NUL_CALLS = [
     ("read_file", ("asia.xvek\0junk",), "Network.ReadFile"),
-    ("write_file", ("out.xvek\0junk",), "Network.WriteFile"),
-    ("read_string", ("<quarn\0",), "Network.ReadString"),
-    ("set_id", ("net\0x",), "Network.SetId"),
-    ("set_name", ("a\0b",), "Network.SetName"),
+    ("write_file", ("out.xvek\0junk",), "Network.WriteFile"), ("read_string", ("<quarn\0",), "Network.ReadString"),
+    ("set_id", ("net\0x",), "Network.SetId"), ("set_name", ("a\0b",), "Network.SetName"),
     ("set_description", ("a\0b",), "Network.SetDescription"),
-    ("set_node_name", ("A", "a\0b"), "Network.SetNodeName"),
-    ("set_node_id", ("A", "A\0b"), "Network.SetNodeId"),
+    ("set_node_name", ("A", "a\0b"), "Network.SetNodeName"), ("set_node_id", ("A", "A\0b"), "Network.SetNodeId"),
     ("set_node_description", ("A", "a\0b"), "Network.SetNodeDescription"),
     ("add_outcome", ("B", "b3\0x"), "Network.AddOutcome"),
     ("insert_outcome", ("B", 0, "b3\0x"), "Network.InsertOutcome"),

@@ -71,9 +71,6 @@ def test_continuous_items_need_a_numeric_node(net):
     net.set_intervals("B", [0.0, 1.0, 2.0, 3.0])
     net.set_case_evidence("c", "B", Info(T.CONTINUOUS, value=1.5))
     assert as_tuple(net.get_case_evidence("c", "B")) == (T.CONTINUOUS, -1, 1.5, [], -1)
-    assert_refused(net, -51, net.set_case_evidence, "c", "A", Info(T.CONTINUOUS, value=1.0),
-                   text="QUARN Error -51 in function Network.SetCaseEvidence. "
-                        "node 'A' cannot take continuous evidence")
     # Outside the node's intervals.
     assert_refused(net, -2, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=7.0))
     assert_refused(net, -4, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=math.nan))
@@ -99,6 +96,10 @@ test_refused = refusal_test([
     ("add_case", ("c\0d",), -4, "..."),
     ("set_case_name", ("d", "c"), -2, "QUARN Error -2 in function Network.SetCaseName. Case 'c' already exists"),
     ("set_case_name", (0, ""), -2, "..."),
+    ("set_case_temporal_evidence", ("c", "A", [Info(T.DISCRETE, outcome=1, slice=0)]), -51,
+     "QUARN Error -51 in function Network.SetCaseTemporalEvidence. node 'A' is not in the temporal plate"),
+    ("set_case_evidence", ("c", "A", Info(T.CONTINUOUS, value=1.0)), -51,
+     "QUARN Error -51 in function Network.SetCaseEvidence. node 'A' cannot take continuous evidence"),
 ] + [("set_case_evidence", args, code, "...") for node, info, code in [
     ("A", Info(T.DISCRETE, outcome=2), -2), ("A", Info(T.DISCRETE, outcome=-1), -2),
     ("A", Info(T.DISCRETE, outcome=0, slice=0), -2), ("U", Info(T.DISCRETE, outcome=0), -51),
@@ -178,16 +179,6 @@ def test_deleted_nodes_leave_every_case(net):
     assert not net.is_evidence("Fresh") and net.get_evidence("A") == 0
 
 
-def test_temporal_items_on_a_static_node(net):
-    net.add_case("c")
-    assert net.get_case_temporal_evidence("c", "A") == []
-    assert_refused(net, -51, net.set_case_temporal_evidence, "c", "A", [Info(T.DISCRETE, outcome=1, slice=0)],
-                   text="QUARN Error -51 in function Network.SetCaseTemporalEvidence. "
-                        "node 'A' is not in the temporal plate")
-    net.set_case_temporal_evidence("c", "A", [])
-    assert net.get_case_evidence_count("c") == 0
-
-
 # Every case method with a case that does not exist.
 _CASE_CALLS = [
     ("delete_case", ()), ("set_case_name", ("x",)), ("set_case_description", ("x",)), ("set_case_category", ("x",)),
@@ -231,8 +222,6 @@ def test_bad_nodes(net, method, extra, case, bad):
     handle = bad if isinstance(bad, int) else -2
     assert_refused(net, -3, getattr(net, method), case, bad, *extra,
                    text=f"QUARN Error Occured. Invalid node handle: {handle}")
-
-
 
 
 def test_impossible_case_evidence_changes_nothing(net):

@@ -31,6 +31,12 @@ test_refused = refusal_test([
      for position in (-1, 4, 100)]
   + [("set_point_values", ("B", values), -2, "QUARN Error -2 in function Network.SetPointValues")
      for values in ([], [1.0], [1.0, 2.0, 3.0, 4.0])]
+  # Fewer than three edges, decreasing, two empty intervals in a row, NaN, a
+  # count that differs and may not change.
+  + [("set_intervals", ("B", edges, adjust), code, "QUARN Error %d in function Network.SetIntervals" % code)
+     for edges, adjust, code in [([0.0, 1.0], True, -2), ([0.0, 2.0, 1.0, 3.0], True, -4),
+                                 ([0.0, 1.0, 1.0, 1.0], True, -4), ([0.0, math.nan, 1.0, 2.0], True, -4),
+                                 ([0.0, 1.0, 2.0, 3.0, 4.0], False, -2)]]
   + [(method, ("U",) + args, -51, "QUARN Error -51 in function Network.%s..." % label) for method, args, label in [
       ("add_outcome", ("x1",), "AddOutcome"), ("insert_outcome", (0, "x1"), "InsertOutcome"),
       ("get_intervals", (), "GetIntervals"), ("set_intervals", ([0.0, 1.0, 2.0],), "SetIntervals"),
@@ -122,22 +128,6 @@ def test_intervals(small):
     assert net.get_outcome_count("B") == 4 and net.get_outcome_ids("B")[:3] == ["b0", "b1", "b2"]
     net.remove_intervals("B")
     assert not net.has_intervals("B") and net.get_outcome_count("B") == 4
-
-
-@pytest.mark.parametrize("edges, adjust, code", [
-    ([0.0, 1.0], True, -2),                      # fewer than three edges
-    ([0.0, 2.0, 1.0, 3.0], True, -4),            # decreasing
-    ([0.0, 1.0, 1.0, 1.0], True, -4),            # two empty intervals in a row
-    ([0.0, math.nan, 1.0, 2.0], True, -4),
-    ([0.0, 1.0, 2.0, 3.0, 4.0], False, -2),      # count differs and may not change
-])
-def test_refused_intervals(small, edges, adjust, code):
-    net, _ = small
-    net.set_intervals("B", [0.0, 1.0, 2.0, 3.0])
-    before = describe(net)
-    with quarn_error(code, "QUARN Error %d in function Network.SetIntervals" % code):
-        net.set_intervals("B", edges, adjust)
-    assert describe(net) == before
 
 
 @pytest.mark.parametrize("grown", ["C", "P"])

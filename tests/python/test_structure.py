@@ -18,8 +18,7 @@ LEARNING_DOCS = [
     ("DataMatch", "Data and node matching information"),
     ("EM", "Expectation-Maximization (EM) algorithm for parameter learning"),
     ("GreedyThickThinning", "Greedy Thick-Thinning algorithm for structure learning"),
-    ("NaiveBayes", "Naive Bayes structure learning"),
-    ("Pattern", "Pattern structure for specifying dependencies"),
+    ("NaiveBayes", "Naive Bayes structure learning"), ("Pattern", "Pattern structure for specifying dependencies"),
     ("PC", "PC (Peter-Clark) algorithm for constraint-based structure learning"),
     ("TAN", "Tree-Augmented Naive Bayes (TAN) learning algorithm"),
 ]
