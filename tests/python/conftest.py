@@ -111,16 +111,11 @@ def build_small(net):
     """A: (a0, a1); B: (b0, b1, b2); C: child of A and B with (c0, c1);
     D: a node with point values; U: a utility node. Evidence on A, B a
     target, virtual evidence on D."""
-    a = net.add_node(NodeType.CPT, "A")
-    net.set_outcome_id(a, 0, "a0")
-    net.set_outcome_id(a, 1, "a1")
-    b = net.add_node(NodeType.CPT, "B")
-    net.set_outcome_id(b, 0, "b0")
-    net.set_outcome_id(b, 1, "b1")
+    a, b, c = (net.add_node(NodeType.CPT, node_id) for node_id in "ABC")
+    for h, prefix in ((a, "a"), (b, "b"), (c, "c")):
+        net.set_outcome_id(h, 0, prefix + "0")
+        net.set_outcome_id(h, 1, prefix + "1")
     net.add_outcome(b, "b2")
-    c = net.add_node(NodeType.CPT, "C")
-    net.set_outcome_id(c, 0, "c0")
-    net.set_outcome_id(c, 1, "c1")
     net.add_arc(a, c)
     net.add_arc(b, c)
     net.set_node_definition(c, [0.1, 0.9, 0.2, 0.8, 0.3, 0.7, 0.4, 0.6, 0.5, 0.5, 0.6, 0.4])

@@ -160,25 +160,6 @@ def test_a_case_that_fails_to_apply_changes_nothing(net):
     assert network_state(net)[2] == (True, 1, None, False)
 
 
-def test_deleted_nodes_leave_every_case(net):
-    net.add_case("c")
-    net.add_case("d")
-    for case in ("c", "d"):
-        net.set_case_evidence(case, "C", Info(T.DISCRETE, outcome=1))
-        net.set_case_evidence(case, "A", Info(T.DISCRETE, outcome=0))
-        net.set_case_targets(case, ["C", "B"])
-    net.delete_node("C")
-    # The freed handle goes to a new node, which no case may claim.
-    assert net.add_node(pyquarn.NodeType.CPT, "Fresh") == 2
-    for case in ("c", "d"):
-        assert net.get_case_evidence_nodes(case) == [0]
-        assert net.get_case_targets(case) == [1]
-        assert not net.is_case_target(case, "Fresh")
-        assert_refused(net, -2, net.get_case_evidence, case, "Fresh")
-    net.apply_case_to_network("c")
-    assert not net.is_evidence("Fresh") and net.get_evidence("A") == 0
-
-
 # Every case method with a case that does not exist.
 _CASE_CALLS = [
     ("delete_case", ()), ("set_case_name", ("x",)), ("set_case_description", ("x",)), ("set_case_category", ("x",)),

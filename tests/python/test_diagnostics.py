@@ -34,15 +34,6 @@ def test_outcome_texts_in_every_form(net):
     assert net.get_outcome_label("A", 0) == "" and net.get_outcome_fix("A", "State1") == ""
 
 
-def test_outcome_documentation(net):
-    net.set_outcome_documentation("B", "State1", [DOC("How to", "a.html"), DOC("Why", "b.html")])
-    assert [(d.title, d.path) for d in net.get_outcome_documentation(1, 1)] == [("How to", "a.html"),
-                                                                                ("Why", "b.html")]
-    assert net.get_outcome_documentation("B", 0) == []
-    net.set_outcome_documentation(1, 1, [])
-    assert net.get_outcome_documentation("B", "State1") == []
-
-
 def test_fault_and_default_outcomes(net):
     assert not any(net.is_fault_outcome(1, i) for i in range(3))
     net.set_fault_outcome("B", "State2", True)
