@@ -22,7 +22,7 @@ def docs(items):
     return [(d.title, d.path) for d in items]
 
 
-def _evidence(info):
+def evidence_tuple(info):
     if isinstance(info, tuple):
         return info
     return (int(info.type), info.outcome, info.value, list(info.virtual_evidence), info.slice)
@@ -78,8 +78,8 @@ def _cases(net):
     for i, name in enumerate(net.get_all_case_names()):
         items = []
         for h in net.get_case_evidence_nodes(i):
-            items.append((h, _evidence(_get(net.get_case_evidence, i, h)),
-                          [_evidence(e) for e in net.get_case_temporal_evidence(i, h)]))
+            items.append((h, evidence_tuple(_get(net.get_case_evidence, i, h)),
+                          [evidence_tuple(e) for e in net.get_case_temporal_evidence(i, h)]))
         out.append((name, net.get_case_description(name), net.get_case_category(name),
                     net.get_case_created(i), net.get_case_last_modified(i), net.get_case_evidence_count(i),
                     items, net.get_case_targets(i)))

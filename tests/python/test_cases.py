@@ -4,14 +4,10 @@ import pytest
 
 import pyquarn
 from conftest import refusal_test, type_errors
-from describe_util import assert_refused, describe
+from describe_util import assert_refused, describe, evidence_tuple
 
 T = pyquarn.CaseEvidenceType
 Info = pyquarn.CaseEvidenceInfo
-
-
-def as_tuple(info):
-    return (info.type, info.outcome, info.value, list(info.virtual_evidence), info.slice)
 
 
 @pytest.fixture
@@ -52,8 +48,8 @@ def test_evidence_items(net):
     assert net.get_case_evidence_count("c") == 2
     assert net.get_case_evidence_nodes(0) == [0, 1]
     assert net.get_case_evidence_node_ids("c") == ["A", "B"]
-    assert as_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
-    assert as_tuple(net.get_case_evidence(0, 1)) == (T.VIRTUAL, -1, 0.0, [0.2, 0.3, 0.5], -1)
+    assert evidence_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
+    assert evidence_tuple(net.get_case_evidence(0, 1)) == (T.VIRTUAL, -1, 0.0, [0.2, 0.3, 0.5], -1)
     # A second item for a node replaces the first.
     net.set_case_evidence(0, 0, Info(T.DISCRETE, outcome=0))
     assert net.get_case_evidence_count(0) == 2
@@ -70,7 +66,7 @@ def test_continuous_items_need_a_numeric_node(net):
     net.add_case("c")
     net.set_intervals("B", [0.0, 1.0, 2.0, 3.0])
     net.set_case_evidence("c", "B", Info(T.CONTINUOUS, value=1.5))
-    assert as_tuple(net.get_case_evidence("c", "B")) == (T.CONTINUOUS, -1, 1.5, [], -1)
+    assert evidence_tuple(net.get_case_evidence("c", "B")) == (T.CONTINUOUS, -1, 1.5, [], -1)
     # Outside the node's intervals.
     assert_refused(net, -2, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=7.0))
     assert_refused(net, -4, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=math.nan))
@@ -132,7 +128,7 @@ def test_save_and_apply_round_trip(net):
     saved = network_state(net)
     net.add_case("c")
     net.save_network_to_case("c")
-    assert as_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
+    assert evidence_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
     assert net.get_case_evidence("c", "B").type == T.VIRTUAL
     assert net.get_case_evidence("c", "B").virtual_evidence == pytest.approx([0.2, 0.3, 0.5])
     assert net.get_case_targets("c") == [2]
