@@ -36,9 +36,6 @@ def test_case_list(net):
     assert net.get_case_count() == 1
     net.delete_all_cases()
     assert net.get_case_count() == 0 and net.get_all_case_names() == []
-    assert not net.is_case_sync_enabled()
-    net.enable_case_sync(True)
-    assert net.is_case_sync_enabled()
 
 
 def test_evidence_items(net):

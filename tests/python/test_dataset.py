@@ -6,7 +6,6 @@ import os
 
 import pytest
 
-import pyquarn
 from pyquarn.learning import DataSet
 from conftest import OCCURED, quarn_error
 
@@ -34,7 +33,6 @@ def sample(tmp_path):
 
 
 def test_class_and_docstrings():
-    assert pyquarn.learning.DataSet.__doc__ == "Tabular dataset for training and testing"
     assert "Reads dataset from file" in DataSet.read_file.__doc__
     assert "Writes dataset to file" in DataSet.write_file.__doc__
     assert DataSet().get_number_of_variables() == 0

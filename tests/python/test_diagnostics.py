@@ -39,8 +39,6 @@ def test_fault_and_default_outcomes(net):
     net.set_fault_outcome("B", "State2", True)
     net.set_fault_outcome(1, 0, True)
     assert [net.is_fault_outcome("B", i) for i in range(3)] == [True, False, True]
-    net.set_fault_outcome(1, "State0", False)
-    assert not net.is_fault_outcome(1, "State0")
     assert (net.get_default_outcome("B"), net.get_default_outcome_id("B")) == (-1, "")
     net.set_default_outcome(1, "State1")
     assert (net.get_default_outcome(1), net.get_default_outcome_id("B")) == (1, "State1")

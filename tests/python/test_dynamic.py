@@ -160,22 +160,17 @@ def test_bad_input_is_refused_and_changes_nothing():
     net, h, o = _hmm(3)
     c = _cpt_node(net, "C", 2, TT.CONTEMPORAL)
     refused = [
-        (-2, net.add_temporal_arc, (h, o, 0), None),
-        (-2, net.add_temporal_arc, (h, o, -1), None),
-        (-51, net.add_temporal_arc, (h, c, 1), None),
-        (-2, net.add_temporal_arc, (h, h, 1), None),
+        (-2, net.add_temporal_arc, (h, o, 0), None), (-2, net.add_temporal_arc, (h, o, -1), None),
+        (-51, net.add_temporal_arc, (h, c, 1), None), (-2, net.add_temporal_arc, (h, h, 1), None),
         (-4, net.set_temporal_evidence, (h, -1, 0), OCCURED + "Slice cannot be negative"),
         (-2, net.set_temporal_evidence, (h, 3, 0),
          OCCURED + "Slice index must be less than slice count, which is set to 3"),
-        (-2, net.get_temporal_evidence, ("H", 1), None),
-        (-51, net.set_temporal_evidence, (c, 0, 0), None),
+        (-2, net.get_temporal_evidence, ("H", 1), None), (-51, net.set_temporal_evidence, (c, 0, 0), None),
         (-2, net.set_temporal_virtual_evidence, (h, 0, [0.5, 0.5]), None),
         (-2, net.set_node_temporal_definition, (h, 1, [0.5] * 4), None),
-        (-2, net.set_node_temporal_definition, (h, 2, [0.5] * 18), None),
-        (-2, net.set_slice_count, (0,), None),
+        (-2, net.set_node_temporal_definition, (h, 2, [0.5] * 18), None), (-2, net.set_slice_count, (0,), None),
         (-51, net.set_node_temporal_type, (o, TT.CONTEMPORAL), None),
-        (-2, net.delete_temporal_arc, (o, h, 1), None),
-        (1, net.set_temporal_plate_position, ([1, 2, 3],), None),
+        (-2, net.delete_temporal_arc, (o, h, 1), None), (1, net.set_temporal_plate_position, ([1, 2, 3],), None),
     ]
     for code, call, args, text in refused:
         assert_refused(net, code, call, *args, text=text)

@@ -30,7 +30,6 @@ def ab_dataset(tmp_path, rows):
 
 
 def test_em_counts_complete_data(tmp_path):
-    assert EM.__doc__ == "Expectation-Maximization (EM) algorithm for parameter learning"
     ds = ab_dataset(tmp_path, [("a0", "b0"), ("a0", "b1"), ("a0", "b1"), ("a1", "b0")])
     net = small_network()
     em = EM()

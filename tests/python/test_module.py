@@ -281,13 +281,9 @@ def test_record_fields_equality_and_copies(name, defaults, values):
 
 
 @pytest.mark.parametrize("name, field, bad", [
-    ("UserProperty", "name", 5),
-    ("DocItemInfo", "path", None),
-    ("TemporalInfo", "order", 1.5),
-    ("CaseEvidenceInfo", "type", 1),
-    ("CaseEvidenceInfo", "virtual_evidence", "abc"),
-    ("EPISParams", "num_state_big", "20"),
-    ("AnnealedMapTuning", "k_map", None),
+    ("UserProperty", "name", 5), ("DocItemInfo", "path", None), ("TemporalInfo", "order", 1.5),
+    ("CaseEvidenceInfo", "type", 1), ("CaseEvidenceInfo", "virtual_evidence", "abc"),
+    ("EPISParams", "num_state_big", "20"), ("AnnealedMapTuning", "k_map", None),
 ])
 def test_record_fields_refuse_wrong_types(name, field, bad):
     cls = getattr(pyquarn, name)

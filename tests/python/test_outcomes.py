@@ -46,11 +46,8 @@ test_refused = refusal_test([
 
 # Methods naming an outcome of node B (b0, b1, b2): (method, node forms, extra).
 OUTCOME_METHODS = [
-    ("delete_outcome", ("B", 1), ()),
-    ("get_outcome_id", ("B",), ()),
-    ("set_outcome_id", ("B", 1), ("z9",)),
-    ("set_evidence", ("B", 1), ()),
-    ("set_controlled_value", ("B", 1), ()),
+    ("delete_outcome", ("B", 1), ()), ("get_outcome_id", ("B",), ()), ("set_outcome_id", ("B", 1), ("z9",)),
+    ("set_evidence", ("B", 1), ()), ("set_controlled_value", ("B", 1), ()),
 ] + [(method, ("B",) if method.startswith("get_outcome_") else ("B", 1), extra) for method, extra in [
     ("get_outcome_fix", ()), ("set_outcome_fix", ("x",)), ("get_outcome_description", ()),
     ("set_outcome_description", ("x",)), ("get_outcome_label", ()), ("set_outcome_label", ("x",)),

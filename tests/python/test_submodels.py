@@ -55,8 +55,6 @@ def test_node_membership(net):
     net.set_submodel_of_node(0, s)
     net.set_submodel_of_node("B", "S")
     assert (net.get_submodel_of_node("A"), net.get_submodel_of_node(1)) == (s, s)
-    net.set_submodel_of_node("A", "Main")
-    assert net.get_submodel_of_node(0) == MAIN
 
 
 def test_position_uses_the_top_left_corner(net):
