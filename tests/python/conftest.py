@@ -111,16 +111,11 @@ def build_small(net):
     """A: (a0, a1); B: (b0, b1, b2); C: child of A and B with (c0, c1);
     D: a node with point values; U: a utility node. Evidence on A, B a
     target, virtual evidence on D."""
-    a = net.add_node(NodeType.CPT, "A")
-    net.set_outcome_id(a, 0, "a0")
-    net.set_outcome_id(a, 1, "a1")
-    b = net.add_node(NodeType.CPT, "B")
-    net.set_outcome_id(b, 0, "b0")
-    net.set_outcome_id(b, 1, "b1")
+    a, b, c = (net.add_node(NodeType.CPT, node_id) for node_id in "ABC")
+    for h, prefix in ((a, "a"), (b, "b"), (c, "c")):
+        net.set_outcome_id(h, 0, prefix + "0")
+        net.set_outcome_id(h, 1, prefix + "1")
     net.add_outcome(b, "b2")
-    c = net.add_node(NodeType.CPT, "C")
-    net.set_outcome_id(c, 0, "c0")
-    net.set_outcome_id(c, 1, "c1")
     net.add_arc(a, c)
     net.add_arc(b, c)
     net.set_node_definition(c, [0.1, 0.9, 0.2, 0.8, 0.3, 0.7, 0.4, 0.6, 0.5, 0.5, 0.6, 0.4])
@@ -206,9 +201,12 @@ def bad_node_cases(table):
         if "h" in forms:
             yield pytest.param(method, 99, extra, OCCURED + "Invalid node handle: 99", id=method + "-h99")
             yield pytest.param(method, -1, extra, OCCURED + "Invalid node handle: -1", id=method + "-h-1")
+            # The main submodel's handle and id name no node.
+            yield pytest.param(method, 0x8000, extra, OCCURED + "Invalid node handle: 32768", id=method + "-main")
             yield pytest.param(method, "deleted", extra, None, id=method + "-deleted")
         if "i" in forms:
             yield pytest.param(method, "Nope", extra, OCCURED + "Invalid node handle: -2", id=method + "-id")
+            yield pytest.param(method, "Main", extra, OCCURED + "Invalid node handle: -2", id=method + "-Main")
             # The part before a NUL names a node; the whole id does not.
             yield pytest.param(method, "C\x00x", extra, OCCURED + "Invalid node handle: -2", id=method + "-nul")
 
@@ -221,29 +219,35 @@ def wrong_type_cases(table):
             yield pytest.param(method, bad, extra, id="%s-%s" % (method, type(bad).__name__))
 
 
-def node_argument_tests(table):
+def node_argument_tests(table, picture=None, fixture="small"):
     """The two tests every table of node methods gets: a node that does not
     exist is refused with code -3 and its text, a node of the wrong Python
-    type with TypeError; the network is unchanged either way."""
+    type with TypeError; the fixture's network is unchanged either way, as
+    picture (by default describe) draws it."""
+    picture = picture or describe
+
+    def network(request):
+        net = request.getfixturevalue(fixture)
+        return net[0] if isinstance(net, tuple) else net
 
     @pytest.mark.parametrize("method, node, extra, text", list(bad_node_cases(table)))
-    def test_unknown_node_is_refused(small, method, node, extra, text):
-        net, h = small
+    def test_unknown_node_is_refused(request, method, node, extra, text):
+        net = network(request)
         if node == "deleted":
-            net.delete_node(h["D"])
-            node = h["D"]
+            node = net.get_all_nodes()[-1]
+            net.delete_node(node)
             text = OCCURED + "Invalid node handle: %d" % node
-        before = describe(net)
+        before = picture(net)
         with quarn_error(-3, text):
             getattr(net, method)(node, *extra)
-        assert describe(net) == before
+        assert picture(net) == before
 
     @pytest.mark.parametrize("method, node, extra", list(wrong_type_cases(table)))
-    def test_node_of_wrong_type_is_refused(small, method, node, extra):
-        net, _ = small
-        before = describe(net)
+    def test_node_of_wrong_type_is_refused(request, method, node, extra):
+        net = network(request)
+        before = picture(net)
         with pytest.raises(TypeError):
             getattr(net, method)(node, *extra)
-        assert describe(net) == before
+        assert picture(net) == before
 
     return test_unknown_node_is_refused, test_node_of_wrong_type_is_refused

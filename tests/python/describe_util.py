@@ -14,15 +14,15 @@ def _get(call, *args):
         return ("raises", e.error_code)
 
 
-def _props(items):
+def props(items):
     return [(p.name, p.value) for p in items]
 
 
-def _docs(items):
+def docs(items):
     return [(d.title, d.path) for d in items]
 
 
-def _evidence(info):
+def evidence_tuple(info):
     if isinstance(info, tuple):
         return info
     return (int(info.type), info.outcome, info.value, list(info.virtual_evidence), info.slice)
@@ -40,7 +40,7 @@ def _outcomes(net, node_id):
             _get(net.get_outcome_description, node_id, i),
             _get(net.get_outcome_fix, node_id, i),
             _get(net.is_fault_outcome, node_id, i),
-            _docs(_get(net.get_outcome_documentation, node_id, i)),
+            docs(_get(net.get_outcome_documentation, node_id, i)),
         ))
     return per_outcome, _get(net.get_default_outcome, node_id)
 
@@ -53,8 +53,8 @@ def _node(net, h):
         "colors": (net.get_node_bg_color(h), net.get_node_text_color(h), net.get_node_border_color(h)),
         "border": net.get_node_border_width(h),
         "chart": (net.is_node_chart_enabled(h), net.get_node_chart_size(h)),
-        "properties": _props(net.get_node_user_properties(h)),
-        "documentation": _docs(net.get_node_documentation(h)),
+        "properties": props(net.get_node_user_properties(h)),
+        "documentation": docs(net.get_node_documentation(h)),
         "diag": (int(net.get_node_diag_type(h)), net.get_node_question(node_id), net.is_ranked(h),
                  net.is_mandatory(h)),
         "cost": (net.get_cost_parents(h), net.get_cost_children(h), net.get_node_cost(h)),
@@ -78,8 +78,8 @@ def _cases(net):
     for i, name in enumerate(net.get_all_case_names()):
         items = []
         for h in net.get_case_evidence_nodes(i):
-            items.append((h, _evidence(_get(net.get_case_evidence, i, h)),
-                          [_evidence(e) for e in net.get_case_temporal_evidence(i, h)]))
+            items.append((h, evidence_tuple(_get(net.get_case_evidence, i, h)),
+                          [evidence_tuple(e) for e in net.get_case_temporal_evidence(i, h)]))
         out.append((name, net.get_case_description(name), net.get_case_category(name),
                     net.get_case_created(i), net.get_case_last_modified(i), net.get_case_evidence_count(i),
                     items, net.get_case_targets(i)))
@@ -106,7 +106,7 @@ def describe(net):
         "core": describe_core(net),
         "nodes": {h: _node(net, h) for h in net.get_all_nodes()},
         "submodels": _submodels(net),
-        "properties": _props(net.get_user_properties()),
+        "properties": props(net.get_user_properties()),
         "settings": (int(net.get_influence_diagram_algorithm()), net.is_noisy_decomposition_enabled(),
                      net.get_noisy_decomposition_limit()),
         "cases": (_cases(net), net.is_case_sync_enabled()),
@@ -126,21 +126,3 @@ def assert_refused(net, code, call, *args, text=None):
         assert str(info.value) == text
     assert describe(net) == before
     return str(info.value)
-
-
-def bad_node_test(calls, bads=(7, -1, 0x8000, "Nope", "Main"), prepare=None):
-    """A test over calls (method, extra arguments) on the test's net: a node
-    given by a handle no node has or by an unknown id is refused with code -3
-    naming the handle (-2 for an id), and the network stays as it was."""
-    import pytest
-
-    @pytest.mark.parametrize("method, extra", calls)
-    @pytest.mark.parametrize("bad", bads)
-    def test_bad_nodes(net, method, extra, bad):
-        if prepare:
-            prepare(net)
-        handle = bad if isinstance(bad, int) else -2
-        assert_refused(net, -3, getattr(net, method), bad, *extra,
-                       text="QUARN Error Occured. Invalid node handle: %d" % handle)
-
-    return test_bad_nodes

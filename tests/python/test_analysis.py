@@ -75,13 +75,6 @@ def test_sensitivity_matches_the_closed_form(chain):
     assert ns.derivatives[outcome * len(chain.get_node_definition(node_id)) + index] == value
 
 
-def test_marginalize_node_keeps_the_marginal_of_the_rest(chain):
-    chain.marginalize_node("A")
-    chain.update_beliefs()
-    assert chain.get_node_value("B") == pytest.approx([0.41, 0.59], rel=1e-12)
-    assert chain.get_parents("B") == []
-
-
 def test_mutual_information(chain):
     voi = pyquarn.ValueOfInfo(chain)
     voi.set_target("A")

@@ -13,13 +13,10 @@ from describe_util import assert_refused, describe
 # method, arguments (a NUL inside one of them), function label
 _NUL_CALLS = [
     ("read_file", ("asia.xvek\0junk",), "Network.ReadFile"),
-    ("write_file", ("out.xvek\0junk",), "Network.WriteFile"),
-    ("read_string", ("<quarn\0",), "Network.ReadString"),
-    ("set_id", ("net\0x",), "Network.SetId"),
-    ("set_name", ("a\0b",), "Network.SetName"),
+    ("write_file", ("out.xvek\0junk",), "Network.WriteFile"), ("read_string", ("<quarn\0",), "Network.ReadString"),
+    ("set_id", ("net\0x",), "Network.SetId"), ("set_name", ("a\0b",), "Network.SetName"),
     ("set_description", ("a\0b",), "Network.SetDescription"),
-    ("set_node_name", ("A", "a\0b"), "Network.SetNodeName"),
-    ("set_node_id", ("A", "A\0b"), "Network.SetNodeId"),
+    ("set_node_name", ("A", "a\0b"), "Network.SetNodeName"), ("set_node_id", ("A", "A\0b"), "Network.SetNodeId"),
     ("set_node_description", ("A", "a\0b"), "Network.SetNodeDescription"),
     ("add_outcome", ("B", "b3\0x"), "Network.AddOutcome"),
     ("insert_outcome", ("B", 0, "b3\0x"), "Network.InsertOutcome"),
@@ -33,15 +30,6 @@ test_refused = refusal_test(
     [(method, args, -4, "QUARN Error -4 in function %s. ...NUL..." % label) for method, args, label in _NUL_CALLS]
     + [("set_node_chart_size", ("A", -1, 10), -2, "..."), ("set_node_chart_size", ("A", 10, -5), -2, "..."),
        ("set_noisy_decomposition_limit", (-1,), -2, "...")], picture=describe)
-
-
-def test_a_refused_type_change_changes_nothing(net):
-    d = net.add_node(NodeType.DECISION, "D")
-    b = net.add_node(NodeType.CPT, "B")
-    net.add_arc(d, b)
-    net.set_node_definition(b, [0.1, 0.9, 0.7, 0.3])
-    # 19 is no definition type; a change to EQUATION drops the decision arc.
-    assert_refused(net, -51, net.set_node_type, b, 19)
 
 
 def test_a_redirected_log_keeps_error_texts_and_can_come_back(net, tmp_path):

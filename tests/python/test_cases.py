@@ -3,15 +3,11 @@ import math
 import pytest
 
 import pyquarn
-from conftest import refusal_test
-from describe_util import assert_refused, describe
+from conftest import refusal_test, type_errors
+from describe_util import assert_refused, describe, evidence_tuple
 
 T = pyquarn.CaseEvidenceType
 Info = pyquarn.CaseEvidenceInfo
-
-
-def as_tuple(info):
-    return (info.type, info.outcome, info.value, list(info.virtual_evidence), info.slice)
 
 
 @pytest.fixture
@@ -40,22 +36,6 @@ def test_case_list(net):
     assert net.get_case_count() == 1
     net.delete_all_cases()
     assert net.get_case_count() == 0 and net.get_all_case_names() == []
-    assert not net.is_case_sync_enabled()
-    net.enable_case_sync(True)
-    assert net.is_case_sync_enabled()
-
-
-def test_descriptive_fields(net):
-    net.add_case("c")
-    net.add_case("d")
-    net.set_case_description(0, "line one\nline two")
-    net.set_case_category("c", "training")
-    net.set_case_created("c", 2**40 + 3)
-    net.set_case_last_modified(0, -5)
-    assert (net.get_case_description("c"), net.get_case_category("c"), net.get_case_created(0),
-            net.get_case_last_modified("c")) == ("line one\nline two", "training", 2**40 + 3, -5)
-    assert (net.get_case_description("d"), net.get_case_category("d"), net.get_case_created(1),
-            net.get_case_last_modified("d")) == ("", "", 0, 0)
 
 
 def test_evidence_items(net):
@@ -65,8 +45,8 @@ def test_evidence_items(net):
     assert net.get_case_evidence_count("c") == 2
     assert net.get_case_evidence_nodes(0) == [0, 1]
     assert net.get_case_evidence_node_ids("c") == ["A", "B"]
-    assert as_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
-    assert as_tuple(net.get_case_evidence(0, 1)) == (T.VIRTUAL, -1, 0.0, [0.2, 0.3, 0.5], -1)
+    assert evidence_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
+    assert evidence_tuple(net.get_case_evidence(0, 1)) == (T.VIRTUAL, -1, 0.0, [0.2, 0.3, 0.5], -1)
     # A second item for a node replaces the first.
     net.set_case_evidence(0, 0, Info(T.DISCRETE, outcome=0))
     assert net.get_case_evidence_count(0) == 2
@@ -83,25 +63,10 @@ def test_continuous_items_need_a_numeric_node(net):
     net.add_case("c")
     net.set_intervals("B", [0.0, 1.0, 2.0, 3.0])
     net.set_case_evidence("c", "B", Info(T.CONTINUOUS, value=1.5))
-    assert as_tuple(net.get_case_evidence("c", "B")) == (T.CONTINUOUS, -1, 1.5, [], -1)
-    assert_refused(net, -51, net.set_case_evidence, "c", "A", Info(T.CONTINUOUS, value=1.0),
-                   text="QUARN Error -51 in function Network.SetCaseEvidence. "
-                        "node 'A' cannot take continuous evidence")
+    assert evidence_tuple(net.get_case_evidence("c", "B")) == (T.CONTINUOUS, -1, 1.5, [], -1)
     # Outside the node's intervals.
     assert_refused(net, -2, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=7.0))
     assert_refused(net, -4, net.set_case_evidence, "c", "B", Info(T.CONTINUOUS, value=math.nan))
-
-
-def test_targets(net):
-    net.add_case("c")
-    net.set_case_targets(0, [2, 0])
-    assert (net.get_case_targets("c"), net.get_case_target_ids("c"), net.get_case_target_count(0)) == (
-        [2, 0], ["C", "A"], 2)
-    assert (net.is_case_target("c", "A"), net.is_case_target(0, 2), net.is_case_target(0, "B")) == (True, True, False)
-    net.set_case_targets("c", ["B"])
-    assert net.get_case_targets(0) == [1]
-    net.set_case_targets(0, [])
-    assert net.get_case_target_count("c") == 0
 
 
 @pytest.fixture
@@ -124,6 +89,10 @@ test_refused = refusal_test([
     ("add_case", ("c\0d",), -4, "..."),
     ("set_case_name", ("d", "c"), -2, "QUARN Error -2 in function Network.SetCaseName. Case 'c' already exists"),
     ("set_case_name", (0, ""), -2, "..."),
+    ("set_case_temporal_evidence", ("c", "A", [Info(T.DISCRETE, outcome=1, slice=0)]), -51,
+     "QUARN Error -51 in function Network.SetCaseTemporalEvidence. node 'A' is not in the temporal plate"),
+    ("set_case_evidence", ("c", "A", Info(T.CONTINUOUS, value=1.0)), -51,
+     "QUARN Error -51 in function Network.SetCaseEvidence. node 'A' cannot take continuous evidence"),
 ] + [("set_case_evidence", args, code, "...") for node, info, code in [
     ("A", Info(T.DISCRETE, outcome=2), -2), ("A", Info(T.DISCRETE, outcome=-1), -2),
     ("A", Info(T.DISCRETE, outcome=0, slice=0), -2), ("U", Info(T.DISCRETE, outcome=0), -51),
@@ -134,7 +103,12 @@ test_refused = refusal_test([
     ("B", Info(T.VIRTUAL, virtual_evidence=[0.0, 0.0, 0.0]), -3),
 ] for args in (("c", node, info), (0, HANDLES[node], info))]
   + [("set_case_targets", (case, targets), code, "...") for targets, code in [
-      ([0, 0], -2), (["A", "C", "A"], -2), ([0, 9], -3), (["A", "Nope"], -3), ([-1], -3)] for case in (0, "c")],
+      ([0, 0], -2), (["A", "C", "A"], -2), ([0, 9], -3), (["A", "Nope"], -3), ([-1], -3)] for case in (0, "c")]
+  + type_errors([
+      ("add_case", (1,)), ("find_case", (0,)), ("delete_case", (0.0,)), ("set_case_created", (0, 2**64)),
+      ("set_case_created", (0, 1.5)), ("get_case_description", (0,)), ("set_case_targets", (0, [0, "A"])),
+      ("set_case_targets", (0, 0)), ("set_case_evidence", (0, 0, (0, 1))), ("set_case_evidence", (0, 0, [Info()])),
+      ("set_case_temporal_evidence", (0, 0, Info())), ("enable_case_sync", (1,)), ("is_case_target", (0, 0.0))]),
   "cased", describe)
 
 
@@ -151,7 +125,7 @@ def test_save_and_apply_round_trip(net):
     saved = network_state(net)
     net.add_case("c")
     net.save_network_to_case("c")
-    assert as_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
+    assert evidence_tuple(net.get_case_evidence("c", "A")) == (T.DISCRETE, 1, 0.0, [], -1)
     assert net.get_case_evidence("c", "B").type == T.VIRTUAL
     assert net.get_case_evidence("c", "B").virtual_evidence == pytest.approx([0.2, 0.3, 0.5])
     assert net.get_case_targets("c") == [2]
@@ -163,17 +137,6 @@ def test_save_and_apply_round_trip(net):
     net.apply_case_to_network(0)
     assert network_state(net) == saved
     assert not net.is_evidence("C")
-
-
-def test_apply_a_built_case(net):
-    net.add_case("c")
-    net.set_case_evidence("c", "B", Info(T.DISCRETE, outcome=1))
-    net.set_case_evidence("c", "A", Info(T.VIRTUAL, virtual_evidence=[0.25, 0.75]))
-    net.set_case_targets("c", ["B"])
-    net.apply_case_to_network("c")
-    assert net.get_evidence("B") == 1
-    assert net.get_virtual_evidence("A") == pytest.approx([0.25, 0.75])
-    assert net.is_target(1) and not net.is_target(0)
 
 
 def test_a_case_that_fails_to_apply_changes_nothing(net):
@@ -188,35 +151,6 @@ def test_a_case_that_fails_to_apply_changes_nothing(net):
     text = assert_refused(net, -3, net.apply_case_to_network, "c")
     assert text.startswith("QUARN Error -3 in function Network.ApplyCaseToNetwork")
     assert network_state(net)[2] == (True, 1, None, False)
-
-
-def test_deleted_nodes_leave_every_case(net):
-    net.add_case("c")
-    net.add_case("d")
-    for case in ("c", "d"):
-        net.set_case_evidence(case, "C", Info(T.DISCRETE, outcome=1))
-        net.set_case_evidence(case, "A", Info(T.DISCRETE, outcome=0))
-        net.set_case_targets(case, ["C", "B"])
-    net.delete_node("C")
-    # The freed handle goes to a new node, which no case may claim.
-    assert net.add_node(pyquarn.NodeType.CPT, "Fresh") == 2
-    for case in ("c", "d"):
-        assert net.get_case_evidence_nodes(case) == [0]
-        assert net.get_case_targets(case) == [1]
-        assert not net.is_case_target(case, "Fresh")
-        assert_refused(net, -2, net.get_case_evidence, case, "Fresh")
-    net.apply_case_to_network("c")
-    assert not net.is_evidence("Fresh") and net.get_evidence("A") == 0
-
-
-def test_temporal_items_on_a_static_node(net):
-    net.add_case("c")
-    assert net.get_case_temporal_evidence("c", "A") == []
-    assert_refused(net, -51, net.set_case_temporal_evidence, "c", "A", [Info(T.DISCRETE, outcome=1, slice=0)],
-                   text="QUARN Error -51 in function Network.SetCaseTemporalEvidence. "
-                        "node 'A' is not in the temporal plate")
-    net.set_case_temporal_evidence("c", "A", [])
-    assert net.get_case_evidence_count("c") == 0
 
 
 # Every case method with a case that does not exist.
@@ -262,20 +196,6 @@ def test_bad_nodes(net, method, extra, case, bad):
     handle = bad if isinstance(bad, int) else -2
     assert_refused(net, -3, getattr(net, method), case, bad, *extra,
                    text=f"QUARN Error Occured. Invalid node handle: {handle}")
-
-
-@pytest.mark.parametrize("method, args", [
-    ("add_case", (1,)), ("find_case", (0,)), ("delete_case", (0.0,)), ("set_case_created", (0, 2**64)),
-    ("set_case_created", (0, 1.5)), ("get_case_description", (0,)), ("set_case_targets", (0, [0, "A"])),
-    ("set_case_targets", (0, 0)), ("set_case_evidence", (0, 0, (0, 1))), ("set_case_evidence", (0, 0, [Info()])),
-    ("set_case_temporal_evidence", (0, 0, Info())), ("enable_case_sync", (1,)), ("is_case_target", (0, 0.0)),
-])
-def test_wrong_argument_types(net, method, args):
-    _with_case(net)
-    before = describe(net)
-    with pytest.raises(TypeError):
-        getattr(net, method)(*args)
-    assert describe(net) == before
 
 
 def test_impossible_case_evidence_changes_nothing(net):

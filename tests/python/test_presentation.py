@@ -1,8 +1,8 @@
 import pytest
 
 import pyquarn
-from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import bad_node_test, describe
+from conftest import node_argument_tests, refusal_test, type_errors, with_nodes_a_b
+from describe_util import describe
 
 
 @pytest.fixture
@@ -10,55 +10,16 @@ def net(net):
     return with_nodes_a_b(net)
 
 
-@pytest.mark.parametrize("rect", [[10, 20, 5, 7], [10, 20, 4, 6], [-11, -3, 5, 3], [0, 0, 0, 0], [7, 8, 81, 1]])
-def test_position_reads_back_as_set(net, rect):
-    net.set_node_position(0, *rect)
-    assert net.get_node_position(0) == rect
-    net.set_node_position("B", rect)
-    assert net.get_node_position("B") == rect
-    # Only the node addressed changes.
-    net.set_node_position(1, 1, 1, 1, 1)
-    assert net.get_node_position("A") == rect
-
-
-def test_position_is_stored_by_its_centre(net):
+def test_position_is_stored_by_its_centre_and_reads_back(net):
     # The XML format writes left = centre - width / 2 and right = left + width,
     # so an odd width shows whether the centre was kept.
     net.set_node_position("A", 10, 20, 5, 7)
+    net.set_node_position(1, [-11, -3, 4, 6])
     xml = net.write_string()
     assert "<position>10 20 15 27</position>" in xml
     other = pyquarn.Network()
     other.read_string(xml)
-    assert other.get_node_position("A") == [10, 20, 5, 7]
-
-
-def test_colors_pass_through_unchanged(net):
-    defaults = (net.get_node_bg_color(0), net.get_node_text_color(0), net.get_node_border_color(0))
-    net.set_node_bg_color(0, 0x123456)
-    net.set_node_text_color("A", 0xFFFFFFFF)
-    net.set_node_border_color(0, 0)
-    assert (net.get_node_bg_color("A"), net.get_node_text_color(0), net.get_node_border_color("A")) == (
-        0x123456, 0xFFFFFFFF, 0)
-    assert (net.get_node_bg_color(1), net.get_node_text_color(1), net.get_node_border_color(1)) == defaults
-
-
-def test_border_width_and_bar_chart(net):
-    assert net.get_node_border_width(0) == 1
-    net.set_node_border_width("A", 4)
-    assert (net.get_node_border_width(0), net.get_node_border_width("B")) == (4, 1)
-    assert not net.is_node_chart_enabled(0)
-    net.set_node_chart_enabled("A", True)
-    assert (net.is_node_chart_enabled(0), net.is_node_chart_enabled(1)) == (True, False)
-    net.set_node_chart_size(0, 200, 90)
-    net.set_node_chart_enabled(0, False)
-    assert (net.is_node_chart_enabled("A"), net.get_node_chart_size(0)) == (False, [200, 90])
-
-
-def test_noisy_decomposition_settings(net):
-    assert (net.is_noisy_decomposition_enabled(), net.get_noisy_decomposition_limit()) == (False, 4)
-    net.set_noisy_decomposition_enabled(True)
-    net.set_noisy_decomposition_limit(9)
-    assert (net.is_noisy_decomposition_enabled(), net.get_noisy_decomposition_limit()) == (True, 9)
+    assert [other.get_node_position(h) for h in (0, "B")] == [[10, 20, 5, 7], [-11, -3, 4, 6]]
 
 
 _NODE_CALLS = [
@@ -70,9 +31,8 @@ _NODE_CALLS = [
 ]
 
 
-# Handle 0 is free: its node was deleted.
-test_bad_nodes = bad_node_test(_NODE_CALLS, bads=(0, 2, -1, 0x8000, "Nope", "Main", ""),
-                               prepare=lambda net: net.delete_node(0))
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests(
+    [(m, e, "hi") for m, e in _NODE_CALLS], describe, "net")
 
 
 RECT = "QUARN Error 1 in function pyquarn.Network.set_node_position(int, list) - rect array has invalid size"

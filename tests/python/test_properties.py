@@ -1,8 +1,8 @@
 import pytest
 
 import pyquarn
-from conftest import refusal_test, type_errors, with_nodes_a_b
-from describe_util import bad_node_test, describe
+from conftest import node_argument_tests, refusal_test, type_errors, with_nodes_a_b
+from describe_util import describe, props as pairs
 
 UP = pyquarn.UserProperty
 DOC = pyquarn.DocItemInfo
@@ -13,14 +13,6 @@ def net(net):
     return with_nodes_a_b(net)
 
 
-def pairs(items):
-    return [(p.name, p.value) for p in items]
-
-
-def docs(items):
-    return [(d.title, d.path) for d in items]
-
-
 def test_network_properties_replace_the_whole_list(net):
     assert net.get_user_properties() == []
     net.set_user_properties([UP("b", "2"), UP("a", "1"), UP("VEK_TRIANG_HEUR", "3")])
@@ -29,11 +21,6 @@ def test_network_properties_replace_the_whole_list(net):
     assert pairs(net.get_user_properties()) == [("c", "")]
     net.set_user_properties([])
     assert net.get_user_properties() == []
-
-
-def test_a_repeated_name_keeps_its_last_value_at_the_end(net):
-    net.set_user_properties([UP("a", "1"), UP("b", "2"), UP("a", "3")])
-    assert pairs(net.get_user_properties()) == [("b", "2"), ("a", "3")]
 
 
 def test_node_properties_belong_to_their_node(net):
@@ -48,20 +35,10 @@ def test_node_properties_belong_to_their_node(net):
     assert net.get_node_user_properties("C") == []
 
 
-def test_node_documentation(net):
-    items = [DOC("Manual", "http://example.org/a"), DOC("", ""), DOC("Manual", "file.txt")]
-    net.set_node_documentation("A", items)
-    assert docs(net.get_node_documentation(0)) == [("Manual", "http://example.org/a"), ("", ""),
-                                                   ("Manual", "file.txt")]
-    assert net.get_node_documentation("B") == []
-    net.set_node_documentation(0, [])
-    assert net.get_node_documentation("A") == []
-
-
-test_bad_nodes = bad_node_test([
-    ("get_node_user_properties", ()), ("set_node_user_properties", ([UP("a", "1")],)),
-    ("get_node_documentation", ()), ("set_node_documentation", ([DOC("t", "p")],)),
-])
+test_unknown_node_is_refused, test_node_of_wrong_type_is_refused = node_argument_tests([
+    ("get_node_user_properties", (), "hi"), ("set_node_user_properties", ([UP("a", "1")],), "hi"),
+    ("get_node_documentation", (), "hi"), ("set_node_documentation", ([DOC("t", "p")],), "hi"),
+], describe, "net")
 
 
 @pytest.fixture

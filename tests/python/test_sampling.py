@@ -1,4 +1,5 @@
-"""Belief updating by the stochastic sampling and propagation algorithms."""
+"""Loopy belief propagation against its definition, and its parameters (the
+engine's tests check the samplers)."""
 import itertools
 import math
 
@@ -8,24 +9,7 @@ import pyquarn
 from pyquarn import BayesianAlgorithmType as Alg
 from pyquarn import NodeType
 
-from conftest import build_impossible, quarn_error
-
-NO_SAMPLES = "No useful samples have been generated for some of nodes."
-
-
-@pytest.mark.parametrize("algorithm", [Alg.EPIS_SAMPLING, Alg.LBP])
-def test_impossible_evidence_raises_and_leaves_the_network_usable(net, algorithm):
-    build_impossible(net)
-    net.set_bayesian_algorithm(algorithm)
-    net.set_sample_count(200)
-    with quarn_error(-5, contains=NO_SAMPLES):
-        net.update_beliefs()
-    assert net.get_evidence("A") == 0
-    assert net.get_evidence("C") == 1
-    net.clear_evidence("C")
-    net.update_beliefs()
-    assert net.is_value_valid("C")
-    assert net.get_node_value("C") == [1.0, 0.0]
+from conftest import quarn_error
 
 
 def reference_loopy(net, sweeps=5000, tolerance=1e-13):
