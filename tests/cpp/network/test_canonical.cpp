@@ -901,6 +901,10 @@ TEST(Qualitative, FixedOutcomesArcRulesAndBadInput) {
         EXPECT_EQ(def.RemoveOutcome(0), VEK_WRONG_NODE_TYPE);
         EXPECT_EQ(def.SetNumberOfOutcomes(3), VEK_WRONG_NODE_TYPE);
         EXPECT_EQ(def.ChangeOrderOfOutcomes(VEK_intArray{1, 0}), VEK_WRONG_NODE_TYPE);
+        VEK_idArray ids;
+        for (const char* s : {"x", "y", "z"}) ids.Add(s);
+        EXPECT_EQ(def.SetNumberOfOutcomes(ids), VEK_WRONG_NODE_TYPE);
+        EXPECT_EQ(def.ChangeOrderOfOutcomesWithAddAndRemove(ids, VEK_intArray{0, 1, -1}), VEK_WRONG_NODE_TYPE);
         EXPECT_EQ(def.GetNumberOfOutcomes(), 2);
 
         // Only parents of the same kind.
