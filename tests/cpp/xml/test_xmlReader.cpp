@@ -305,26 +305,6 @@ TEST(XmlReader, StopParseFromHandlersEndsTheParse) {
     EXPECT_TRUE(g.Parse("<root><a id='1'/></root>"));
 }
 
-TEST(XmlReader, VersionCheck) {
-    for (auto [version, ok] : {std::pair{"1.0", true}, {"0.9", true}, {"1", true}, {"1.1", false}, {"2.0", false}}) {
-        Fixture f;
-        f.schema.onStart = [&](IXmlReader* r, const std::string& name) {
-            std::string v;
-            r->GetAttribute("version", v);
-            if (name == "root") {
-                EXPECT_EQ(CheckVersion(r, v.c_str(), "1.0"), ok);
-            }
-        };
-        f.root->AddAttribute("version", true);
-        EXPECT_EQ(f.Parse(std::string("<root version='") + version + "'><a id='1'/></root>"), ok);
-        if (!ok) {
-            EXPECT_EQ(f.errors.errors,
-                      Log{std::string("Invalid version number '") + version + "', expected 1.0\n" +
-                          GetDownloadNewVersionMessage()});
-        }
-    }
-}
-
 TEST(XmlReader, ErrorHandlerLogsPositionedMessages) {
     Fixture f;
     VEK_logger logger;
@@ -352,24 +332,6 @@ TEST(XmlReader, ErrorHandlerLogsPositionedMessages) {
     EXPECT_FALSE(f.reader.ParseFile("/no/such/dir/x.xvek", f.root, &handler));
     EXPECT_EQ(std::string(logger.GetLastErrorMessage()),
               "Error at 0, 0 while loading /no/such/dir/x.xvek: Can't open file /no/such/dir/x.xvek");
-}
-
-TEST(XmlReader, ParsesFilesAcrossManyChunks) {
-    std::string path = ::testing::TempDir() + "xml_reader_file.xml";
-    std::string doc = "<root><a id='1'/><b>";
-    for (int k = 0; k < 5000; ++k) doc += std::to_string(k) + (k % 7 ? " " : "\n");
-    doc += "</b></root>";
-    FILE* out = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(out, nullptr);
-    std::fputs(doc.c_str(), out);
-    std::fclose(out);
-    Fixture f;
-    long sum = 0, count = 0;
-    f.schema.onItem = [&](IXmlReader* r, const std::string&) { sum += std::atol(r->GetContent().c_str()), ++count; };
-    EXPECT_TRUE(f.reader.ParseFile(path.c_str(), f.root, &f.errors));
-    EXPECT_EQ(count, 5000);
-    EXPECT_EQ(sum, 4999L * 5000 / 2);
-    std::remove(path.c_str());
 }
 
 // Bad input of every kind ends with false and exactly one positioned error.
