@@ -588,7 +588,7 @@ TEST_F(ValueTest, EvidenceIsCopiedWithTheNetwork) {
 
 // ---------------------------------------------------------------- outcome changes
 
-TEST_F(ValueTest, EvidenceFollowsOutcomeInsertAndRemove) {
+TEST_F(ValueTest, EvidenceFollowsOutcomeInsertRemoveAndReorder) {
     VEK_discDef* def = Disc(net, a);
     VEK_nodeVal* v = V(a);
     ASSERT_EQ(v->SetEvidence("a1"), VEK_OKAY);
@@ -609,22 +609,19 @@ TEST_F(ValueTest, EvidenceFollowsOutcomeInsertAndRemove) {
     ASSERT_EQ(def->RemoveOutcome(4), VEK_OKAY);
     EXPECT_STREQ(v->GetEvidenceId(), "a1");
 
+    // a0 mid a1 a2 reordered to a1 a0 a2 mid.
+    ASSERT_EQ(def->ChangeOrderOfOutcomes(VEK_intArray{2, 0, 3, 1}), VEK_OKAY);
+    EXPECT_EQ(v->GetEvidence(), 0);
+    EXPECT_STREQ(v->GetEvidenceId(), "a1");
+    EXPECT_EQ(Items(v), (std::vector<double>{1.0, 0.0, 0.0, 0.0}));
+
     // Removing the observed outcome clears the evidence.
-    ASSERT_EQ(def->RemoveOutcome(2), VEK_OKAY);
+    ASSERT_EQ(def->RemoveOutcome(0), VEK_OKAY);
     EXPECT_EQ(v->GetFlags(), 0);
     EXPECT_EQ(v->GetEvidence(), VEK_OUT_OF_RANGE);
-}
 
-TEST_F(ValueTest, EvidenceFollowsOutcomeReorder) {
-    VEK_discDef* def = Disc(net, a);
-    ASSERT_EQ(V(a)->SetEvidence("a1"), VEK_OKAY);
-    ASSERT_EQ(def->ChangeOrderOfOutcomes(VEK_intArray{2, 0, 1}), VEK_OKAY);
-    EXPECT_EQ(V(a)->GetEvidence(), 2);
-    EXPECT_STREQ(V(a)->GetEvidenceId(), "a1");
-    EXPECT_EQ(Items(V(a)), (std::vector<double>{0.0, 0.0, 1.0}));
-
-    // Propagated evidence follows the same way. Relevance is off so that the
-    // network does not derive it afresh after the change.
+    // Propagated evidence follows reordering the same way. Relevance is off so
+    // that the network does not derive it afresh after the change.
     net.EnableRelevance(false);
     ASSERT_EQ(V(b)->SetPropagatedEvidence(0), VEK_OKAY);
     ASSERT_EQ(Disc(net, b)->ChangeOrderOfOutcomes(VEK_intArray{1, 0}), VEK_OKAY);
