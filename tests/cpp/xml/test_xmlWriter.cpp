@@ -3,13 +3,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "networkDescription.h"
 #include "xml/xmlReader.h"
 #include "xml/xmlWriter.h"
 
@@ -142,10 +141,7 @@ TEST(XmlWriter, FileOutputAndFailures) {
     EXPECT_FALSE(w.HasOutputFailed());
     EXPECT_TRUE(file.Close());
     EXPECT_FALSE(file.Close());
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream read;
-    read << in.rdbuf();
-    EXPECT_EQ(read.str(), kSample);
+    EXPECT_EQ(testnet::ReadText(path), kSample);
     std::remove(path.c_str());
 
     EXPECT_FALSE(file.Open("/no/such/dir/out.xml"));
