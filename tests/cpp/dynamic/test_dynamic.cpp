@@ -240,9 +240,7 @@ TEST(Dynamic, EmSharesTablesAcrossSlicesAsEnumerationDoes) {
         std::vector<int> fixed;
     };
     for (const Case& c : {Case{0.3, 0.0f, {}}, Case{0.2, 2.0f, {f.y}}}) {
-        VEK_randGen gen(11);
-        VEK_dataset data;
-        ASSERT_EQ(VEK_sampleDataset(flat, 150, gen, c.missing, data), 0);
+        const VEK_dataset data = emtest::Sample(flat, 150, 11, c.missing);
         std::vector<int> fixedFlat;
         for (int h : c.fixed)
             for (int t = 0; t < 3; ++t) fixedFlat.push_back(unrolled(h, t));
