@@ -458,10 +458,6 @@ TEST(InfluenceDiagram, UtilitiesKeepTheirScaleAndTargetsLimitTheBeliefs) {
     // By option: .25*u(c0) + .75*u(c1).
     ExpectNear(Beliefs(net, d), {-10 * .25 + 2 * .75, 10 * .25 - 3 * .75, 4 * .25 - 7 * .75}, "D");
     ExpectNear(Beliefs(net, u), Beliefs(net, d), "U");
-    for (double x : Beliefs(net, u)) {
-        EXPECT_GE(x, -10.0);
-        EXPECT_LE(x, 10.0);
-    }
     EXPECT_TRUE(net.GetVal(other)->IsValueValid());
 
     // With a target only the target's beliefs are computed; the utilities
