@@ -24,17 +24,6 @@ std::string ReadText(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-std::vector<double> RandomTable(std::mt19937& gen, int size, int states) {
-    std::uniform_real_distribution<double> u(0.05, 1.0);
-    std::vector<double> t(size);
-    for (int c = 0; c < size; c += states) {
-        double s = 0;
-        for (int i = 0; i < states; ++i) s += t[c + i] = u(gen);
-        for (int i = 0; i < states; ++i) t[c + i] /= s;
-    }
-    return t;
-}
-
 // Anchor A -> plate X (temporal arcs of orders 1 and 2 from itself) -> plate
 // Y -> terminal T, 4 slices, evidence and likelihoods in some slices.
 struct Fixture {
@@ -46,10 +35,9 @@ struct Fixture {
         x = AddNode(net, "X", 2);
         y = AddNode(net, "Y", 3);
         t = AddNode(net, "T", 2);
-        net.SetTemporalType(a, VEK_TEMPORAL_ANCHOR);
-        net.SetTemporalType(x, VEK_TEMPORAL_PLATE);
-        net.SetTemporalType(y, VEK_TEMPORAL_PLATE);
-        net.SetTemporalType(t, VEK_TEMPORAL_TERMINAL);
+        for (auto [h, type] : {std::pair{a, VEK_TEMPORAL_ANCHOR}, {x, VEK_TEMPORAL_PLATE}, {y, VEK_TEMPORAL_PLATE},
+                               {t, VEK_TEMPORAL_TERMINAL}})
+            net.SetTemporalType(h, type);
         net.AddArc(a, x);
         net.AddArc(x, y);
         net.AddArc(y, t);
@@ -60,10 +48,10 @@ struct Fixture {
         d.AddTemporalArc(y, x, 1);
         for (int h : {a, x, y, t}) {
             const int n = net.GetDef(h)->GetNumberOfOutcomes();
-            net.GetDef(h)->SetDefinition(RandomTable(gen, net.GetDef(h)->GetMatrix()->GetSize(), n));
+            net.GetDef(h)->SetDefinition(inftest::RandomColumns(gen, net.GetDef(h)->GetMatrix()->GetSize(), n));
             for (int k : {1, 2}) {
                 if (const VEK_Dmatrix* m = d.GetTemporalDefinition(h, k)) {
-                    d.SetTemporalDefinition(h, k, RandomTable(gen, m->GetSize(), n));
+                    d.SetTemporalDefinition(h, k, inftest::RandomColumns(gen, m->GetSize(), n));
                 }
             }
         }

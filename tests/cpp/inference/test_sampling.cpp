@@ -16,22 +16,6 @@ using namespace inftest;
 
 namespace {
 
-// Largest difference between the beliefs and the reference over the nodes
-// that must have beliefs (all, or the targets); -1 when one of them has none.
-double MaxError(const VEK_network& net, const Scenario& sc) {
-    double worst = 0.0;
-    for (const auto& [id, expect] : sc.marginals) {
-        const int h = net.FindNode(id.c_str());
-        if (h < 0) return -1.0;
-        if (net.GetTargetCount() > 0 && !net.IsTarget(h)) continue;
-        if (!net.GetVal(h)->IsValueValid()) return -1.0;
-        const std::vector<double> b = Beliefs(net, h);
-        if (b.size() != expect.size()) return -1.0;
-        for (size_t s = 0; s < b.size(); ++s) worst = std::max(worst, std::fabs(b[s] - expect[s]));
-    }
-    return worst;
-}
-
 // A sampler's estimate of a probability from n samples, of which a share pe
 // carries the evidence, has a standard error of at most 0.5 / sqrt(n pe).
 double SamplingTolerance(int samples, double pe, double sigmas) { return sigmas * 0.5 / std::sqrt(samples * pe); }
