@@ -244,20 +244,28 @@ TEST(Sampling, ImpossibleEvidenceFailsAndLeavesTheNetworkUsable) {
     }
 }
 
+// Every algorithm, relevance on and off, on an empty network and on one
+// with every node observed.
 TEST(Sampling, EveryNodeObservedAndEmptyNetworks) {
     VEK_network empty;
-    for (int alg = 1; alg <= 9; ++alg) {
-        empty.SetDefaultBNAlgorithm(alg);
-        EXPECT_EQ(empty.UpdateBeliefs(), 0) << alg;
-    }
     Loop l;
-    ASSERT_EQ(l.net.GetVal(l.a)->SetEvidence(1), 0);
-    ASSERT_EQ(l.net.GetVal(l.b)->SetEvidence(2), 0);
-    ASSERT_EQ(l.net.GetVal(l.c)->SetEvidence(0), 0);
-    ASSERT_EQ(l.net.GetVal(l.d)->SetEvidence(1), 0);
-    for (int alg = 1; alg <= 9; ++alg) {
-        l.net.SetDefaultBNAlgorithm(alg);
-        EXPECT_EQ(l.net.UpdateBeliefs(), 0) << alg;
-        EXPECT_EQ(Beliefs(l.net, l.b), (std::vector<double>{0.0, 0.0, 1.0})) << alg;
+    const std::map<int, int> all{{l.a, 1}, {l.b, 2}, {l.c, 0}, {l.d, 1}};
+    for (auto [h, s] : all) ASSERT_EQ(l.net.GetVal(h)->SetEvidence(s), 0);
+    const double pe = Enumerate(l.net, all).pEvidence;
+    for (int alg = 0; alg <= 12; ++alg) {
+        for (bool relevance : {true, false}) {
+            for (VEK_network* net : {&empty, &l.net}) {
+                net->SetDefaultBNAlgorithm(alg);
+                net->EnableRelevance(relevance);
+                net->InvalidateAllBeliefs();
+                EXPECT_EQ(net->UpdateBeliefs(), 0) << alg;
+            }
+            EXPECT_EQ(Beliefs(l.net, l.b), (std::vector<double>{0.0, 0.0, 1.0})) << alg;
+            double p = 0.0;
+            if (alg == 0 || alg >= 10) {
+                ASSERT_EQ(l.net.ProbEvidence(p), 0) << alg;
+                EXPECT_NEAR(p, pe, 1e-15) << alg;
+            }
+        }
     }
 }

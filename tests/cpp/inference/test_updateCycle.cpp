@@ -274,23 +274,6 @@ TEST(UpdateCycle, InvalidTableEntriesAreRefused) {
     }
 }
 
-TEST(UpdateCycle, EvidenceOnEveryNode) {
-    VEK_network net;
-    std::vector<int> h;
-    Grid(net, 3, 3, 2, h);
-    for (size_t i = 0; i < h.size(); ++i) SetTable(net, h[i], std::vector<double>(net.GetDef(h[i])->GetMatrix()->GetSize(), 0.5));
-    for (int n : h) ASSERT_EQ(net.GetVal(n)->SetEvidence(static_cast<int>(n % 2)), 0);
-    for (bool relevance : {true, false}) {
-        net.EnableRelevance(relevance);
-        net.InvalidateAllBeliefs();
-        ASSERT_EQ(net.UpdateBeliefs(), 0);
-        double pe = 0.0;
-        ASSERT_EQ(net.ProbEvidence(pe), 0);
-        EXPECT_NEAR(pe, std::pow(0.5, 9), 1e-18);
-        for (int n : h) EXPECT_EQ(Beliefs(net, n)[static_cast<size_t>(n % 2)], 1.0);
-    }
-}
-
 TEST(UpdateCycle, TreesBeyondTheLimitFailWithoutExhaustingMemory) {
     // A limit of 1 fails on any two-state node outside evidence.
     {
