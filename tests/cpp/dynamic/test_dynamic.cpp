@@ -10,8 +10,6 @@
 #include "../learning/emTestUtil.h"
 #include "dynamic/dynamicNet.h"
 #include "dynamic/unroll.h"
-#include "inference/randGen.h"
-#include "learning/dataSampler.h"
 #include "network/demorgan.h"
 #include "network/noisyAdder.h"
 

@@ -10,7 +10,6 @@
 #include "emTestUtil.h"
 #include "inference/randGen.h"
 #include "learning/bayesianSearch.h"
-#include "learning/dataSampler.h"
 #include "learning/dataset.h"
 #include "learning/familyCounts.h"
 #include "learning/greedyThickThinning.h"

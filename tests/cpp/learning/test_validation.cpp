@@ -7,8 +7,6 @@
 
 #include "../inference/infTestUtil.h"
 #include "emTestUtil.h"
-#include "inference/randGen.h"
-#include "learning/dataSampler.h"
 #include "learning/dataset.h"
 #include "learning/discretizer.h"
 #include "learning/validator.h"
