@@ -59,18 +59,4 @@ inline void ExpectSameAs(const VEK_network& ref, const VEK_network& got, double 
     foreign::ExpectSameNetwork(ref, got, {.names = true, .labels = true, .tolerance = tolerance});
 }
 
-// The smaller networks written in format and read back equal the XML network
-// file they came from, exactly.
-inline void ExpectSmallNetworksRoundTrip(int format, const char* extension) {
-    for (const std::string& name : Names()) {
-        if (IsBig(name)) continue;
-        SCOPED_TRACE(name);
-        const VEK_network* ref = Reference(name);
-        ASSERT_TRUE(ref);
-        VEK_network copy(*ref), back;
-        foreign::RoundTrip(copy, format, extension, back);
-        ExpectSameAs(*ref, back, 0.0);
-    }
-}
-
 }  // namespace shared

@@ -133,6 +133,12 @@ probability ( 2nd | my-node ) {
 TEST(BifText, FaultsAreRefusedWithTheirPosition) {
     const std::string head = "network n { }\nvariable a { type discrete [ 2 ] { x, y }; }\n"
                              "variable b { type discrete [ 2 ] { t, f }; }\n";
+    // A table of a size that does not fit an int: eight parents of 20 states.
+    std::string huge = "variable a { type discrete [ 2 ] { x, y }; }\n"
+                       "probability ( a | a1, a2, a3, a4, a5, a6, a7, a8 ) { table 1; }\n";
+    for (char i = '1'; i <= '8'; ++i)
+        huge += std::string("variable a") + i + " { type discrete [ 20 ] { " +
+                "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n";
     foreign::ExpectFaults(foreign::FileReader(".bif", VEK_FORMAT_XMLBIF), {
         {head + "probability ( b | c ) { table 0.5 0.5 0.5 0.5; }\n", 4, 19, "Node parent not found: 'c'"},
         {head + "probability ( a ) { table 0.5 0.5; }\nprobability ( b | a ) {\n  (x) 0.5, 0.5;\n  (y) 0.5;\n}\n",
@@ -159,18 +165,7 @@ TEST(BifText, FaultsAreRefusedWithTheirPosition) {
         {head + "probability ( a ) { table 0.5 0.5; }\n", 3, 1, "No table for node 'b'"},
         {"network n { property \"unterminated ; }\n", 1, 22, "Unterminated string"},
         {"network n { }\nnode a { }\n", 2, 1, "Expected 'network', 'variable' or 'probability'"},
-    // A table of a size that does not fit an int.
-        {"variable a { type discrete [ 2 ] { x, y }; }\n"
-                    "probability ( a | a1, a2, a3, a4, a5, a6, a7, a8 ) { table 1; }\n"
-                    "variable a1 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                    "variable a2 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                    "variable a3 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                    "variable a4 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                    "variable a5 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                    "variable a6 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                    "variable a7 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n"
-                    "variable a8 { type discrete [ 20 ] { 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20 }; }\n",
-                    2, 1, "Table too large"},
+        {huge, 2, 1, "Table too large"},
     });
 }
 

@@ -158,17 +158,15 @@ TEST(NeticaFormat, NamesNeticaCannotHoldAreShortenedAndKeptAsTitles) {
     ASSERT_EQ(back.GetNumberOfNodes(), 3);
     // Every name in the file is a Netica name; the ids come back as titles.
     std::set<std::string> names;
+    const VEK_node* cafe = nullptr;
     for (int h = back.GetFirstNode(); h >= 0; h = back.GetNextNode(h)) {
         std::string id = back.GetNodeId(h);
         EXPECT_LE(id.size(), 30u) << id;
         for (unsigned char ch : id) EXPECT_LT(ch, 0x80) << id;
         names.insert(back.GetNode(h)->Header().GetName());
-    }
-    EXPECT_EQ(names, (std::set<std::string>{longId, longId + "_too", "caf\xC3\xA9"}));
-    const VEK_node* cafe = nullptr;
-    for (int h = back.GetFirstNode(); h >= 0; h = back.GetNextNode(h)) {
         if (std::string(back.GetNode(h)->Header().GetName()) == "caf\xC3\xA9") cafe = back.GetNode(h);
     }
+    EXPECT_EQ(names, (std::set<std::string>{longId, longId + "_too", "caf\xC3\xA9"}));
     ASSERT_NE(cafe, nullptr);
     EXPECT_STREQ(static_cast<const VEK_discDef*>(cafe->Definition())->GetOutcomeLabel(0), "\xC3\xA9t\xC3\xA9");
     EXPECT_EQ(cafe->Parents().GetSize(), 1);

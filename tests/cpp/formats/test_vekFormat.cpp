@@ -528,34 +528,27 @@ TEST(VekFormat, HostileSizesAreRefusedBeforeAllocation) {
         text += "  node cpt p" + std::to_string(i) + " { states = (a, b, c, d); }\n";
         parents += (i ? ", p" : "p") + std::to_string(i);
     }
-    VEK_network net;
-    EXPECT_EQ(ReadDirect(net, text + "  node cpt big { parents = (" + parents + "); }\n}"), VEK_FILE_IO_FAILED);
-    EXPECT_NE(LastMessage(net).find("too large to be left out"), std::string::npos) << LastMessage(net);
-    VEK_network net2;
-    EXPECT_EQ(ReadDirect(net2, text + "  node deterministic big { parents = (" + parents +
-                                   "); resultingstates = (a); }\n}"),
-              VEK_FILE_IO_FAILED);
-    EXPECT_NE(LastMessage(net2).find("1 values, 281474976710656 expected"), std::string::npos) << LastMessage(net2);
-
     // And a plate node whose temporal parents would make its table as large.
     std::string plate = "network n {\n";
     for (int i = 0; i < 24; ++i) {
         plate += "  node cpt p" + std::to_string(i) + " { states = (a, b, c, d); dynamic = plate; }\n";
     }
-    VEK_network net5;
-    EXPECT_EQ(ReadDirect(net5, plate + "  node cpt big { dynamic = plate; temporal 1 { parents = (" + parents + "); } }\n}"),
-              VEK_FILE_IO_FAILED);
-    EXPECT_NE(LastMessage(net5).find("temporal tables are too large"), std::string::npos) << LastMessage(net5);
-
-    std::string deep = "network n { node cpt a { probabilities = " + std::string(5000, '(') + "}}";
-    VEK_network net3;
-    EXPECT_EQ(ReadDirect(net3, deep), VEK_FILE_IO_FAILED);
-    EXPECT_NE(LastMessage(net3).find("nested too deeply"), std::string::npos);
     std::string blocks = "network n {";
     for (int i = 0; i < 1100; ++i) blocks += " submodel s {";
-    VEK_network net4;
-    EXPECT_EQ(ReadDirect(net4, blocks), VEK_FILE_IO_FAILED);
-    EXPECT_NE(LastMessage(net4).find("nested too deeply"), std::string::npos);
+    const std::pair<std::string, const char*> cases[] = {
+        {text + "  node cpt big { parents = (" + parents + "); }\n}", "too large to be left out"},
+        {text + "  node deterministic big { parents = (" + parents + "); resultingstates = (a); }\n}",
+         "1 values, 281474976710656 expected"},
+        {plate + "  node cpt big { dynamic = plate; temporal 1 { parents = (" + parents + "); } }\n}",
+         "temporal tables are too large"},
+        {"network n { node cpt a { probabilities = " + std::string(5000, '(') + "}}", "nested too deeply"},
+        {blocks, "nested too deeply"},
+    };
+    for (const auto& [input, message] : cases) {
+        VEK_network net;
+        EXPECT_EQ(ReadDirect(net, input), VEK_FILE_IO_FAILED) << message;
+        EXPECT_NE(LastMessage(net).find(message), std::string::npos) << LastMessage(net);
+    }
 }
 
 // Every prefix of a rich file, and files with bytes changed at random, are

@@ -1,6 +1,5 @@
-// Helpers shared by the inference tests: a small JSON reader for the
-// reference scenarios, network construction, and exact posteriors by
-// enumeration of the full joint distribution.
+// Helpers shared by the inference tests: the reference scenarios, network
+// construction, and exact posteriors by enumeration of the full joint.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -28,101 +28,6 @@
 #include "network/nodeVal.h"
 
 namespace inftest {
-
-// ---------------------------------------------------------------- JSON
-
-struct Json {
-    enum Kind { Null, Bool, Number, String, Array, Object } kind = Null;
-    double number = 0.0;
-    bool boolean = false;
-    std::string text;
-    std::vector<Json> items;
-    std::vector<std::pair<std::string, Json>> members;
-
-    const Json* Find(const std::string& key) const {
-        for (const auto& m : members)
-            if (m.first == key) return &m.second;
-        return nullptr;
-    }
-};
-
-// The reference files hold objects, arrays, numbers and strings without
-// escapes; anything else fails the parse.
-class JsonReader {
-public:
-    explicit JsonReader(const std::string& s) : s_(s) {}
-    bool Parse(Json& out) {
-        if (!Value(out)) return false;
-        Skip();
-        return pos_ == s_.size();
-    }
-
-private:
-    void Skip() {
-        while (pos_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[pos_]))) ++pos_;
-    }
-    bool Eat(char c) {
-        Skip();
-        if (pos_ >= s_.size() || s_[pos_] != c) return false;
-        ++pos_;
-        return true;
-    }
-    bool Str(std::string& out) {
-        if (!Eat('"')) return false;
-        const size_t end = s_.find('"', pos_);
-        if (end == std::string::npos || s_.find('\\', pos_) < end) return false;
-        out = s_.substr(pos_, end - pos_);
-        pos_ = end + 1;
-        return true;
-    }
-    // The members of an object or the items of an array, up to its close.
-    bool Items(Json& v, char close) {
-        if (Eat(close)) return true;
-        do {
-            std::string key;
-            Json item;
-            if (v.kind == Json::Object && !(Str(key) && Eat(':'))) return false;
-            if (!Value(item)) return false;
-            if (v.kind == Json::Object) {
-                v.members.emplace_back(std::move(key), std::move(item));
-            } else {
-                v.items.push_back(std::move(item));
-            }
-        } while (Eat(','));
-        return Eat(close);
-    }
-    bool Value(Json& v) {
-        Skip();
-        if (pos_ >= s_.size()) return false;
-        if (s_[pos_] == '"') {
-            v.kind = Json::String;
-            return Str(v.text);
-        }
-        if (s_[pos_] == '{' || s_[pos_] == '[') {
-            v.kind = s_[pos_] == '{' ? Json::Object : Json::Array;
-            return Items(v, s_[pos_++] == '{' ? '}' : ']');
-        }
-        for (const char* word : {"true", "false", "null"}) {
-            const size_t n = std::char_traits<char>::length(word);
-            if (s_.compare(pos_, n, word) == 0) {
-                pos_ += n;
-                v.kind = word[0] == 'n' ? Json::Null : Json::Bool;
-                v.boolean = word[0] == 't';
-                return true;
-            }
-        }
-        const char* begin = s_.c_str() + pos_;
-        char* end = nullptr;
-        v.number = std::strtod(begin, &end);
-        if (end == begin) return false;
-        v.kind = Json::Number;
-        pos_ += static_cast<size_t>(end - begin);
-        return true;
-    }
-
-    const std::string& s_;
-    size_t pos_ = 0;
-};
 
 // ---------------------------------------------------------------- reference scenarios
 
@@ -142,31 +47,102 @@ inline std::string SharedDir() {
 #endif
 }
 
+// Reads the JSON of the reference files: objects, arrays, numbers and
+// strings without escapes; anything else fails.
+class JsonReader {
+public:
+    explicit JsonReader(const std::string& s) : s_(s) {}
+    // The next character after white space, '\0' at the end.
+    char Peek() {
+        while (pos_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[pos_]))) ++pos_;
+        return pos_ < s_.size() ? s_[pos_] : '\0';
+    }
+    bool Eat(char c) {
+        if (Peek() != c || c == '\0') return false;
+        ++pos_;
+        return true;
+    }
+    bool String(std::string& out) {
+        if (!Eat('"')) return false;
+        const size_t end = s_.find('"', pos_);
+        if (end == std::string::npos || s_.find('\\', pos_) < end) return false;
+        out = s_.substr(pos_, end - pos_);
+        pos_ = end + 1;
+        return true;
+    }
+    bool Number(double& v) {
+        Peek();
+        char* end = nullptr;
+        v = std::strtod(s_.c_str() + pos_, &end);
+        if (end == s_.c_str() + pos_) return false;
+        pos_ = static_cast<size_t>(end - s_.c_str());
+        return true;
+    }
+    // An object, member(key) reading each member's value.
+    bool Object(const std::function<bool(const std::string&)>& member) {
+        if (!Eat('{')) return false;
+        if (Eat('}')) return true;
+        std::string key;
+        do {
+            if (!String(key) || !Eat(':') || !member(key)) return false;
+        } while (Eat(','));
+        return Eat('}');
+    }
+    bool Array(const std::function<bool()>& item) {
+        if (!Eat('[')) return false;
+        if (Eat(']')) return true;
+        do {
+            if (!item()) return false;
+        } while (Eat(','));
+        return Eat(']');
+    }
+    bool Skip() {
+        std::string text;
+        double number;
+        switch (Peek()) {
+            case '"': return String(text);
+            case '{': return Object([this](const std::string&) { return Skip(); });
+            case '[': return Array([this] { return Skip(); });
+            default: return Number(number);
+        }
+    }
+    bool AtEnd() { return Peek() == '\0' && pos_ == s_.size(); }
+
+private:
+    const std::string& s_;
+    size_t pos_ = 0;
+};
+
 inline bool LoadScenarios(const std::string& name, std::vector<Scenario>& out) {
     std::ifstream in(SharedDir() + "/networks/reference/" + name + ".json");
     if (!in) return false;
     std::stringstream ss;
     ss << in.rdbuf();
     const std::string text = ss.str();
-    Json root;
-    if (!JsonReader(text).Parse(root)) return false;
-    const Json* sc = root.Find("scenarios");
-    if (!sc || sc->kind != Json::Array) return false;
+    JsonReader r(text);
     out.clear();
-    for (const Json& s : sc->items) {
-        Scenario x;
-        if (const Json* ev = s.Find("evidence"))
-            for (const auto& m : ev->members) x.evidence.emplace_back(m.first, m.second.text);
-        if (const Json* p = s.Find("p_evidence")) x.pEvidence = p->number;
-        if (const Json* ms = s.Find("marginals"))
-            for (const auto& m : ms->members) {
-                std::vector<double> v;
-                for (const Json& d : m.second.items) v.push_back(d.number);
-                x.marginals[m.first] = std::move(v);
-            }
-        out.push_back(std::move(x));
-    }
-    return true;
+    auto scenario = [&r, &out] {
+        Scenario& x = out.emplace_back();
+        return r.Object([&](const std::string& key) {
+            if (key == "p_evidence") return r.Number(x.pEvidence);
+            if (key == "evidence")
+                return r.Object([&](const std::string& node) {
+                    std::string state;
+                    return r.String(state) && (x.evidence.emplace_back(node, state), true);
+                });
+            if (key != "marginals") return r.Skip();
+            return r.Object([&](const std::string& node) {
+                std::vector<double>& v = x.marginals[node];
+                return r.Array([&] { return r.Number(v.emplace_back()); });
+            });
+        });
+    };
+    bool found = false;
+    return r.Object([&](const std::string& key) {
+        if (key != "scenarios") return r.Skip();
+        found = true;
+        return r.Array(scenario);
+    }) && r.AtEnd() && found;
 }
 
 // A shared network with its reference scenarios.
@@ -184,6 +160,32 @@ inline void Enter(VEK_network& net, const Scenario& sc) {
         ASSERT_GE(h, 0) << node;
         ASSERT_EQ(net.GetVal(h)->SetEvidence(state.c_str()), 0) << node << " " << state;
     }
+}
+
+inline std::vector<double> Beliefs(const VEK_network& net, int h) {
+    const VEK_Dmatrix* m = net.GetVal(h)->GetMatrix();
+    std::vector<double> v;
+    if (m)
+        for (int i = 0; i < m->GetSize(); ++i) v.push_back((*m)[i]);
+    return v;
+}
+
+// Largest difference between the beliefs and the scenario's over the nodes
+// that must have beliefs (all, or the targets); -1 when one of them has
+// none, or the scenario none.
+inline double MaxError(const VEK_network& net, const Scenario& sc) {
+    if (sc.marginals.empty()) return -1.0;
+    double worst = 0.0;
+    for (const auto& [id, expect] : sc.marginals) {
+        const int h = net.FindNode(id.c_str());
+        if (h < 0) return -1.0;
+        if (net.GetTargetCount() > 0 && !net.IsTarget(h)) continue;
+        if (!net.GetVal(h)->IsValueValid()) return -1.0;
+        const std::vector<double> b = Beliefs(net, h);
+        if (b.size() != expect.size()) return -1.0;
+        for (size_t s = 0; s < b.size(); ++s) worst = std::max(worst, std::fabs(b[s] - expect[s]));
+    }
+    return worst;
 }
 
 inline std::string LastMessage(const VEK_network& net) {
@@ -222,14 +224,6 @@ inline int SetTable(VEK_network& net, int h, const std::vector<double>& values) 
     return net.GetDef(h)->SetDefinition(values);
 }
 
-inline std::vector<double> Beliefs(const VEK_network& net, int h) {
-    const VEK_Dmatrix* m = net.GetVal(h)->GetMatrix();
-    std::vector<double> v;
-    if (m)
-        for (int i = 0; i < m->GetSize(); ++i) v.push_back((*m)[i]);
-    return v;
-}
-
 // A -> B with P(B = s1 | A = s0) = 0 and B's outcome s2 impossible everywhere.
 struct Pair {
     VEK_network net;
@@ -243,26 +237,34 @@ struct Pair {
     }
 };
 
-// Fills the nodes' tables with random columns, about a fraction zeros of
-// the entries 0; a truth table selects one outcome per column.
-inline void RandomTables(VEK_network& net, const std::vector<int>& nodes, std::mt19937& rng, double zeros = 0.15) {
+// size entries in columns of k, each a distribution with about a fraction
+// zeros of its entries 0; with deterministic one entry per column is 1.
+inline std::vector<double> RandomColumns(std::mt19937& rng, int size, int k, double zeros = 0.0,
+                                         bool deterministic = false) {
     std::uniform_real_distribution<double> u(0.0, 1.0);
+    std::vector<double> t(static_cast<size_t>(size));
+    const size_t n = static_cast<size_t>(k);
+    for (size_t c = 0; c < t.size(); c += n) {
+        if (deterministic) {
+            t[c + rng() % n] = 1.0;
+            continue;
+        }
+        double sum = 0.0;
+        for (size_t s = 0; s < n; ++s) sum += (t[c + s] = u(rng) < zeros ? 0.0 : 0.05 + u(rng));
+        if (sum == 0.0) sum = t[c] = 1.0;
+        for (size_t s = 0; s < n; ++s) t[c + s] /= sum;
+    }
+    return t;
+}
+
+// Fills the nodes' tables with random columns; a truth table selects one
+// outcome per column.
+inline void RandomTables(VEK_network& net, const std::vector<int>& nodes, std::mt19937& rng, double zeros = 0.15) {
     for (int x : nodes) {
         const VEK_Dmatrix* m = net.GetDef(x)->GetMatrix();
-        const size_t k = static_cast<size_t>(m->GetLastDimensionSize());
-        const bool deterministic = net.GetDef(x)->GetType() == VEK_TRUTHTABLE;
-        std::vector<double> t(static_cast<size_t>(m->GetSize()));
-        for (size_t c = 0; c < t.size(); c += k) {
-            if (deterministic) {
-                t[c + rng() % k] = 1.0;
-                continue;
-            }
-            double sum = 0.0;
-            for (size_t s = 0; s < k; ++s) sum += (t[c + s] = u(rng) < zeros ? 0.0 : 0.05 + u(rng));
-            if (sum == 0.0) sum = t[c] = 1.0;
-            for (size_t s = 0; s < k; ++s) t[c + s] /= sum;
-        }
-        EXPECT_EQ(net.GetDef(x)->SetDefinition(t), 0);
+        EXPECT_EQ(net.GetDef(x)->SetDefinition(RandomColumns(rng, m->GetSize(), m->GetLastDimensionSize(), zeros,
+                                                             net.GetDef(x)->GetType() == VEK_TRUTHTABLE)),
+                  0);
     }
 }
 
@@ -294,15 +296,6 @@ inline std::vector<int> RandomNet(VEK_network& net, std::mt19937& rng, int n, in
 
 // ---------------------------------------------------------------- enumeration
 
-// Exact posteriors of every node and the probability of evidence, by
-// walking the full joint. evidence: per handle the observed state or -1;
-// likelihood: per handle a vector of weights or empty. Controlled nodes
-// (do-interventions) are given by intervention (handle -> state).
-struct Enumeration {
-    double pEvidence = 0.0;
-    std::map<int, std::vector<double>> posterior;
-};
-
 // Steps x to the next joint state, the last coordinate fastest; false
 // (with x back at all zeros) after the last one.
 inline bool NextState(std::vector<int>& x, const std::vector<int>& sizes) {
@@ -313,51 +306,100 @@ inline bool NextState(std::vector<int>& x, const std::vector<int>& sizes) {
     return false;
 }
 
+// What the joint is conditioned on: per handle the observed state, a vector
+// of likelihoods, or a controlled state (a do-intervention: the node's own
+// table takes no part).
+struct Findings {
+    std::map<int, int> evidence;
+    std::map<int, std::vector<double>> likelihood;
+    std::map<int, int> intervention;
+};
+
+// Calls fn(states by handle, P(states) times the likelihoods) for every
+// configuration of positive weight that agrees with the findings, or with
+// the network's own hard and virtual evidence when none are given.
+// Decision nodes are free (no factor); utility nodes take no part.
+inline void ForEachJoint(const VEK_network& net, const std::function<void(const std::vector<int>&, double)>& fn,
+                         const Findings* findings = nullptr) {
+    std::vector<int> handles, sizes, walk;
+    for (int h = 0; h < net.GetSlotCount(); ++h) {
+        if (!net.IsValidNode(h) || net.GetDef(h)->GetType() == VEK_TABLE || net.GetDef(h)->GetType() == VEK_MAU) continue;
+        handles.push_back(h);
+        sizes.push_back(net.GetDef(h)->GetNumberOfOutcomes());
+    }
+    std::vector<int> x(static_cast<size_t>(net.GetSlotCount()), 0);
+    walk.assign(handles.size(), 0);
+    do {
+        for (size_t i = 0; i < handles.size(); ++i) x[static_cast<size_t>(handles[i])] = walk[i];
+        double p = 1.0;
+        for (int h : handles) {
+            const size_t xh = static_cast<size_t>(x[static_cast<size_t>(h)]);
+            const VEK_nodeVal* v = net.GetVal(h);
+            std::vector<double> l;
+            if (findings) {
+                auto e = findings->evidence.find(h), c = findings->intervention.find(h);
+                auto lh = findings->likelihood.find(h);
+                if ((e != findings->evidence.end() && e->second != x[static_cast<size_t>(h)]) ||
+                    (c != findings->intervention.end() && c->second != x[static_cast<size_t>(h)]))
+                    p = 0.0;
+                if (c != findings->intervention.end()) continue;
+                if (lh != findings->likelihood.end()) l = lh->second;
+            } else {
+                if (v->HasHardEvidence() && v->GetEvidence() != x[static_cast<size_t>(h)]) p = 0.0;
+                if (v->IsVirtualEvidence() && v->GetVirtualEvidence(l) != 0) l.clear();
+            }
+            if (net.GetDef(h)->GetType() == VEK_LIST || p == 0.0) continue;
+            const VEK_Dmatrix* t = net.GetDef(h)->GetMatrix();
+            int idx = 0;
+            for (int q : net.GetNode(h)->Parents())
+                idx = idx * net.GetDef(q)->GetNumberOfOutcomes() + x[static_cast<size_t>(q)];
+            p *= (*t)[idx * t->GetLastDimensionSize() + static_cast<int>(xh)];
+            if (!l.empty()) p *= l[xh];
+        }
+        if (p > 0.0) fn(x, p);
+    } while (NextState(walk, sizes));
+}
+
+// A configuration of positive weight (uniformly among them), so that
+// evidence taken from it is possible.
+inline std::vector<int> PossibleState(const VEK_network& net, std::mt19937& rng) {
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    std::vector<int> state;
+    double best = -1.0;
+    ForEachJoint(net, [&](const std::vector<int>& x, double) {
+        const double r = u(rng);
+        if (r > best) {
+            best = r;
+            state = x;
+        }
+    });
+    return state;
+}
+
+// Exact posteriors of every chance node and the probability of evidence,
+// by walking the full joint.
+struct Enumeration {
+    double pEvidence = 0.0;
+    std::map<int, std::vector<double>> posterior;
+};
+
 inline Enumeration Enumerate(const VEK_network& net, const std::map<int, int>& evidence,
                              const std::map<int, std::vector<double>>& likelihood = {},
                              const std::map<int, int>& intervention = {}) {
-    std::vector<int> handles;
-    for (int h = 0; h < net.GetSlotCount(); ++h)
-        if (net.IsValidNode(h)) handles.push_back(h);
-    std::map<int, size_t> pos;
-    for (size_t i = 0; i < handles.size(); ++i) pos[handles[i]] = i;
-    std::vector<int> sizes;
-    for (int h : handles) sizes.push_back(net.GetDef(h)->GetNumberOfOutcomes());
-    std::vector<int> x(handles.size(), 0);
     Enumeration r;
-    std::vector<std::vector<double>> acc(handles.size());
-    for (size_t i = 0; i < handles.size(); ++i) acc[i].assign(static_cast<size_t>(sizes[i]), 0.0);
-    while (true) {
-        bool consistent = true;
-        for (const auto& [h, s] : evidence)
-            if (x[pos[h]] != s) consistent = false;
-        for (const auto& [h, s] : intervention)
-            if (x[pos[h]] != s) consistent = false;
-        if (consistent) {
-            double p = 1.0;
-            for (size_t i = 0; i < handles.size() && p != 0.0; ++i) {
-                const int h = handles[i];
-                if (intervention.count(h)) continue;
-                const VEK_Dmatrix* t = net.GetDef(h)->GetMatrix();
-                const VEK_intArray& parents = net.GetNode(h)->Parents();
-                int idx = 0;
-                for (int k = 0; k < parents.GetSize(); ++k) idx = idx * sizes[pos[parents[k]]] + x[pos[parents[k]]];
-                idx = idx * sizes[i] + x[i];
-                p *= (*t)[idx];
-                auto it = likelihood.find(h);
-                if (it != likelihood.end()) p *= it->second[static_cast<size_t>(x[i])];
-            }
+    for (int h = 0; h < net.GetSlotCount(); ++h)
+        if (net.IsValidNode(h)) r.posterior[h].assign(static_cast<size_t>(net.GetDef(h)->GetNumberOfOutcomes()), 0.0);
+    const Findings findings{evidence, likelihood, intervention};
+    ForEachJoint(
+        net,
+        [&r](const std::vector<int>& x, double p) {
             r.pEvidence += p;
-            for (size_t i = 0; i < handles.size(); ++i) acc[i][static_cast<size_t>(x[i])] += p;
-        }
-        if (!NextState(x, sizes)) break;
-    }
-    for (size_t i = 0; i < handles.size(); ++i) {
-        std::vector<double> v = acc[i];
-        if (r.pEvidence > 0.0)
+            for (auto& [h, v] : r.posterior) v[static_cast<size_t>(x[static_cast<size_t>(h)])] += p;
+        },
+        &findings);
+    if (r.pEvidence > 0.0)
+        for (auto& [h, v] : r.posterior)
             for (double& e : v) e /= r.pEvidence;
-        r.posterior[handles[i]] = v;
-    }
     return r;
 }
 

@@ -23,33 +23,6 @@ void Build(RandomModel& r, std::mt19937& rng, int n, bool truthTables, bool chai
     r.handles = inftest::RandomNet(r.net, rng, n, 4, 0.15, truthTables, chain);
 }
 
-// A joint sample, so that evidence drawn from it is possible.
-std::vector<int> Sample(const VEK_network& net, const std::vector<int>& handles, std::mt19937& rng) {
-    std::vector<int> x(handles.size(), 0);
-    std::uniform_real_distribution<double> u(0.0, 1.0);
-    for (size_t i = 0; i < handles.size(); ++i) {
-        const int h = handles[i];
-        const VEK_Dmatrix* t = net.GetDef(h)->GetMatrix();
-        const VEK_intArray& parents = net.GetNode(h)->Parents();
-        int col = 0;
-        for (int p : parents) {
-            size_t pi = 0;
-            while (handles[pi] != p) ++pi;
-            col = col * net.GetDef(p)->GetNumberOfOutcomes() + x[pi];
-        }
-        const int k = t->GetLastDimensionSize();
-        double r = u(rng), acc = 0.0;
-        int s = 0;
-        for (; s < k - 1; ++s) {
-            acc += (*t)[col * k + s];
-            if (r < acc) break;
-        }
-        while ((*t)[col * k + s] == 0.0) s = (s + 1) % k;
-        x[i] = s;
-    }
-    return x;
-}
-
 // Every node whose value is valid must hold the exact posterior; nodes that
 // must have been computed must be valid.
 void ExpectPosteriors(const VEK_network& net, const Enumeration& ref, const std::vector<int>& mustBeValid,
@@ -77,12 +50,11 @@ struct Case {
 Case DrawCase(RandomModel& r, std::mt19937& rng, bool allowVirtual) {
     Case c;
     std::uniform_real_distribution<double> u(0.0, 1.0);
-    const std::vector<int> x = Sample(r.net, r.handles, rng);
-    for (size_t i = 0; i < r.handles.size(); ++i) {
-        const int h = r.handles[i];
+    const std::vector<int> x = PossibleState(r.net, rng);
+    for (int h : r.handles) {
         const double d = u(rng);
         if (d < 0.3) {
-            c.evidence[h] = x[i];
+            c.evidence[h] = x[static_cast<size_t>(h)];
         } else if (allowVirtual && d < 0.45) {
             const int k = r.net.GetDef(h)->GetNumberOfOutcomes();
             std::vector<double> l(static_cast<size_t>(k));

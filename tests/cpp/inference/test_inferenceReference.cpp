@@ -15,19 +15,6 @@ namespace {
 
 class Reference : public ::testing::TestWithParam<const char*> {};
 
-void CheckScenario(VEK_network& net, const Scenario& sc, bool targetsOnly, const std::string& what) {
-    for (const auto& [id, expect] : sc.marginals) {
-        const int h = net.FindNode(id.c_str());
-        ASSERT_GE(h, 0) << id;
-        const VEK_nodeVal* v = net.GetVal(h);
-        if (targetsOnly && !net.IsTarget(h) && !v->IsValueValid()) continue;
-        ASSERT_TRUE(v->IsValueValid()) << what << " " << id;
-        const std::vector<double> b = Beliefs(net, h);
-        ASSERT_EQ(b.size(), expect.size()) << id;
-        for (size_t s = 0; s < expect.size(); ++s) EXPECT_NEAR(b[s], expect[s], 1e-9) << what << " " << id << " " << s;
-    }
-}
-
 }  // namespace
 
 TEST_P(Reference, PosteriorsAndProbabilityOfEvidence) {
@@ -59,7 +46,9 @@ TEST_P(Reference, PosteriorsAndProbabilityOfEvidence) {
                     std::snprintf(what, sizeof what, "%s scenario %zu alg %d relevance %d targets %d", name.c_str(), k,
                                   alg, static_cast<int>(relevance), static_cast<int>(targets));
                     ASSERT_EQ(net.UpdateBeliefs(), 0) << what;
-                    CheckScenario(net, sc, targets, what);
+                    const double err = MaxError(net, sc);
+                    EXPECT_GE(err, 0.0) << what << ": beliefs missing";
+                    EXPECT_LE(err, 1e-9) << what;
                     double p = -1.0;
                     ASSERT_EQ(net.ProbEvidence(p), 0) << what;
                     EXPECT_NEAR(p, sc.pEvidence, 1e-9 * sc.pEvidence) << what;

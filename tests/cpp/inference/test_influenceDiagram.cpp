@@ -30,12 +30,10 @@ int Outcomes(const VEK_network& net, int h) { return net.GetDef(h)->GetNumberOfO
 
 // ------------------------------------------------------------ brute force
 
-// Every joint state of the chance and decision nodes, with the probability
-// of its chance part given its decisions (0 when it contradicts the
-// evidence) and the utility of every utility and MAU node.
+// Every joint state of the chance and decision nodes (by handle) of
+// positive probability given its decisions and the evidence, and the
+// utility of every utility and MAU node.
 struct Joint {
-    std::vector<int> discrete;  // handles of chance and decision nodes
-    std::map<int, size_t> pos;
     std::vector<std::vector<int>> states;
     std::vector<double> prob;
     std::vector<std::map<int, double>> utility;
@@ -45,40 +43,21 @@ struct Joint {
 Joint BuildJoint(const VEK_network& net) {
     Joint j;
     std::vector<int> utilities, maus, terminal;
+    auto isUtility = [&](int h) { return net.GetDef(h)->GetType() == VEK_TABLE || net.GetDef(h)->GetType() == VEK_MAU; };
     for (int h : const_cast<VEK_network&>(net).PartialOrdering()) {
-        const int t = net.GetDef(h)->GetType();
-        if (t == VEK_TABLE) utilities.push_back(h);
-        if (t == VEK_MAU) maus.push_back(h);
-        if (t != VEK_TABLE && t != VEK_MAU) {
-            j.pos[h] = j.discrete.size();
-            j.discrete.push_back(h);
-            continue;
-        }
+        if (!isUtility(h)) continue;
+        (net.GetDef(h)->GetType() == VEK_TABLE ? utilities : maus).push_back(h);
         bool feeds = false;
         for (int c : net.GetNode(h)->Children()) feeds |= net.GetDef(c)->GetType() == VEK_MAU;
         if (!feeds) terminal.push_back(h);
     }
-    std::vector<int> x(j.discrete.size(), 0), sizes;
-    for (int h : j.discrete) sizes.push_back(Outcomes(net, h));
-    auto column = [&](int h) {
-        int idx = 0;
-        for (int p : net.GetNode(h)->Parents()) {
-            if (!j.pos.count(p)) continue;
-            idx = idx * Outcomes(net, p) + x[j.pos[p]];
-        }
-        return idx;
-    };
-    while (true) {
-        double p = 1.0;
-        for (size_t i = 0; i < j.discrete.size(); ++i) {
-            const int h = j.discrete[i];
-            const VEK_nodeVal* v = net.GetVal(h);
-            if (v->HasHardEvidence() && v->GetEvidence() != x[i]) p = 0.0;
-            if (net.GetDef(h)->GetType() == VEK_LIST || p == 0.0) continue;
-            std::vector<double> likelihood;
-            if (v->IsVirtualEvidence() && v->GetVirtualEvidence(likelihood) == VEK_OKAY) p *= likelihood[x[i]];
-            p *= (*net.GetDef(h)->GetMatrix())[column(h) * Outcomes(net, h) + x[i]];
-        }
+    ForEachJoint(net, [&](const std::vector<int>& x, double p) {
+        auto column = [&](int h) {
+            int idx = 0;
+            for (int q : net.GetNode(h)->Parents())
+                if (!isUtility(q)) idx = idx * Outcomes(net, q) + x[static_cast<size_t>(q)];
+            return idx;
+        };
         std::map<int, double> u;
         for (int h : utilities) u[h] = net.GetDef(h)->GetParameters()[column(h)];
         for (int m : maus) {
@@ -97,8 +76,7 @@ Joint BuildJoint(const VEK_network& net) {
         j.prob.push_back(p);
         j.utility.push_back(u);
         j.global.push_back(g);
-        if (!NextState(x, sizes)) break;
-    }
+    });
     return j;
 }
 
@@ -121,7 +99,7 @@ struct BruteForce {
 
     bool Consistent(size_t row, const std::vector<int>& assign) const {
         for (size_t k = 0; k < assign.size(); ++k)
-            if (joint.states[row][joint.pos.at(vars[k])] != assign[k]) return false;
+            if (joint.states[row][static_cast<size_t>(vars[k])] != assign[k]) return false;
         return true;
     }
 
@@ -131,7 +109,7 @@ struct BruteForce {
         if (j == vars.size()) {
             double pu = 0.0;
             for (size_t row = 0; row < joint.prob.size(); ++row) {
-                if (joint.prob[row] == 0.0 || !Consistent(row, assign)) continue;
+                if (!Consistent(row, assign)) continue;
                 r.mass += joint.prob[row];
                 pu += joint.prob[row] * joint.global[row];
             }
@@ -178,7 +156,7 @@ struct BruteForce {
     bool FollowsPolicy(size_t row) const {
         std::vector<int> prefix;
         for (size_t k = 0; k < vars.size(); ++k) {
-            const int s = joint.states[row][joint.pos.at(vars[k])];
+            const int s = joint.states[row][static_cast<size_t>(vars[k])];
             if (isDecision[k]) {
                 auto it = policy.find(prefix);
                 if (it == policy.end() || it->second != s) return false;
@@ -196,9 +174,8 @@ std::vector<double> UtilityByDecisions(const Joint& joint, const VEK_network& ne
     for (int d : decisions) n *= Outcomes(net, d);
     std::vector<double> num(static_cast<size_t>(n), 0.0), den(static_cast<size_t>(n), 0.0);
     for (size_t row = 0; row < joint.prob.size(); ++row) {
-        if (joint.prob[row] == 0.0) continue;
         int idx = 0;
-        for (int d : decisions) idx = idx * Outcomes(net, d) + joint.states[row][joint.pos.at(d)];
+        for (int d : decisions) idx = idx * Outcomes(net, d) + joint.states[row][static_cast<size_t>(d)];
         num[static_cast<size_t>(idx)] += joint.prob[row] * joint.utility[row].at(u);
         den[static_cast<size_t>(idx)] += joint.prob[row];
     }
@@ -281,8 +258,8 @@ void CheckAgainstBruteForce(VEK_network& net, const std::string& label) {
             std::vector<double> b(static_cast<size_t>(Outcomes(net, h)), 0.0);
             double total = 0.0;
             for (size_t row = 0; row < joint.prob.size(); ++row) {
-                if (joint.prob[row] == 0.0 || !bf.FollowsPolicy(row)) continue;
-                b[static_cast<size_t>(joint.states[row][joint.pos.at(h)])] += joint.prob[row];
+                if (!bf.FollowsPolicy(row)) continue;
+                b[static_cast<size_t>(joint.states[row][static_cast<size_t>(h)])] += joint.prob[row];
                 total += joint.prob[row];
             }
             for (double& x : b) x /= total;
@@ -348,18 +325,7 @@ void RandomDiagram(VEK_network& net, std::mt19937& rng) {
         if (decision) ++placedDecisions;
         nodes.push_back(h);
     }
-    for (int c : chanceNodes) {
-        const VEK_Dmatrix* t = net.GetDef(c)->GetMatrix();
-        const int n = Outcomes(net, c);
-        std::vector<double> v;
-        for (int col = 0; col < t->GetSize() / n; ++col) {
-            std::vector<double> w;
-            double s = 0.0;
-            for (int o = 0; o < n; ++o) s += w.emplace_back(real(0.05, 1.0));
-            for (double x : w) v.push_back(x / s);
-        }
-        SetTable(net, c, v);
-    }
+    RandomTables(net, chanceNodes, rng, 0.0);
     std::vector<int> utilities;
     const int count = uni(1, 3);
     for (int u = 0; u < count; ++u) {
@@ -458,10 +424,6 @@ TEST(InfluenceDiagram, UtilitiesKeepTheirScaleAndTargetsLimitTheBeliefs) {
     // By option: .25*u(c0) + .75*u(c1).
     ExpectNear(Beliefs(net, d), {-10 * .25 + 2 * .75, 10 * .25 - 3 * .75, 4 * .25 - 7 * .75}, "D");
     ExpectNear(Beliefs(net, u), Beliefs(net, d), "U");
-    for (double x : Beliefs(net, u)) {
-        EXPECT_GE(x, -10.0);
-        EXPECT_LE(x, 10.0);
-    }
     EXPECT_TRUE(net.GetVal(other)->IsValueValid());
 
     // With a target only the target's beliefs are computed; the utilities

@@ -264,22 +264,23 @@ TEST(EssJoinTree, FamilyPosteriorsMatchEnumeration) {
                 const int node = adapter.GetNodeHandle(i);
                 VEK_intArray family = net.GetNode(node)->Parents();
                 family.Add(node);
-                // The joint of the family, by enumeration over its states.
-                std::vector<int> sizes;
-                for (int f : family) sizes.push_back(net.GetDef(f)->GetNumberOfOutcomes());
-                std::vector<int> x(sizes.size(), 0);
-                std::vector<double> expect;
-                const double pe = Enumerate(net, ev).pEvidence;
-                do {
-                    std::map<int, int> e2 = ev;
-                    bool clash = false;
-                    for (size_t q = 0; q < x.size(); ++q) {
-                        auto it = e2.find(family[static_cast<int>(q)]);
-                        if (it != e2.end() && it->second != x[q]) clash = true;
-                        e2[family[static_cast<int>(q)]] = x[q];
-                    }
-                    expect.push_back(clash ? 0.0 : Enumerate(net, e2).pEvidence / pe);
-                } while (NextState(x, sizes));
+                // The joint of the family given the evidence, by enumeration.
+                size_t size = 1;
+                for (int f : family) size *= static_cast<size_t>(net.GetDef(f)->GetNumberOfOutcomes());
+                std::vector<double> expect(size, 0.0);
+                double pe = 0.0;
+                const Findings findings{ev, {}, {}};
+                ForEachJoint(
+                    net,
+                    [&](const std::vector<int>& x, double p) {
+                        size_t idx = 0;
+                        for (int f : family)
+                            idx = idx * static_cast<size_t>(net.GetDef(f)->GetNumberOfOutcomes()) + static_cast<size_t>(x[static_cast<size_t>(f)]);
+                        expect[idx] += p;
+                        pe += p;
+                    },
+                    &findings);
+                for (double& e : expect) e /= pe;
 
                 VEK_Dmatrix work, counts;
                 const int res = net.GetNode(node)->Parents().GetSize() == 0

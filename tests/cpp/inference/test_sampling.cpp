@@ -16,22 +16,6 @@ using namespace inftest;
 
 namespace {
 
-// Largest difference between the beliefs and the reference over the nodes
-// that must have beliefs (all, or the targets); -1 when one of them has none.
-double MaxError(const VEK_network& net, const Scenario& sc) {
-    double worst = 0.0;
-    for (const auto& [id, expect] : sc.marginals) {
-        const int h = net.FindNode(id.c_str());
-        if (h < 0) return -1.0;
-        if (net.GetTargetCount() > 0 && !net.IsTarget(h)) continue;
-        if (!net.GetVal(h)->IsValueValid()) return -1.0;
-        const std::vector<double> b = Beliefs(net, h);
-        if (b.size() != expect.size()) return -1.0;
-        for (size_t s = 0; s < b.size(); ++s) worst = std::max(worst, std::fabs(b[s] - expect[s]));
-    }
-    return worst;
-}
-
 // A sampler's estimate of a probability from n samples, of which a share pe
 // carries the evidence, has a standard error of at most 0.5 / sqrt(n pe).
 double SamplingTolerance(int samples, double pe, double sigmas) { return sigmas * 0.5 / std::sqrt(samples * pe); }
@@ -260,20 +244,28 @@ TEST(Sampling, ImpossibleEvidenceFailsAndLeavesTheNetworkUsable) {
     }
 }
 
+// Every algorithm, relevance on and off, on an empty network and on one
+// with every node observed.
 TEST(Sampling, EveryNodeObservedAndEmptyNetworks) {
     VEK_network empty;
-    for (int alg = 1; alg <= 9; ++alg) {
-        empty.SetDefaultBNAlgorithm(alg);
-        EXPECT_EQ(empty.UpdateBeliefs(), 0) << alg;
-    }
     Loop l;
-    ASSERT_EQ(l.net.GetVal(l.a)->SetEvidence(1), 0);
-    ASSERT_EQ(l.net.GetVal(l.b)->SetEvidence(2), 0);
-    ASSERT_EQ(l.net.GetVal(l.c)->SetEvidence(0), 0);
-    ASSERT_EQ(l.net.GetVal(l.d)->SetEvidence(1), 0);
-    for (int alg = 1; alg <= 9; ++alg) {
-        l.net.SetDefaultBNAlgorithm(alg);
-        EXPECT_EQ(l.net.UpdateBeliefs(), 0) << alg;
-        EXPECT_EQ(Beliefs(l.net, l.b), (std::vector<double>{0.0, 0.0, 1.0})) << alg;
+    const std::map<int, int> all{{l.a, 1}, {l.b, 2}, {l.c, 0}, {l.d, 1}};
+    for (auto [h, s] : all) ASSERT_EQ(l.net.GetVal(h)->SetEvidence(s), 0);
+    const double pe = Enumerate(l.net, all).pEvidence;
+    for (int alg = 0; alg <= 12; ++alg) {
+        for (bool relevance : {true, false}) {
+            for (VEK_network* net : {&empty, &l.net}) {
+                net->SetDefaultBNAlgorithm(alg);
+                net->EnableRelevance(relevance);
+                net->InvalidateAllBeliefs();
+                EXPECT_EQ(net->UpdateBeliefs(), 0) << alg;
+            }
+            EXPECT_EQ(Beliefs(l.net, l.b), (std::vector<double>{0.0, 0.0, 1.0})) << alg;
+            double p = 0.0;
+            if (alg == 0 || alg >= 10) {
+                ASSERT_EQ(l.net.ProbEvidence(p), 0) << alg;
+                EXPECT_NEAR(p, pe, 1e-15) << alg;
+            }
+        }
     }
 }

@@ -2,10 +2,14 @@
 // log-likelihoods of every run, and EM by enumeration of the joint.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
+#include "inference/randGen.h"
+#include "learning/dataSampler.h"
 #include "learning/dataset.h"
 #include "learning/datasetMatch.h"
 #include "learning/em.h"
@@ -14,6 +18,14 @@
 #include "network/nodeDef.h"
 
 namespace emtest {
+
+// records forward-sampled from net, cells missing at the given rate.
+inline VEK_dataset Sample(VEK_network& net, int records, unsigned seed, double missingRate = 0.0) {
+    VEK_randGen gen(seed);
+    VEK_dataset data;
+    EXPECT_EQ(VEK_sampleDataset(net, records, gen, missingRate, data), VEK_OKAY);
+    return data;
+}
 
 inline std::vector<double> Table(const VEK_network& net, int h) {
     const VEK_Dmatrix& m = net.GetDef(h)->GetDefinition();

@@ -7,6 +7,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <unistd.h>
@@ -275,14 +276,9 @@ TEST_F(DatasetFile, WriteAndReadBack) {
     ASSERT_EQ(d.AddFloatVariable("f"), 2);
     ASSERT_EQ(d.SetStateNames(1, {"a,b", "q\"t", "plain"}), VEK_OKAY);
     for (int r = 0; r < 4; ++r) ASSERT_EQ(d.AddEmptyRecord(), r);
-    ASSERT_EQ(d.SetInt(0, 0, 12), VEK_OKAY);
-    ASSERT_EQ(d.SetInt(0, 1, -4), VEK_OKAY);
-    ASSERT_EQ(d.SetInt(1, 0, 0), VEK_OKAY);
-    ASSERT_EQ(d.SetInt(1, 1, 1), VEK_OKAY);
-    ASSERT_EQ(d.SetInt(1, 2, 2), VEK_OKAY);
-    ASSERT_EQ(d.SetFloat(2, 0, 0.1f), VEK_OKAY);
-    ASSERT_EQ(d.SetFloat(2, 1, -2.75f), VEK_OKAY);
-    ASSERT_EQ(d.SetFloat(2, 2, 1e-7f), VEK_OKAY);
+    for (auto [v, r, x] : {std::tuple{0, 0, 12}, {0, 1, -4}, {1, 0, 0}, {1, 1, 1}, {1, 2, 2}})
+        ASSERT_EQ(d.SetInt(v, r, x), VEK_OKAY);
+    for (auto [r, x] : {std::pair{0, 0.1f}, {1, -2.75f}, {2, 1e-7f}}) ASSERT_EQ(d.SetFloat(2, r, x), VEK_OKAY);
 
     std::string path = (dir_ / "out.csv").string();
     VEK_datasetWriteParams w;

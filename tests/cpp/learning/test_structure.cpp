@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "emTestUtil.h"
 #include "inference/randGen.h"
 #include "learning/bayesianSearch.h"
-#include "learning/dataSampler.h"
 #include "learning/dataset.h"
 #include "learning/familyCounts.h"
 #include "learning/greedyThickThinning.h"
@@ -50,8 +50,7 @@ struct Sampled {
     VEK_pattern cpdag;
     Sampled(const std::string& name, int records) {
         EXPECT_EQ(truth.ReadFile(SharedXvek(name).c_str()), 0);
-        VEK_randGen gen(7);
-        EXPECT_EQ(VEK_sampleDataset(truth, records, gen, 0.0, data), VEK_OKAY);
+        data = emtest::Sample(truth, records, 7);
         cpdag.FromDag(ParentsByColumn(truth, data));
     }
 };

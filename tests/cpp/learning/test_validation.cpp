@@ -6,8 +6,7 @@
 #include <vector>
 
 #include "../inference/infTestUtil.h"
-#include "inference/randGen.h"
-#include "learning/dataSampler.h"
+#include "emTestUtil.h"
 #include "learning/dataset.h"
 #include "learning/discretizer.h"
 #include "learning/validator.h"
@@ -100,12 +99,7 @@ struct Classified {
         SetTable(net, c, {0.9, 0.1, 0.6, 0.4, 0.3, 0.7, 0.8, 0.2, 0.5, 0.5, 0.1, 0.9});
         SetTable(net, d, {0.75, 0.25, 0.2, 0.8});
     }
-    VEK_dataset Sample(int records, double missingRate) {
-        VEK_randGen gen(7);
-        VEK_dataset data;
-        EXPECT_EQ(VEK_sampleDataset(net, records, gen, missingRate, data), VEK_OKAY);
-        return data;
-    }
+    VEK_dataset Sample(int records, double missingRate) { return emtest::Sample(net, records, 7, missingRate); }
     std::vector<VEK_datasetMatch> Match(const VEK_dataset& data) {
         std::vector<VEK_datasetMatch> m;
         EXPECT_EQ(data.MatchNetwork(net, m), VEK_OKAY);
