@@ -368,14 +368,16 @@ void RegisterEMHelper(py::module_& learning) {
     cls.def(
         "randomize",
         [](PyEMHelper& self) {
-            self.stats.Restart(VEK_emStatistics::Start::kRandom, self.gen);
+            const int res = self.stats.Restart(VEK_emStatistics::Start::kRandom, self.gen);
+            if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "EMHelper.Randomize", self.stats.Work().Logger());
             self.TablesChanged();
         },
         "Starts the learnt nodes from random tables, which become their priors");
     cls.def(
         "uniformize",
         [](PyEMHelper& self) {
-            self.stats.Restart(VEK_emStatistics::Start::kUniform, self.gen);
+            const int res = self.stats.Restart(VEK_emStatistics::Start::kUniform, self.gen);
+            if (res != VEK_OKAY) ThrowQuarnExceptionWithLog(res, "EMHelper.Uniformize", self.stats.Work().Logger());
             self.TablesChanged();
         },
         "Starts the learnt nodes from uniform tables, which become their priors");

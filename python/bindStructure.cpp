@@ -409,7 +409,8 @@ void BindDataSetSampling(py::module_& learning) {
             int v = 0;
             for (int h = net.GetFirstNode(); h >= 0; h = net.GetNextNode(h), ++v) {
                 const VEK_idArray* ids = net.GetDef(h)->GetOutcomeIds();
-                if (ids) out.data.SetStateNames(v, Wrp::IdArrayToVector(*ids));
+                // outcome ids are distinct and every drawn state is one of them
+                if (ids) (void)out.data.SetStateNames(v, Wrp::IdArrayToVector(*ids));
             }
             return out;
         },

@@ -195,7 +195,8 @@ void RegisterValidator(py::module_& learning) {
         "get_accuracy",
         [](const PyValidator& self, const NodeRef& node) {
             double accuracy = 0.0;
-            self.validator.GetAccuracy(ResultNode(self, node, "Validator.GetAccuracy"), accuracy);
+            (void)self.validator.GetAccuracy(  // ResultNode found the results
+                ResultNode(self, node, "Validator.GetAccuracy"), accuracy);
             return accuracy;
         },
         py::arg("node"), "Gets the share of records whose most probable outcome is the true one");
@@ -204,7 +205,7 @@ void RegisterValidator(py::module_& learning) {
         [](const PyValidator& self, const NodeRef& node) {
             const int h = ResultNode(self, node, "Validator.GetConfusionMatrix");
             std::vector<int> counts;
-            self.validator.GetConfusionMatrix(h, counts);
+            (void)self.validator.GetConfusionMatrix(h, counts);  // ResultNode found the results
             return Matrix(std::vector<int64_t>(counts.begin(), counts.end()),
                           static_cast<size_t>(self.validator.GetOutcomeCount(h)));
         },
@@ -220,7 +221,8 @@ void RegisterValidator(py::module_& learning) {
         "get_log_loss",
         [](const PyValidator& self, const NodeRef& node) {
             double loss = 0.0;
-            self.validator.GetLogLoss(ResultNode(self, node, "Validator.GetLogLoss"), loss);
+            (void)self.validator.GetLogLoss(  // ResultNode found the results
+                ResultNode(self, node, "Validator.GetLogLoss"), loss);
             return loss;
         },
         py::arg("node"), "Gets the mean negative natural logarithm of the true outcome's posterior");

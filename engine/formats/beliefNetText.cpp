@@ -189,12 +189,12 @@ int VEK_beliefNetSpeaker::ParseProbability(VEK_netDesc& desc, const VEK_token& k
     for (;;) {
         if ((res = Peek(t)) < 0) return res;
         if (t.Is("}")) {
-            Next(t);
+            (void)Next(t);  // the token just peeked
             break;
         }
         if (t.IsEnd()) return Fail(t, "Unexpected end of file inside the table of " + Quote(table.child));
         if (t.Is("(")) {
-            Next(t);
+            (void)Next(t);  // the token just peeked
             VEK_descRow row;
             row.pos = Pos(t);
             for (;;) {
@@ -211,11 +211,11 @@ int VEK_beliefNetSpeaker::ParseProbability(VEK_netDesc& desc, const VEK_token& k
             if ((res = ReadNumbers(row.values, pos)) < 0) return res;
             table.rows.push_back(std::move(row));
         } else if (t.Is("default")) {
-            Next(t);
+            (void)Next(t);  // the token just peeked
             if (table.hasDefault) return Fail(t, "A second default row in the table of " + Quote(table.child));
             table.defaultPos = Pos(t);
             if ((res = Peek(t)) < 0) return res;
-            if (IsAssign(t)) Next(t);
+            if (IsAssign(t)) (void)Next(t);  // the token just peeked
             if ((res = ReadNumbers(table.defaultRow, table.defaultPos)) < 0) return res;
             table.hasDefault = true;
         } else if (t.IsNumber()) {

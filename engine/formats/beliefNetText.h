@@ -39,7 +39,7 @@ public:
     VEK_beliefNetSpeaker(VEK_network& net, const VEK_beliefNetDialect& dialect);
 
 protected:
-    int Parse(VEK_netDesc& desc) override;
+    [[nodiscard]] int Parse(VEK_netDesc& desc) override;
     std::string CheckWritable() override;
     void WriteText() override;
 
@@ -51,15 +51,15 @@ private:
         VEK_token token;  // an index or a state name
     };
 
-    int ParseProperties(VEK_netDesc& desc);
-    int ParseNode(VEK_netDesc& desc, const VEK_token& name);
-    int ParseProbability(VEK_netDesc& desc, const VEK_token& keyword);
+    [[nodiscard]] int ParseProperties(VEK_netDesc& desc);
+    [[nodiscard]] int ParseNode(VEK_netDesc& desc, const VEK_token& name);
+    [[nodiscard]] int ParseProbability(VEK_netDesc& desc, const VEK_token& keyword);
     // Reads tokens up to the ';' of a field, brackets nested; the value's
     // text for a property.
-    int ReadValueText(std::string& text);
+    [[nodiscard]] int ReadValueText(std::string& text);
     // Numbers up to ';', commas optional.
-    int ReadNumbers(std::vector<double>& values, VEK_descPos& pos);
-    int ResolveRows(VEK_netDesc& desc);
+    [[nodiscard]] int ReadNumbers(std::vector<double>& values, VEK_descPos& pos);
+    [[nodiscard]] int ResolveRows(VEK_netDesc& desc);
 
     VEK_beliefNetDialect dialect_;
     std::vector<RowRef> refs_;

@@ -46,7 +46,7 @@ private:
 
     // A block may be followed by a stray semicolon.
     void SkipSemicolon() {
-        if (status_ == 0 && tok_.IsSymbol(';')) Advance();
+        if (status_ == 0 && tok_.IsSymbol(';')) (void)Advance();  // a fault stays in status_
     }
 
     // "property" text ";" with the current token at "property".

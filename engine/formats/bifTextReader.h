@@ -23,10 +23,10 @@ class VEK_fileFormat;
 
 // Fills desc from text; faults are logged through fmt with their position.
 // Returns 0 or the negative code of the first fault.
-int VEK_readTextBif(std::string text, VEK_netDesc& desc, VEK_fileFormat& fmt);
+[[nodiscard]] int VEK_readTextBif(std::string text, VEK_netDesc& desc, VEK_fileFormat& fmt);
 
 // Reads "position = (x, y)" (spaces and comma optional); false otherwise.
-bool VEK_parsePositionProperty(const std::string& text, int& x, int& y);
+[[nodiscard]] bool VEK_parsePositionProperty(const std::string& text, int& x, int& y);
 
 // Splits "key = value" at the first '=' (both trimmed); without '=', the
 // whole text is the key and the value is empty.

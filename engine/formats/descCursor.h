@@ -22,12 +22,12 @@ protected:
     }
     int Error(const std::string& message) { return Error(message, tok_.line, tok_.column); }
 
-    int Advance() {
+    [[nodiscard]] int Advance() {
         if (lex_.Next(tok_) < 0) return Error(lex_.ErrorMessage(), lex_.ErrorLine(), lex_.ErrorColumn());
         return 0;
     }
 
-    int Expect(char symbol) {
+    [[nodiscard]] int Expect(char symbol) {
         if (!tok_.IsSymbol(symbol)) return Error(std::string("Expected '") + symbol + "' but found " + tok_.Describe());
         return Advance();
     }

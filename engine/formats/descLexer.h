@@ -34,7 +34,7 @@ public:
     // Takes the text (a UTF-8 byte order mark is dropped).
     void SetText(std::string text);
     // 0, or -1 with ErrorMessage() and the position of the fault.
-    int Next(VEK_lexToken& token);
+    [[nodiscard]] int Next(VEK_lexToken& token);
     const std::string& ErrorMessage() const { return error_; }
     int ErrorLine() const { return errorLine_; }
     int ErrorColumn() const { return errorColumn_; }
@@ -42,7 +42,7 @@ public:
     // spaces, comments or commas, straight from the text, and stops before
     // anything else, which Next then reads. Table data goes this way without
     // a token per number. 0, or -1 at a lexical fault.
-    int ReadNumbers(std::vector<double>& out);
+    [[nodiscard]] int ReadNumbers(std::vector<double>& out);
     // The text between two offsets (used to keep an attribute's value).
     std::string_view Slice(size_t begin, size_t end) const { return std::string_view(text_).substr(begin, end - begin); }
     size_t OffsetOf(const VEK_lexToken& t) const { return static_cast<size_t>(t.raw.data() - text_.data()); }
@@ -53,7 +53,7 @@ private:
 
     int Fail(const char* message, size_t offset);
     bool SkipSpaceAndComments();
-    int ScanString(VEK_lexToken& token, char quote);
+    [[nodiscard]] int ScanString(VEK_lexToken& token, char quote);
     // 1-based column of a byte on the current line, in characters.
     int ColumnOf(size_t offset) const;
     void NewLine(size_t next) {
@@ -78,4 +78,4 @@ private:
 // floating), octal-looking integers read as decimal, 0b binary, a leading
 // '+', integer and float suffixes (u, l, f), inf and nan. False unless the
 // whole text is one number.
-bool VEK_parseNumber(std::string_view text, double& value);
+[[nodiscard]] bool VEK_parseNumber(std::string_view text, double& value);

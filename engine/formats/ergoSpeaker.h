@@ -17,7 +17,7 @@ public:
     explicit VEK_ergoSpeaker(VEK_network& net) : VEK_textSpeaker(net, "Ergo") {}
 
 protected:
-    int Parse(VEK_netDesc& desc) override;
+    [[nodiscard]] int Parse(VEK_netDesc& desc) override;
     std::string CheckWritable() override;
     void WriteText() override;
 };

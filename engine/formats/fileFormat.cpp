@@ -487,17 +487,17 @@ namespace {
 constexpr size_t kOutputFlush = 64 * 1024;
 }
 
-VEK_textOutput::~VEK_textOutput() { Close(); }
+VEK_textOutput::~VEK_textOutput() { (void)Close(); }  // nobody is left to tell
 
 bool VEK_textOutput::OpenFile(const char* path) {
-    Close();
+    (void)Close();  // a new output replaces the old one
     failed_ = false;
     file_ = path ? VEK_fopen(path, "wb") : nullptr;
     return file_ != nullptr;
 }
 
 void VEK_textOutput::SetString(std::string& out) {
-    Close();
+    (void)Close();  // a new output replaces the old one
     failed_ = false;
     string_ = &out;
 }
@@ -682,7 +682,7 @@ int VEK_fileFormat::Match(const char* expected) {
 bool VEK_fileFormat::TryMatch(const char* expected) {
     VEK_token t;
     if (PeekToken(t) != VEK_OKAY || !t.Is(expected)) return false;
-    GetToken(t);
+    (void)GetToken(t);  // the token just peeked
     return true;
 }
 

@@ -159,8 +159,8 @@ public:
     const VEK_tokenSyntax& Syntax() const { return syntax_; }
 
     // 0, VEK_NO_MORE_TOKENS or VEK_LEXICAL_ERROR (message() says why).
-    int Next(VEK_token& token);
-    int Peek(VEK_token& token);
+    [[nodiscard]] int Next(VEK_token& token);
+    [[nodiscard]] int Peek(VEK_token& token);
     // Position of the next unread character.
     void GetPosition(int& line, int& column) const;
     const std::string& ErrorMessage() const { return error_; }
@@ -168,13 +168,13 @@ public:
     int ErrorColumn() const { return errorColumn_; }
 
 private:
-    int Scan(VEK_token& token);
+    [[nodiscard]] int Scan(VEK_token& token);
     bool SkipSpaceAndComments();
     void Advance(size_t count);
     bool StartsWith(const char* prefix) const;
     bool IsWordChar(unsigned char c) const;
     bool ScanNumber(VEK_token& token);
-    int ScanString(VEK_token& token);
+    [[nodiscard]] int ScanString(VEK_token& token);
     int Fail(const char* message, int line, int column);
 
     VEK_tokenSyntax syntax_;
@@ -199,7 +199,7 @@ public:
     VEK_textOutput(const VEK_textOutput&) = delete;
     VEK_textOutput& operator=(const VEK_textOutput&) = delete;
 
-    bool OpenFile(const char* path);
+    [[nodiscard]] bool OpenFile(const char* path);
     void SetString(std::string& out);
     bool IsOpen() const { return file_ || string_; }
     void Write(std::string_view text);
@@ -210,7 +210,7 @@ public:
     void WriteDouble(double value, int precision = 16);
     void Printf(const char* format, ...) __attribute__((format(printf, 2, 3)));
     // Flushes and closes; false when anything failed.
-    bool Close();
+    [[nodiscard]] bool Close();
     bool Failed() const { return failed_; }
 
 private:
@@ -238,11 +238,11 @@ public:
     VEK_fileFormat(const VEK_fileFormat&) = delete;
     VEK_fileFormat& operator=(const VEK_fileFormat&) = delete;
 
-    virtual int ReadNetwork(const char* path) = 0;
-    virtual int WriteNetwork(const char* path) = 0;
+    [[nodiscard]] virtual int ReadNetwork(const char* path) = 0;
+    [[nodiscard]] virtual int WriteNetwork(const char* path) = 0;
     // Formats without a string form return VEK_WRONG_NODE_TYPE (-51).
-    virtual int ReadNetworkFromString(const char* text);
-    virtual int WriteNetworkToString(std::string& out);
+    [[nodiscard]] virtual int ReadNetworkFromString(const char* text);
+    [[nodiscard]] virtual int WriteNetworkToString(std::string& out);
     // A caller-supplied extension (the XML format takes an XmlUserExtension);
     // ignored by default.
     virtual void SetUserExtension(void*) {}
@@ -254,40 +254,40 @@ public:
 
     // ---- input ----
     // Reads the whole file; -100 (logged) when it cannot be read.
-    int OpenInput(const char* path);
+    [[nodiscard]] int OpenInput(const char* path);
     // The one whole-file read of the readers: the file's bytes into text,
     // and a logged status on failure (openFailure when the file cannot be
     // opened, -100 when it cannot be read, -42 when memory runs out). The
     // file is closed on every path. Also sets the file name for messages.
-    int ReadInputFile(const char* path, std::string& text, int openFailure = VEK_FILE_READ_ERROR);
+    [[nodiscard]] int ReadInputFile(const char* path, std::string& text, int openFailure = VEK_FILE_READ_ERROR);
     void SetInputText(std::string_view text);
     VEK_tokenizer& Tokenizer() { return tokens_; }
     // The file name used in messages (set by OpenInput; may be empty).
     const std::string& FileName() const { return fileName_; }
     void SetFileName(const char* name) { fileName_ = name ? name : ""; }
 
-    int GetToken(VEK_token& token);
-    int PeekToken(VEK_token& token);
-    int Match(const char* expected);
+    [[nodiscard]] int GetToken(VEK_token& token);
+    [[nodiscard]] int PeekToken(VEK_token& token);
+    [[nodiscard]] int Match(const char* expected);
     bool TryMatch(const char* expected);
     int MatchError(const char* expected, const VEK_token& found);
-    int GetInteger(int& value);
-    int GetInteger(long long& value);
-    int GetDouble(double& value);
-    int GetWord(std::string& word);
+    [[nodiscard]] int GetInteger(int& value);
+    [[nodiscard]] int GetInteger(long long& value);
+    [[nodiscard]] int GetDouble(double& value);
+    [[nodiscard]] int GetWord(std::string& word);
     // A string, or a word when acceptWord.
-    int GetString(std::string& text, bool acceptWord = false);
+    [[nodiscard]] int GetString(std::string& text, bool acceptWord = false);
     // Reads "keyword header... open": keyword is a word, header every token
     // up to the opener, which is consumed. VEK_NO_MORE_TOKENS at a clean end
     // of the input (nothing read).
-    int ReadStartBlock(VEK_token& keyword, std::vector<VEK_token>& header, const char* open = "{");
+    [[nodiscard]] int ReadStartBlock(VEK_token& keyword, std::vector<VEK_token>& header, const char* open = "{");
     // Skips every token up to and including the closer of the innermost open
     // block; brackets (), [] and {} nest.
-    int SkipBlock();
+    [[nodiscard]] int SkipBlock();
     // Reads "name assign value... terminator"; the value is every token up to
     // the terminator at bracket depth 0 (brackets included). Returns
     // VEK_BLOCK_END, consuming it, when the next token is closeBlock.
-    int ReadField(std::string& name, std::vector<VEK_token>& value, const char* assign = "=",
+    [[nodiscard]] int ReadField(std::string& name, std::vector<VEK_token>& value, const char* assign = "=",
                   const char* terminator = ";", const char* closeBlock = "}");
 
     // Logs "Error at <line>, <column> while loading <file>: <message>" (the
@@ -299,18 +299,18 @@ public:
     // -2 and returns it when a node is an equation, a MAU node, temporal, or
     // a chance node without a table; 0 otherwise. Canonical nodes pass, as
     // their tables stand for them.
-    int CheckTablesOnly(const char* refusal);
+    [[nodiscard]] int CheckTablesOnly(const char* refusal);
     // format with its "%s" placeholders replaced in order ("%%" is one %).
     static std::string ComposeErrorMessage1(const char* format, const char* arg);
     static std::string ComposeErrorMessage2(const char* format, const char* arg1, const char* arg2);
 
     // ---- output ----
     // -101 (logged) when the file cannot be created.
-    int OpenOutput(const char* path);
+    [[nodiscard]] int OpenOutput(const char* path);
     void SetOutputString(std::string& out);
     VEK_textOutput& Out() { return out_; }
     // 0, or -101 (logged) when a write failed.
-    int CloseOutput();
+    [[nodiscard]] int CloseOutput();
     void WriteStringList(const std::vector<std::string>& items, const VEK_listStyle& style = {});
     void WriteStringList(const VEK_stringArray& items, const VEK_listStyle& style = {});
     void WriteDoubleList(const double* values, int count, const VEK_listStyle& style = {});

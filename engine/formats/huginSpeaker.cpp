@@ -70,7 +70,7 @@ private:
     void ParseBody(bool isClass) {
         while (status_ == 0) {
             if (tok_.IsSymbol('}')) {
-                Advance();
+                (void)Advance();  // a fault stays in status_
                 return;
             }
             if (tok_.kind == VEK_lexToken::End) {
@@ -571,7 +571,7 @@ int VEK_huginSpeaker::WriteNetwork(const char* path) {
         WriteText();
         return CloseOutput();
     } catch (const std::bad_alloc&) {
-        CloseOutput();
+        (void)CloseOutput();  // the lack of memory is what is reported
         return Logger().LogError(VEK_OUT_OF_MEMORY, "Out of memory while writing the file");
     }
 }
@@ -585,7 +585,7 @@ int VEK_huginSpeaker::WriteNetworkToString(std::string& out) {
         WriteText();
         return CloseOutput();
     } catch (const std::bad_alloc&) {
-        CloseOutput();
+        (void)CloseOutput();  // the lack of memory is what is reported
         return Logger().LogError(VEK_OUT_OF_MEMORY, "Out of memory while writing the text");
     }
 }

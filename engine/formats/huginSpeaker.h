@@ -14,19 +14,19 @@ class VEK_huginSpeaker : public VEK_fileFormat, private VEK_descErrorSink {
 public:
     explicit VEK_huginSpeaker(VEK_network& net) : VEK_fileFormat(net) {}
 
-    int ReadNetwork(const char* path) override;
-    int WriteNetwork(const char* path) override;
-    int ReadNetworkFromString(const char* text) override;
-    int WriteNetworkToString(std::string& out) override;
+    [[nodiscard]] int ReadNetwork(const char* path) override;
+    [[nodiscard]] int WriteNetwork(const char* path) override;
+    [[nodiscard]] int ReadNetworkFromString(const char* text) override;
+    [[nodiscard]] int WriteNetworkToString(std::string& out) override;
     // The reader checks cycles and ids for the whole file itself.
     bool SuppressAcyclic() const override { return true; }
     bool SuppressIdInUse() const override { return true; }
 
 private:
-    int Read(std::string text, const std::string& defaultName);
+    [[nodiscard]] int Read(std::string text, const std::string& defaultName);
     // -2 and the refusal message when the network holds what the format
     // cannot express; 0 otherwise.
-    int CheckWritable();
+    [[nodiscard]] int CheckWritable();
     void WriteText();
     void SpecError(int code, const VEK_descPos& pos, const std::string& message) override;
 };

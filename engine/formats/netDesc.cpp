@@ -477,7 +477,7 @@ private:
         for (const auto& p : desc_.properties) (void)net_.UserProperties().AddProperty(p.first.c_str(), p.second.c_str());  // a name is always given
         if (!desc_.hasName || desc_.name.empty()) return;
         std::string id = VEK_foreignId(desc_.name, 'n');
-        net_.Header().SetId(id.c_str());
+        (void)net_.Header().SetId(id.c_str());  // VEK_foreignId gives a valid identifier
         net_.Header().SetName(desc_.name.c_str());
     }
 

@@ -77,7 +77,7 @@ public:
 // Builds desc into net, which should be a fresh network (ids are made unique
 // here, so it may skip its own id checks). Returns 0, or the code of the
 // first fault (each fault is reported to errors). Never throws.
-int VEK_buildNetwork(const VEK_netDesc& desc, VEK_network& net, VEK_descErrorSink& errors);
+[[nodiscard]] int VEK_buildNetwork(const VEK_netDesc& desc, VEK_network& net, VEK_descErrorSink& errors);
 
 // The identifier a name from another tool's file gets: the text itself when
 // it is a valid identifier; otherwise prefix in front when the first

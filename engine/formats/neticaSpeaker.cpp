@@ -186,7 +186,7 @@ int VEK_neticaSpeaker::ParseVisual(NodeParse& np) {
         if (next.IsEnd() || next.Is(";") || next.Is("}")) return Fail(next, "Expected '{' but found " + next.Describe());
         if ((res = Peek(next)) < 0) return res;
     }
-    Next(next);
+    (void)Next(next);  // the token just peeked
     VEK_token t;
     for (;;) {
         if ((res = Next(t)) < 0) return res;
@@ -312,7 +312,7 @@ int VEK_neticaSpeaker::ParseNode(VEK_netDesc& desc, const VEK_token& nameToken) 
         if (!next.Is("=")) {
             res = field == "visual" ? ParseVisual(np) : SkipStatement();
         } else {
-            Next(next);
+            (void)Next(next);  // the token just peeked
             res = ParseField(np, field);
         }
         if (res < 0) return res;
@@ -441,7 +441,7 @@ int VEK_neticaSpeaker::ParseBnet(VEK_netDesc& desc) {
         if ((res = Peek(next)) < 0) return res;
         if ((t.text == "title" || t.text == "comment") && next.Is("=")) {
             const bool title = t.text == "title";
-            Next(next);
+            (void)Next(next);  // the token just peeked
             if ((res = Next(t)) < 0) return res;
             if (!IsItem(t)) return Fail(t, "String expected but found " + t.Describe());
             (title ? title_ : comment_) = t.text;

@@ -30,30 +30,30 @@ public:
     };
 
 protected:
-    int Parse(VEK_netDesc& desc) override;
-    int Finish(const VEK_netDesc& desc, const std::vector<int>& handles) override;
+    [[nodiscard]] int Parse(VEK_netDesc& desc) override;
+    [[nodiscard]] int Finish(const VEK_netDesc& desc, const std::vector<int>& handles) override;
     std::string CheckWritable() override;
     void WriteText() override;
 
 private:
     struct NodeParse;  // the fields of one node block as read
 
-    int ParseBnet(VEK_netDesc& desc);
-    int ParseNode(VEK_netDesc& desc, const VEK_token& nameToken);
-    int ParseVisual(NodeParse& np);
-    int ParseField(NodeParse& np, const std::string& field);
-    int ParseWordField(NodeParse& np, const std::string& field);
-    int MakeStates(NodeParse& np);
-    int MakeTable(NodeParse& np);
-    int ReadList(std::vector<VEK_token>& items, VEK_descPos& pos);
-    int ReadNested(const std::string& node, std::vector<VEK_token>* items, std::vector<double>* numbers,
+    [[nodiscard]] int ParseBnet(VEK_netDesc& desc);
+    [[nodiscard]] int ParseNode(VEK_netDesc& desc, const VEK_token& nameToken);
+    [[nodiscard]] int ParseVisual(NodeParse& np);
+    [[nodiscard]] int ParseField(NodeParse& np, const std::string& field);
+    [[nodiscard]] int ParseWordField(NodeParse& np, const std::string& field);
+    [[nodiscard]] int MakeStates(NodeParse& np);
+    [[nodiscard]] int MakeTable(NodeParse& np);
+    [[nodiscard]] int ReadList(std::vector<VEK_token>& items, VEK_descPos& pos);
+    [[nodiscard]] int ReadNested(const std::string& node, std::vector<VEK_token>* items, std::vector<double>* numbers,
                    VEK_descPos& pos);
-    int ReadText(std::string& text);
+    [[nodiscard]] int ReadText(std::string& text);
     // Skips "= value ;" or "header { ... } [;]" after a field name.
-    int SkipStatement();
+    [[nodiscard]] int SkipStatement();
     // Skips a value up to its ';', brackets balanced; after the '='.
-    int SkipValue();
-    int SkipBlockBody();
+    [[nodiscard]] int SkipValue();
+    [[nodiscard]] int SkipBlockBody();
 
     std::vector<Extra> extras_;
     bool hasTitle_ = false;

@@ -73,7 +73,7 @@ int VEK_textSpeaker::Expect(const char* text) {
 bool VEK_textSpeaker::Accept(const char* text) {
     VEK_token t;
     if (Peek(t) != VEK_OKAY || !t.Is(text)) return false;
-    Next(t);
+    (void)Next(t);  // the token just peeked
     return true;
 }
 
@@ -220,7 +220,7 @@ int VEK_textSpeaker::WriteNetwork(const char* path) {
         if (res < 0) return res;
         return Write();
     } catch (const std::bad_alloc&) {
-        CloseOutput();
+        (void)CloseOutput();  // the lack of memory is what is reported
         return Logger().LogError(VEK_OUT_OF_MEMORY, "Out of memory while writing the file");
     }
 }
@@ -235,7 +235,7 @@ int VEK_textSpeaker::WriteNetworkToString(std::string& out) {
         if (res < 0) out.clear();
         return res;
     } catch (const std::bad_alloc&) {
-        CloseOutput();
+        (void)CloseOutput();  // the lack of memory is what is reported
         out.clear();
         return Logger().LogError(VEK_OUT_OF_MEMORY, "Out of memory while writing the text");
     }

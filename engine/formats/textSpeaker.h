@@ -20,10 +20,10 @@ public:
     // formatName: the format's name in the refusal message ("Ergo").
     VEK_textSpeaker(VEK_network& net, const char* formatName);
 
-    int ReadNetwork(const char* path) override;
-    int WriteNetwork(const char* path) override;
-    int ReadNetworkFromString(const char* text) override;
-    int WriteNetworkToString(std::string& out) override;
+    [[nodiscard]] int ReadNetwork(const char* path) override;
+    [[nodiscard]] int WriteNetwork(const char* path) override;
+    [[nodiscard]] int ReadNetworkFromString(const char* text) override;
+    [[nodiscard]] int WriteNetworkToString(std::string& out) override;
     // The network description checks ids and cycles for the whole file at once.
     bool SuppressAcyclic() const override { return true; }
     bool SuppressIdInUse() const override { return true; }
@@ -31,10 +31,10 @@ public:
 protected:
     // Reads the tokens of Tokenizer() into desc (adapt Tokenizer().Syntax()
     // first); 0 or a logged negative code.
-    virtual int Parse(VEK_netDesc& desc) = 0;
+    [[nodiscard]] virtual int Parse(VEK_netDesc& desc) = 0;
     // Runs after the network was built, for what the description does not
     // carry; handles[i] is the node made from desc.nodes[i].
-    virtual int Finish(const VEK_netDesc&, const std::vector<int>&) { return VEK_OKAY; }
+    [[nodiscard]] virtual int Finish(const VEK_netDesc&, const std::vector<int>&) { return VEK_OKAY; }
     // Empty when the network can be written, else why not (a node's type).
     virtual std::string CheckWritable() = 0;
     // Appends the file's text to Text(); may call FlushText between parts.
@@ -43,20 +43,20 @@ protected:
     // ---- reading: every failure is logged, positioned, as -100 ----
     // The next token; at the end of the input a token of kind End that
     // carries the end's position (and 0).
-    int Next(VEK_token& t);
-    int Peek(VEK_token& t);
+    [[nodiscard]] int Next(VEK_token& t);
+    [[nodiscard]] int Peek(VEK_token& t);
     int Fail(const VEK_token& at, const std::string& message);
     int Fail(int line, int column, const std::string& message);
     int Fail(const VEK_descPos& pos, const std::string& message) { return Fail(pos.line, pos.column, message); }
     // "Expected 'x' but found ..." unless the next token is the symbol or word.
-    int Expect(const char* text);
+    [[nodiscard]] int Expect(const char* text);
     bool Accept(const char* text);
-    int ExpectNumber(double& value, VEK_token* where = nullptr);
+    [[nodiscard]] int ExpectNumber(double& value, VEK_token* where = nullptr);
     // "(x, y);" (the comma optional): a node's position, kept only when both
     // coordinates are sane, as it is presentation only.
-    int ExpectPosition(bool& has, int& x, int& y);
+    [[nodiscard]] int ExpectPosition(bool& has, int& x, int& y);
     // A non-negative integer no larger than limit.
-    int ExpectCount(long long limit, long long& value, const char* what);
+    [[nodiscard]] int ExpectCount(long long limit, long long& value, const char* what);
     static VEK_descPos Pos(const VEK_token& t) { return VEK_descPos{t.line, t.column}; }
     static std::string Quote(const std::string& text) { return "'" + text + "'"; }
 
@@ -79,8 +79,8 @@ protected:
     const char* FormatName() const { return formatName_; }
 
 private:
-    int Read(const std::string& defaultName);
-    int Write();
+    [[nodiscard]] int Read(const std::string& defaultName);
+    [[nodiscard]] int Write();
     void SpecError(int code, const VEK_descPos& pos, const std::string& message) override;
     int Refuse(const std::string& reason);
 

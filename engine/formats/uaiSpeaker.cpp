@@ -319,7 +319,7 @@ int VEK_uaiSpeaker::SetEvidenceFromInput() {
         VEK_nodeVal* val = net.GetVal(h);
         Before b{h, -1, {}};
         if (val->IsVirtualEvidence()) {
-            val->GetVirtualEvidence(b.virtuals);
+            (void)val->GetVirtualEvidence(b.virtuals);  // the node has virtual evidence
         } else if (val->IsRealEvidence()) {
             b.outcome = val->GetEvidence();
         }

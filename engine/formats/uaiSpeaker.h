@@ -30,19 +30,19 @@ public:
     // Sets the evidence of an evidence file on the network: the named
     // variables get the given states, the other nodes keep theirs. The file
     // is checked as a whole first, so a faulty file changes nothing.
-    int ReadEvidence(const char* path);
-    int ReadEvidenceFromString(const char* text);
+    [[nodiscard]] int ReadEvidence(const char* path);
+    [[nodiscard]] int ReadEvidenceFromString(const char* text);
 
 protected:
     // Builds the nodes straight into the network, in the file's order (the
     // description would place parents first, and evidence files count on
     // the order); desc carries nothing.
-    int Parse(VEK_netDesc& desc) override;
+    [[nodiscard]] int Parse(VEK_netDesc& desc) override;
     std::string CheckWritable() override;
     void WriteText() override;
 
 private:
     // owner[v]: the function whose child v is.
-    int CheckAcyclic(const std::vector<VEK_uaiFunction>& functions, const std::vector<int>& owner);
-    int SetEvidenceFromInput();
+    [[nodiscard]] int CheckAcyclic(const std::vector<VEK_uaiFunction>& functions, const std::vector<int>& owner);
+    [[nodiscard]] int SetEvidenceFromInput();
 };

@@ -8,4 +8,4 @@ class VEK_fileFormat;
 // the speaker's network, which should be empty. 0, or a negative status with
 // a positioned message in the network's logger; on failure the network may
 // be partly filled (the file dispatch throws it away).
-int VEK_readVekNetwork(VEK_fileFormat& speaker);
+[[nodiscard]] int VEK_readVekNetwork(VEK_fileFormat& speaker);

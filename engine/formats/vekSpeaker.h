@@ -127,17 +127,17 @@ class VEK_vekSpeaker : public VEK_fileFormat {
 public:
     explicit VEK_vekSpeaker(VEK_network& net) : VEK_fileFormat(net) {}
 
-    int ReadNetwork(const char* path) override;
-    int WriteNetwork(const char* path) override;
+    [[nodiscard]] int ReadNetwork(const char* path) override;
+    [[nodiscard]] int WriteNetwork(const char* path) override;
     // The network should be empty; identifiers already in it count as taken.
-    int ReadNetworkFromString(const char* text) override;
-    int WriteNetworkToString(std::string& out) override;
+    [[nodiscard]] int ReadNetworkFromString(const char* text) override;
+    [[nodiscard]] int WriteNetworkToString(std::string& out) override;
     // The reader finds cycles itself (with positions) and keeps its own
     // index of identifiers.
     bool SuppressAcyclic() const override { return true; }
     bool SuppressIdInUse() const override { return true; }
 
 private:
-    int Read();
-    int Write();
+    [[nodiscard]] int Read();
+    [[nodiscard]] int Write();
 };

@@ -6,4 +6,4 @@ class VEK_fileFormat;
 
 // Writes the speaker's network to its open output (Out()). 0, or a negative
 // status (logged) for a node kind the format cannot hold.
-int VEK_writeVekNetwork(VEK_fileFormat& speaker);
+[[nodiscard]] int VEK_writeVekNetwork(VEK_fileFormat& speaker);

@@ -15,17 +15,17 @@ class VEK_xmlbifSpeaker : public VEK_fileFormat, private VEK_descErrorSink {
 public:
     explicit VEK_xmlbifSpeaker(VEK_network& net) : VEK_fileFormat(net) {}
 
-    int ReadNetwork(const char* path) override;
-    int WriteNetwork(const char* path) override;
-    int ReadNetworkFromString(const char* text) override;
-    int WriteNetworkToString(std::string& out) override;
+    [[nodiscard]] int ReadNetwork(const char* path) override;
+    [[nodiscard]] int WriteNetwork(const char* path) override;
+    [[nodiscard]] int ReadNetworkFromString(const char* text) override;
+    [[nodiscard]] int WriteNetworkToString(std::string& out) override;
     bool SuppressAcyclic() const override { return true; }
     bool SuppressIdInUse() const override { return true; }
 
 private:
-    int Read(std::string text);
-    int ReadXml(const std::string& text, VEK_netDesc& desc);
-    int CheckWritable();
-    int Write(const char* path, std::string* out);
+    [[nodiscard]] int Read(std::string text);
+    [[nodiscard]] int ReadXml(const std::string& text, VEK_netDesc& desc);
+    [[nodiscard]] int CheckWritable();
+    [[nodiscard]] int Write(const char* path, std::string* out);
     void SpecError(int code, const VEK_descPos& pos, const std::string& message) override;
 };

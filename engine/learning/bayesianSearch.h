@@ -18,10 +18,10 @@ public:
     double linkProbability = 0.3;
     double timeLimit = 0.0;
 
-    int CheckSettings(std::string* errorMessage) const;
+    [[nodiscard]] int CheckSettings(std::string* errorMessage) const;
     // Replaces net with the learnt, fitted network; on failure returns a
     // negative code with a message and leaves net unchanged. The score of
     // the result goes to lastScore when given.
-    int Learn(const VEK_dataset& data, VEK_network& net, std::string* errorMessage = nullptr,
+    [[nodiscard]] int Learn(const VEK_dataset& data, VEK_network& net, std::string* errorMessage = nullptr,
               double* lastScore = nullptr) const;
 };

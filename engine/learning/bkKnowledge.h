@@ -34,9 +34,9 @@ public:
     // knowledge unchanged: -4 for an arc from a column to itself, an arc
     // both forced and forbidden or a forced arc against the tiers, -11 for
     // forced arcs that would form a cycle, -2 for a negative tier.
-    int AddForcedArc(const std::string& parent, const std::string& child, std::string* errorMessage = nullptr);
-    int AddForbiddenArc(const std::string& parent, const std::string& child, std::string* errorMessage = nullptr);
-    int SetTier(const std::string& column, int tier, std::string* errorMessage = nullptr);
+    [[nodiscard]] int AddForcedArc(const std::string& parent, const std::string& child, std::string* errorMessage = nullptr);
+    [[nodiscard]] int AddForbiddenArc(const std::string& parent, const std::string& child, std::string* errorMessage = nullptr);
+    [[nodiscard]] int SetTier(const std::string& column, int tier, std::string* errorMessage = nullptr);
     void Clear();
 
     const std::vector<Arc>& ForcedArcs() const { return forced_; }
@@ -44,9 +44,9 @@ public:
     const std::map<std::string, int>& Tiers() const { return tiers_; }
 
     // The whole knowledge is consistent (see the adders).
-    int Check(std::string* errorMessage = nullptr) const;
+    [[nodiscard]] int Check(std::string* errorMessage = nullptr) const;
     // Resolves column ids against data; -3 for an id the data does not have.
-    int Resolve(const VEK_dataset& data, VEK_bkConstraints& out, std::string* errorMessage = nullptr) const;
+    [[nodiscard]] int Resolve(const VEK_dataset& data, VEK_bkConstraints& out, std::string* errorMessage = nullptr) const;
 
 private:
     std::vector<Arc> forced_;

@@ -21,12 +21,13 @@ int VEK_sampleDataset(const VEK_network& net, int records, VEK_randGen& gen, dou
             // Only chance tables can be drawn from: one distribution per column.
             if (!def || !def->GetMatrix() || (def->GetType() & 6) == 0) return VEK_WRONG_NODE_TYPE;
             handles.push_back(h);
-            data.AddIntVariable(net.GetNodeId(h));
+            const int column = data.AddIntVariable(net.GetNodeId(h));
+            if (column < 0) return column;
         }
         const VEK_intArray order = const_cast<VEK_network&>(net).PartialOrdering();
         std::vector<int> state(static_cast<size_t>(net.GetSlotCount()), -1);
         for (int r = 0; r < records; ++r) {
-            data.AddEmptyRecord();
+            if (const int res = data.AddEmptyRecord(); res < 0) return res;
             for (int i = 0; i < order.GetSize(); ++i) {
                 const int h = order[i];
                 const VEK_Dmatrix& t = *net.GetDef(h)->GetMatrix();
@@ -36,7 +37,9 @@ int VEK_sampleDataset(const VEK_network& net, int records, VEK_randGen& gen, dou
                 state[h] = VEK_randGen::Roulette(gen.GetDouble(), t.Items() + at, t.GetLastDimensionSize());
             }
             for (size_t v = 0; v < handles.size(); ++v) {
-                if (gen.GetDouble() >= missingRate) data.SetInt(static_cast<int>(v), r, state[handles[v]]);
+                if (gen.GetDouble() >= missingRate) {
+                    if (const int res = data.SetInt(static_cast<int>(v), r, state[handles[v]]); res < 0) return res;
+                }
             }
         }
         out = std::move(data);

@@ -10,4 +10,4 @@ class VEK_randGen;
 // column per node (named after it, in handle order), each cell left missing
 // with probability missingRate. Every node must have a probability table:
 // returns -51 for decisions, utilities and the like, 0 otherwise.
-int VEK_sampleDataset(const VEK_network& net, int records, VEK_randGen& gen, double missingRate, VEK_dataset& out);
+[[nodiscard]] int VEK_sampleDataset(const VEK_network& net, int records, VEK_randGen& gen, double missingRate, VEK_dataset& out);

@@ -48,11 +48,11 @@ public:
     // 0, or -103 with a message when the file cannot be opened or parsed.
     // The dataset is cleared before parsing; after a parse fault it holds the
     // records read before it. An unopenable file leaves it unchanged.
-    int ReadFile(const char* path, const VEK_datasetParseParams* params = nullptr,
+    [[nodiscard]] int ReadFile(const char* path, const VEK_datasetParseParams* params = nullptr,
                  std::string* errorMessage = nullptr);
     // 0; -103 when the file cannot be opened or written; -2 for a separator
     // or float format that cannot be written.
-    int WriteFile(const char* path, const VEK_datasetWriteParams* params = nullptr,
+    [[nodiscard]] int WriteFile(const char* path, const VEK_datasetWriteParams* params = nullptr,
                   std::string* errorMessage = nullptr) const;
 
     void Clear();
@@ -68,18 +68,18 @@ public:
     // Null for a bad index.
     const char* GetId(int var) const;
     // -2 for a bad index or an empty id, -32 when another column has it.
-    int SetId(int var, const char* id);
+    [[nodiscard]] int SetId(int var, const char* id);
     // Index of the column with that id, -3 when none.
     int FindVariable(const char* id) const;
 
     // Add a column whose cells are all missing; return its index, -2 for an
     // empty id, -32 for a duplicated one, -42 when memory runs out.
-    int AddIntVariable(const char* id, int missingInt = -1);
-    int AddFloatVariable(const char* id, float missingFloat = std::numeric_limits<float>::quiet_NaN());
-    int RemoveVariable(int var);
+    [[nodiscard]] int AddIntVariable(const char* id, int missingInt = -1);
+    [[nodiscard]] int AddFloatVariable(const char* id, float missingFloat = std::numeric_limits<float>::quiet_NaN());
+    [[nodiscard]] int RemoveVariable(int var);
     // A record whose cells are all missing; returns its index or -42.
-    int AddEmptyRecord();
-    int RemoveRecord(int rec);
+    [[nodiscard]] int AddEmptyRecord();
+    [[nodiscard]] int RemoveRecord(int rec);
 
     bool IsDiscrete(int var) const { return vars_[var].discrete; }
     // No range checks on the getters: check with IsValidVariable and
@@ -90,9 +90,9 @@ public:
     bool IsMissing(int var, int rec) const;
     // -2 for bad indices; -2 for an int outside the state indices of a
     // column with state names; -51 for a cell of the other kind.
-    int SetInt(int var, int rec, int value);
-    int SetFloat(int var, int rec, float value);
-    int SetMissing(int var, int rec);
+    [[nodiscard]] int SetInt(int var, int rec, int value);
+    [[nodiscard]] int SetFloat(int var, int rec, float value);
+    [[nodiscard]] int SetMissing(int var, int rec);
     bool HasMissingData(int var) const;
 
     int GetMissingInt(int var) const { return vars_[var].missingInt; }
@@ -101,7 +101,7 @@ public:
     // -51 for a continuous column; -2 for a bad index, an empty or repeated
     // name, or a stored cell that would fall outside the new names. An empty
     // list makes the column's ints bare numbers again.
-    int SetStateNames(int var, const std::vector<std::string>& names);
+    [[nodiscard]] int SetStateNames(int var, const std::vector<std::string>& names);
     const std::vector<std::string>& GetStateNames(int var) const { return vars_[var].stateNames; }
 
     const Variable& GetVariable(int var) const { return vars_[var]; }
@@ -111,7 +111,7 @@ public:
     // left out. -2 with a message listing every paired
     // column whose values do not fit its node, -3 when no column names a
     // node; matching is replaced only on success.
-    int MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMatch>& matching,
+    [[nodiscard]] int MatchNetwork(const VEK_network& net, std::vector<VEK_datasetMatch>& matching,
                      std::string* errorMessage = nullptr) const;
     // Turns a continuous (or bare-number) column into a discrete one of
     // intervalCount intervals by algorithm (0 hierarchical, 1 equal width,
@@ -121,7 +121,7 @@ public:
     // empty; missing cells stay missing. -2 or -51 with a message, the
     // column unchanged, for a bad column, algorithm or count, or a column
     // without two distinct values.
-    int Discretize(int var, int algorithm, int intervalCount, const std::string& prefix, std::vector<double>& edges,
+    [[nodiscard]] int Discretize(int var, int algorithm, int intervalCount, const std::string& prefix, std::vector<double>& edges,
                    std::string* errorMessage = nullptr);
 
     // The parser builds the columns in place.

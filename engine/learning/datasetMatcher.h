@@ -13,9 +13,9 @@ class VEK_network;
 // outcome indices. 0; -2 with a message when a state names no outcome, a
 // number is no outcome index, or the column is continuous; -51 when the
 // node has no outcomes.
-int VEK_mapColumnOutcomes(const VEK_dataset& data, int var, const VEK_network& net, int node, std::vector<int>& map,
+[[nodiscard]] int VEK_mapColumnOutcomes(const VEK_dataset& data, int var, const VEK_network& net, int node, std::vector<int>& map,
                           std::string* message = nullptr);
 
 // A column id + "_" + t names plate node id in slice t, as unrolling names
 // the node's copies: the node's handle, or -1.
-int VEK_findPlateSlice(const VEK_network& net, const std::string& id, int& slice);
+[[nodiscard]] int VEK_findPlateSlice(const VEK_network& net, const std::string& id, int& slice);

@@ -17,7 +17,7 @@ public:
 
     // 0, or -103 with GetErrorMessage() set on a parse fault (the dataset
     // keeps the records read before it), or -42 when memory runs out.
-    int Parse(FILE* file, VEK_dataset& data);
+    [[nodiscard]] int Parse(FILE* file, VEK_dataset& data);
     const std::string& GetErrorMessage() const { return error_; }
 
 private:
@@ -32,10 +32,10 @@ private:
     // 0, or a message for a malformed quoted field.
     const char* Split(std::string_view line, bool header);
     int Fail(const std::string& message);
-    int ParseBody(FILE* file, VEK_dataset& data);
+    [[nodiscard]] int ParseBody(FILE* file, VEK_dataset& data);
     void StoreField(VEK_dataset::Variable& v, int column, int record, const Field& f);
     void MakeNamed(VEK_dataset::Variable& v, int column, int records);
-    int MapName(VEK_dataset::Variable& v, int column, const std::string& name);
+    [[nodiscard]] int MapName(VEK_dataset::Variable& v, int column, const std::string& name);
     void Finish(VEK_dataset& data);
 
     VEK_datasetParseParams params_;

@@ -21,17 +21,17 @@ public:
     // Unrolls a copy of net to slices slices (0: the network's own count)
     // and reads the records; fixed is by handle of net. 0 or a status logged
     // to net.
-    int Init(const VEK_dataset& data, VEK_network& net, const std::vector<VEK_datasetMatch>& matching,
+    [[nodiscard]] int Init(const VEK_dataset& data, VEK_network& net, const std::vector<VEK_datasetMatch>& matching,
              const std::vector<char>& fixed, int slices, bool relevance);
 
     // New start tables for the learnt tables, which become their priors.
     void Restart(Start start, VEK_randGen& gen);
     // One E-step and M-step; ll receives the log-likelihood of the data
     // under the tables before the step. 0 or a status logged to log.
-    int Iterate(double ess, VEK_logger& log, double& ll);
+    [[nodiscard]] int Iterate(double ess, VEK_logger& log, double& ll);
     // Writes the learnt tables into net (the network given to Init): all or
     // none.
-    int Commit(VEK_network& net) { return tables_.Commit(net); }
+    [[nodiscard]] int Commit(VEK_network& net) { return tables_.Commit(net); }
 
     // The slice count the network was unrolled to.
     int GetSliceCount() const { return tables_.GetSliceCount(); }
@@ -56,6 +56,6 @@ struct VEK_dynamicEmSettings {
 };
 
 class VEK_emProgress;
-int VEK_learnDynamic(const VEK_dynamicEmSettings& settings, const VEK_dataset& data, VEK_network& net,
+[[nodiscard]] int VEK_learnDynamic(const VEK_dynamicEmSettings& settings, const VEK_dataset& data, VEK_network& net,
                      const std::vector<VEK_datasetMatch>& matching, const std::vector<char>& fixed, double* score,
                      VEK_emProgress* progress);

@@ -22,7 +22,7 @@ public:
 class VEK_em {
 public:
     // -4, unchanged, while uniformize or randomize is set.
-    int SetEquivalentSampleSize(float ess);
+    [[nodiscard]] int SetEquivalentSampleSize(float ess);
     float GetEquivalentSampleSize() const { return ess_; }
     // Setting it clears randomize.
     void SetUniformizeParameters(bool on);
@@ -43,19 +43,19 @@ public:
     // 0 or a negative status (logged to the network). score, when given,
     // receives the log-likelihood of the data (natural logarithm, summed
     // over records). On failure the network keeps its tables.
-    int Learn(const VEK_dataset& data, VEK_network& net, const std::vector<VEK_datasetMatch>& matching,
+    [[nodiscard]] int Learn(const VEK_dataset& data, VEK_network& net, const std::vector<VEK_datasetMatch>& matching,
               const std::vector<int>& fixedNodes = {}, double* score = nullptr, VEK_emProgress* progress = nullptr);
 
 private:
     struct Run;
-    int LearnDisc(Run& run, double* score);
+    [[nodiscard]] int LearnDisc(Run& run, double* score);
     bool CanCount(const Run& run) const;
-    int Count(Run& run, double* score);
-    int RandomRestarts(Run& run, double* best);
+    [[nodiscard]] int Count(Run& run, double* score);
+    [[nodiscard]] int RandomRestarts(Run& run, double* best);
     [[nodiscard]] int StartTables(Run& run, VEK_network& work, std::vector<int>& learnable,
                                   std::vector<char>& isLearnable, std::vector<VEK_Dmatrix>& priors);
     static bool Converged(double previous, double ll);
-    int ExpMaxUntilConverged(Run& run, double* bestScore);
+    [[nodiscard]] int ExpMaxUntilConverged(Run& run, double* bestScore);
 
     float ess_ = 0.0f;
     bool uniformize_ = false;

@@ -305,20 +305,30 @@ int VEK_emStatistics::Init(const VEK_network& net, const std::vector<int>& fixed
     return VEK_OKAY;
 }
 
-void VEK_emStatistics::Restart(Start start, VEK_randGen& gen) {
+int VEK_emStatistics::Restart(Start start, VEK_randGen& gen) {
     if (tied_) {
         if (start != Start::kAsTheyStand) tied_->Restart(start == Start::kRandom, gen);
-        return;
+        return VEK_OKAY;
     }
+    std::vector<VEK_Dmatrix> before;
+    before.reserve(learnable_.size());
     for (size_t i = 0; i < learnable_.size(); ++i) {
         VEK_nodeDef* def = work_->GetDef(learnable_[i]);
-        if (start == Start::kUniform) {
-            def->MakeUniform();
-        } else if (start == Start::kRandom) {
-            def->MakeRandom(gen);
+        before.push_back(def->GetDefinition());
+        const int res = start == Start::kUniform  ? def->MakeUniform()
+                        : start == Start::kRandom ? def->MakeRandom(gen)
+                                                  : VEK_OKAY;
+        if (res < 0) {
+            // A refused restart leaves every table as it was.
+            for (size_t j = 0; j < i; ++j) {
+                (void)work_->GetDef(learnable_[j])->SetDefinition(before[j]);  // same shape: cannot fail
+            }
+            return work_->Logger().VLogError(res, "EM: the start parameters of node '%s' could not be set",
+                                             work_->GetNodeId(learnable_[i]));
         }
-        priors_[i] = def->GetDefinition();
     }
+    for (size_t i = 0; i < learnable_.size(); ++i) priors_[i] = work_->GetDef(learnable_[i])->GetDefinition();
+    return VEK_OKAY;
 }
 
 int VEK_emStatistics::ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,

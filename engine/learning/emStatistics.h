@@ -28,7 +28,7 @@ struct VEK_emRecords {
     // Every matched value must be an outcome of its node. A column with
     // state names is paired with its node by name: outcome id first, then
     // label. Bare numbers are outcome indices. 0 or a logged status.
-    int Read(const VEK_dataset& data, VEK_network& net, const std::vector<VEK_datasetMatch>& matching);
+    [[nodiscard]] int Read(const VEK_dataset& data, VEK_network& net, const std::vector<VEK_datasetMatch>& matching);
     // Equal records have equal posteriors: each distinct one is visited
     // once, weighted by how often it occurs (found by hashing).
     void Group();
@@ -46,9 +46,9 @@ struct VEK_emRecords {
 };
 
 // Only tables can be learnt; other chance nodes must be fixed (by handle).
-int VEK_emCheckNodes(VEK_network& net, const std::vector<char>& fixed);
+[[nodiscard]] int VEK_emCheckNodes(VEK_network& net, const std::vector<char>& fixed);
 // Discrete data for a discrete network, a valid one-to-one matching.
-int VEK_emCheckColumns(VEK_network& net, const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching);
+[[nodiscard]] int VEK_emCheckColumns(VEK_network& net, const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching);
 
 // Adds ess times the prior to the counts, then makes every column (the
 // node's own outcomes, the last dimension) a distribution. A column that
@@ -58,11 +58,11 @@ void VEK_emMaximize(double* counts, const double* prior, int size, int states, d
 // Puts learnt tables, made beforehand, into the network: either all of
 // them or, when one does not fit its node, none. The swaps cannot fail, so
 // a run that failed earlier has left every table alone.
-int VEK_emCommitTables(VEK_network& net, const std::vector<int>& handles, std::vector<VEK_Dmatrix>& tables);
+[[nodiscard]] int VEK_emCommitTables(VEK_network& net, const std::vector<int>& handles, std::vector<VEK_Dmatrix>& tables);
 
 // One expectation pass over the grouped records into counts; ll receives
 // the log-likelihood. 0 or a status (logged, but for -42).
-int VEK_emPass(const VEK_emRecords& records, VEK_expectedCounts& counts, VEK_logger& log, bool relevance,
+[[nodiscard]] int VEK_emPass(const VEK_emRecords& records, VEK_expectedCounts& counts, VEK_logger& log, bool relevance,
                double& ll);
 
 class VEK_emStatistics {
@@ -79,10 +79,11 @@ public:
     // also unrolled to slices slices (0: its own count) and its tied tables
     // are learnt: each node's ordinary definition, then its temporal ones
     // (see VEK_tiedTables). 0 or a status, logged to the working copy.
-    int Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance, int slices = 0);
+    [[nodiscard]] int Init(const VEK_network& net, const std::vector<int>& fixedNodes, float ess, bool relevance, int slices = 0);
 
     // New start tables for the learnt nodes, which become their priors.
-    void Restart(Start start, VEK_randGen& gen);
+    // A table that cannot be restarted (logged) leaves them all as they were.
+    [[nodiscard]] int Restart(Start start, VEK_randGen& gen);
 
     // The node of each learnt table (handles of the working copy), the
     // table's temporal order (0: the ordinary definition), and where the
@@ -97,26 +98,26 @@ public:
     // plate nodes with their slices. The trees are compiled once per set
     // of matched nodes and observation pattern, then reused. 0 or a status
     // logged to the working copy.
-    int EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, std::vector<double>& counts,
+    [[nodiscard]] int EStep(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, std::vector<double>& counts,
               double& ll);
     // The same in two steps: the matched columns read into records (the
     // only step that touches the data set), with the nodes they fill in
     // matched (of the unrolled copy for a dynamic network), then, once the
     // records are grouped, the pass.
-    int ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, VEK_emRecords& records,
+    [[nodiscard]] int ReadRecords(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching, VEK_emRecords& records,
                     std::vector<int>& matched);
-    int EStep(const VEK_emRecords& records, const std::vector<int>& matched, std::vector<double>& counts, double& ll);
+    [[nodiscard]] int EStep(const VEK_emRecords& records, const std::vector<int>& matched, std::vector<double>& counts, double& ll);
     // Turns a total of counts into the current tables; total is consumed.
     void MStep(std::vector<double>& total);
 
     // The current tables or priors, flat as the counts.
     void GetTables(std::vector<double>& out, bool priors) const;
     // -2 when the size is wrong.
-    int SetTables(const std::vector<double>& in, bool priors);
+    [[nodiscard]] int SetTables(const std::vector<double>& in, bool priors);
 
     // Writes the current tables of the learnt nodes into net, which must have
     // the working copy's nodes (by id) and table shapes: all or none.
-    int Apply(VEK_network& net) const;
+    [[nodiscard]] int Apply(VEK_network& net) const;
 
     // The slices a dynamic network is unrolled to; 0 for a static one.
     int GetSliceCount() const;

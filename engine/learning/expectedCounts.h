@@ -32,7 +32,7 @@ public:
     // are read again by every StartPass. matched: the node of each column of
     // a case; alwaysObserved: per column, whether every case observes it;
     // learnable: by handle. 0 or a logged status. Throws bad_alloc.
-    int Init(VEK_network& work, const std::vector<int>& matched, const std::vector<char>& alwaysObserved,
+    [[nodiscard]] int Init(VEK_network& work, const std::vector<int>& matched, const std::vector<char>& alwaysObserved,
              const std::vector<char>& learnable);
 
     // Zeroes the counts and takes up the working network's current tables.
@@ -41,7 +41,7 @@ public:
     // Adds the posteriors of one case (an outcome per column, -1 when
     // missing) times weight. pe receives the case's probability. 0, -43 for
     // a case of probability 0, -4 when that probability is not a number.
-    int AddCase(const int* values, double weight, double& pe);
+    [[nodiscard]] int AddCase(const int* values, double weight, double& pe);
 
     // The counts of a learnable node, laid out as its table.
     const double* Counts(int handle) const { return counts_.data() + nodes_[static_cast<size_t>(handle)].offset; }
@@ -67,9 +67,9 @@ private:
     int FamilyItem(const Node& n, int handle) const;
     bool FamilyObserved(const Node& n, int handle) const;
     // Logs when the part's tree has no clique for the family.
-    bool PlanFamily(Part& part, int handle, VEK_essJoinTree::FamilyReader& reader);
+    [[nodiscard]] bool PlanFamily(Part& part, int handle, VEK_essJoinTree::FamilyReader& reader);
     void EnterState(Node& n, int state);
-    int AddPart(Part& part, double weight, double& pe);
+    [[nodiscard]] int AddPart(Part& part, double weight, double& pe);
 
     VEK_network* work_ = nullptr;
     VEK_rNetworkContainer split_;

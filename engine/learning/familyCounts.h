@@ -23,12 +23,12 @@ public:
     // columns of more than kMaxStates states and columns with a single
     // state. The state count of a column is its state-name count, or its
     // largest value plus one when it has no names.
-    int Init(const VEK_dataset& data, std::string* errorMessage = nullptr);
+    [[nodiscard]] int Init(const VEK_dataset& data, std::string* errorMessage = nullptr);
     // Packs columns that already hold state indices, columns[c] having
     // cards[c] states and every cell within 0..cards[c]-1, one row per
     // record: a single count per family would not repay merging. -2 when a
     // state count is outside 1..kMaxStates, -42 when memory runs out.
-    int InitColumns(const std::vector<const int*>& columns, int records, const std::vector<int>& cards);
+    [[nodiscard]] int InitColumns(const std::vector<const int*>& columns, int records, const std::vector<int>& cards);
 
     int GetColumnCount() const { return static_cast<int>(cards_.size()); }
     // Records of the dataset, and distinct rows after merging.

@@ -13,5 +13,5 @@ class VEK_greedyThickThinning : public VEK_scoreLearner {
 public:
     // Replaces net with the learnt, fitted network; on failure returns a
     // negative code with a message and leaves net unchanged.
-    int Learn(const VEK_dataset& data, VEK_network& net, std::string* errorMessage = nullptr) const;
+    [[nodiscard]] int Learn(const VEK_dataset& data, VEK_network& net, std::string* errorMessage = nullptr) const;
 };

@@ -11,5 +11,5 @@ class VEK_network;
 class VEK_naiveBayes : public VEK_classifierLearner {
 public:
     // Replaces net on success.
-    int Learn(const VEK_dataset& data, VEK_network& net, std::string* errorMessage = nullptr) const;
+    [[nodiscard]] int Learn(const VEK_dataset& data, VEK_network& net, std::string* errorMessage = nullptr) const;
 };

@@ -42,9 +42,9 @@ public:
     // remaining undirected edges follow the order in which the columns
     // were eliminated. parents[c] lists c's parent columns. -11 when the
     // directed edges form a cycle.
-    int ToDag(std::vector<std::vector<int>>& parents) const;
+    [[nodiscard]] int ToDag(std::vector<std::vector<int>>& parents) const;
     // That DAG fitted to data, whose columns must match the pattern's.
-    int ToNetwork(const VEK_dataset& data, VEK_network& net, double ess = 1.0,
+    [[nodiscard]] int ToNetwork(const VEK_dataset& data, VEK_network& net, double ess = 1.0,
                   std::string* errorMessage = nullptr) const;
 
 private:

@@ -27,9 +27,9 @@ public:
     int maxAdjacency = 8;
     int test = G_TEST;
 
-    int CheckSettings(std::string* errorMessage) const;
+    [[nodiscard]] int CheckSettings(std::string* errorMessage) const;
     // Replaces pattern on success.
-    int Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* errorMessage = nullptr) const;
+    [[nodiscard]] int Learn(const VEK_dataset& data, VEK_pattern& pattern, std::string* errorMessage = nullptr) const;
 
     // The adjacency phase alone: adj[a * n + b] for n columns, and the
     // separating set of each removed pair (a < b) when sepsets is given.

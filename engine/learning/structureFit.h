@@ -13,7 +13,7 @@ class VEK_network;
 
 // parents[c] lists the parent columns of column c, in table order; the
 // structure must be acyclic. Replaces out on success.
-int VEK_fitStructure(const VEK_dataset& data, const VEK_familyCounts& counts,
+[[nodiscard]] int VEK_fitStructure(const VEK_dataset& data, const VEK_familyCounts& counts,
                      const std::vector<std::vector<int>>& parents, double ess, VEK_network& out,
                      std::string* errorMessage = nullptr);
 

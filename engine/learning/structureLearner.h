@@ -18,7 +18,7 @@ public:
     VEK_bkKnowledge bk;
 
 protected:
-    int Prepare(const VEK_dataset& data, VEK_familyCounts& counts, VEK_bkConstraints& constraints,
+    [[nodiscard]] int Prepare(const VEK_dataset& data, VEK_familyCounts& counts, VEK_bkConstraints& constraints,
                 std::string* errorMessage) const;
 };
 
@@ -29,15 +29,15 @@ public:
     double ess = 1.0;
 
     // -2 with a message for a negative equivalent sample size.
-    int CheckSettings(std::string* errorMessage) const;
+    [[nodiscard]] int CheckSettings(std::string* errorMessage) const;
 
 protected:
     // Prepare, then find the class column (-3 when the data lacks it).
-    int PrepareClass(const VEK_dataset& data, VEK_familyCounts& counts, VEK_bkConstraints& constraints,
+    [[nodiscard]] int PrepareClass(const VEK_dataset& data, VEK_familyCounts& counts, VEK_bkConstraints& constraints,
                      int& classColumn, std::string* errorMessage) const;
     // Adds the forced arcs missing from a fixed structure and refuses
     // (-4, -11) one that breaks the knowledge or has a cycle.
-    static int ApplyKnowledge(std::vector<std::vector<int>>& parents, const VEK_bkConstraints& constraints,
+    [[nodiscard]] static int ApplyKnowledge(std::vector<std::vector<int>>& parents, const VEK_bkConstraints& constraints,
                               const VEK_dataset& data, std::string* errorMessage);
 };
 
@@ -59,7 +59,7 @@ public:
     bool candidateOrientation = true;
 
     // -2 with a message for settings out of range.
-    int CheckSettings(std::string* errorMessage) const;
+    [[nodiscard]] int CheckSettings(std::string* errorMessage) const;
 
 protected:
     // Forbids the arcs between pairs that are not candidates.

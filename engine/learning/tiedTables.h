@@ -39,12 +39,12 @@ public:
     // handle of net) are learnt, in handle order, each node's ordinary
     // definition before its temporal ones by first use. 0 or a status logged
     // to log.
-    int Init(const VEK_network& net, const std::vector<char>& fixed, int slices, bool relevance, VEK_logger& log);
+    [[nodiscard]] int Init(const VEK_network& net, const std::vector<char>& fixed, int slices, bool relevance, VEK_logger& log);
 
     // The matching (nodes of the dynamic network with their slices) as one
     // of the unrolled network's nodes, checked as static EM checks columns.
     // 0 or a status logged to log.
-    int Flatten(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,
+    [[nodiscard]] int Flatten(const VEK_dataset& data, const std::vector<VEK_datasetMatch>& matching,
                 std::vector<VEK_datasetMatch>& flat, VEK_logger& log);
 
     // out receives the sum of the counts of table i's copies.
@@ -57,7 +57,7 @@ public:
     // New start tables (random, or else uniform), which become the priors.
     void Restart(bool random, VEK_randGen& gen);
     // Writes the tables into net, whose nodes are found by id: all or none.
-    int Commit(VEK_network& net) const;
+    [[nodiscard]] int Commit(VEK_network& net) const;
 
     const std::vector<Tied>& Tables() const { return tied_; }
     // By handle of the unrolled network: the copies of learnt tables.

@@ -300,7 +300,7 @@ int VEK_validator::LearnAndPredict(const std::vector<char>& train, const std::ve
     }
     data.SetRecordCount(static_cast<int>(vars.empty() ? 0 : vars[0].intData.size()));
     VEK_em em;
-    em.SetEquivalentSampleSize(1.0f);
+    (void)em.SetEquivalentSampleSize(1.0f);  // a fresh run has no start setting to refuse it
     VEK_network work(net_);
     work.Logger().RedirectToLogger(&net_.Logger());
     int res = em.Learn(data, work, trainMatching);

@@ -28,27 +28,27 @@ public:
 
     // -2 for a node that is no matched node with outcomes, -32 when already
     // added.
-    int AddClassNode(int node);
+    [[nodiscard]] int AddClassNode(int node);
     const std::vector<int>& GetClassNodes() const { return classNodes_; }
 
     // Each run replaces the results. Evidence of a record: the values of
     // every matched node other than the class nodes; its missing cells stay
     // unobserved. A record whose evidence is impossible gets a uniform
     // posterior. 0, or a negative status logged to the network.
-    int Test();
+    [[nodiscard]] int Test();
     // Records shuffled by seed into folds sizes differing by at most one;
     // each fold is predicted by the network with its tables re-learnt by EM
     // from the other folds (the network's own tables weighted as one record
     // of prior, so that no outcome becomes impossible). -2 when folds is
     // below 2 or above the record count.
-    int KFold(int folds, int seed);
+    [[nodiscard]] int KFold(int folds, int seed);
     // A fold per record, in record order. With complete data and every
     // node a matched table, the whole data are counted once and each fold's
     // tables come from those counts less the record's own, the very tables
     // EM gives on the other records. Otherwise EM runs once per distinct
     // record (copies of a record share their training data) and predicts
     // all its copies.
-    int LeaveOneOut();
+    [[nodiscard]] int LeaveOneOut();
 
     bool HasResults() const { return hasResults_; }
     // Fold of each record in the last run; empty after Test.
@@ -64,19 +64,19 @@ public:
     // Over the records whose class value is known; a record is predicted as
     // its most probable outcome (the first of equals). Accuracy and log-loss
     // are NaN when no record has a known class value.
-    int GetAccuracy(int node, double& accuracy) const;
+    [[nodiscard]] int GetAccuracy(int node, double& accuracy) const;
     // Rows true outcomes, columns predicted, row-major.
-    int GetConfusionMatrix(int node, std::vector<int>& counts) const;
+    [[nodiscard]] int GetConfusionMatrix(int node, std::vector<int>& counts) const;
     // Mean of -ln p(true outcome), natural logarithm.
-    int GetLogLoss(int node, double& logLoss) const;
+    [[nodiscard]] int GetLogLoss(int node, double& logLoss) const;
     // outcome is the positive class, scored by its posterior. Points from
     // the highest threshold down, equal scores taken together. ROC runs
     // from (0, 0) to (1, 1), area by trapezoids; precision-recall starts at
     // (0, 1) and its area is the average precision, the sum of each step's
     // recall gain times its precision. -2 when the records with known class
     // value are not of both kinds (positive and negative; positive for PR).
-    int GetRocCurve(int node, int outcome, Curve& curve) const;
-    int GetPrCurve(int node, int outcome, Curve& curve) const;
+    [[nodiscard]] int GetRocCurve(int node, int outcome, Curve& curve) const;
+    [[nodiscard]] int GetPrCurve(int node, int outcome, Curve& curve) const;
 
 private:
     struct Result {
@@ -85,15 +85,15 @@ private:
         std::vector<double> posteriors;
         std::vector<int> truth;
     };
-    int Prepare();
-    int Predict(VEK_network& work, const std::vector<int>& records);
-    int CrossValidate(const std::vector<int>& fold, int folds);
-    int LearnAndPredict(const std::vector<char>& train, const std::vector<int>& test);
+    [[nodiscard]] int Prepare();
+    [[nodiscard]] int Predict(VEK_network& work, const std::vector<int>& records);
+    [[nodiscard]] int CrossValidate(const std::vector<int>& fold, int folds);
+    [[nodiscard]] int LearnAndPredict(const std::vector<char>& train, const std::vector<int>& test);
     bool CanCountFolds() const;
-    int LeaveOneOutByCounts();
-    int LeaveOneOutByGroups();
+    [[nodiscard]] int LeaveOneOutByCounts();
+    [[nodiscard]] int LeaveOneOutByGroups();
     const Result* Find(int node) const;
-    int Ranked(int node, int outcome, std::vector<std::pair<double, bool>>& ranked, int& positives) const;
+    [[nodiscard]] int Ranked(int node, int outcome, std::vector<std::pair<double, bool>>& ranked, int& positives) const;
 
     VEK_network& net_;
     const VEK_dataset& data_;

@@ -1406,9 +1406,9 @@ void XmlNetLoader::OnVirtualEvidenceStart(IXmlReader* r) {
     if (!case_) return;
     int node = AttributeNode(r);
     if (node < 0) return;
+    if (!ReadSlice(r, node, evidence_.slice, "Can't add case temporal virtual evidence for node")) return;
     evidence_.node = node;
     evidence_.type = VEK_CASE_VIRTUAL;
-    ReadSlice(r, node, evidence_.slice, "Can't add case temporal virtual evidence for node");
 }
 
 void XmlNetLoader::OnVirtualEvidenceEnd(IXmlReader* r) {

@@ -71,9 +71,9 @@ private:
     void Fail(IXmlReader* r, const char* message);
     int FindNode(const std::string& id) const;
     VEK_nodeDef* Def() const;
-    bool ParseItem(IXmlReader* r, double& value, const char* element);
-    bool ParseIntItem(IXmlReader* r, int& value, const char* element);
-    bool ParseText(IXmlReader* r, double& value);
+    [[nodiscard]] bool ParseItem(IXmlReader* r, double& value, const char* element);
+    [[nodiscard]] bool ParseIntItem(IXmlReader* r, int& value, const char* element);
+    [[nodiscard]] bool ParseText(IXmlReader* r, double& value);
 
     // ---- document ----
     void OnRootStart(IXmlReader* r);
@@ -109,15 +109,15 @@ private:
     void OnDynamicEnd(IXmlReader* r);
     void OnTemporalStrengthsStart(IXmlReader* r);
     void OnTemporalStrengthsEnd(IXmlReader* r);
-    bool AddTemporalArcs(IXmlReader* r);
+    [[nodiscard]] bool AddTemporalArcs(IXmlReader* r);
 
     // ---- nodes ----
     void StartNode(IXmlReader* r, Kind kind);
     void EndNode(IXmlReader* r);
     // Applies states, intervals, point values and parents; false when the
     // parse was stopped.
-    bool Commit(IXmlReader* r);
-    bool CheckTableGrowth(IXmlReader* r, int parent);
+    [[nodiscard]] bool Commit(IXmlReader* r);
+    [[nodiscard]] bool CheckTableGrowth(IXmlReader* r, int parent);
     void OnStateStart(IXmlReader* r);
     void OnIntervalsStart(IXmlReader* r);
     void OnPointValuesStart(IXmlReader* r);
@@ -169,7 +169,7 @@ private:
     void OnCaseTargetStart(IXmlReader* r);
     // The node named by the `node` attribute, or -1 (parse stopped).
     int AttributeNode(IXmlReader* r);
-    bool ReadSlice(IXmlReader* r, int node, int& slice, const char* failure);
+    [[nodiscard]] bool ReadSlice(IXmlReader* r, int node, int& slice, const char* failure);
 
     VEK_network& net_;
     size_t maxItems_;
@@ -254,4 +254,4 @@ private:
 // given) into net, which should be empty. userExtension replaces the
 // built-in graphical extension when not null. 0 or a negative status; the
 // messages go to the network's logger.
-int XmlLoad(const char* path, const char* text, VEK_network* net, IXmlBinding* userExtension);
+[[nodiscard]] int XmlLoad(const char* path, const char* text, VEK_network* net, IXmlBinding* userExtension);

@@ -23,7 +23,7 @@ public:
     XmlNetworkSaver(VEK_network& net, XmlWriter& writer, IXmlWriterExtension* extension,
                     const XmlTovraSaver* builtIn);
     // 0, or -51 (logged) for a node kind the format cannot hold yet.
-    int DoSave();
+    [[nodiscard]] int DoSave();
 
 private:
     struct NodeAttributes {
@@ -75,4 +75,4 @@ void XmlNodeOrder(const VEK_network& net, std::vector<int>& order);
 // Writes the network to the file at path, or else appends it to *out,
 // starting with the XML declaration. extension replaces the built-in
 // graphical extension when not null. 0 or a negative status (logged).
-int XmlSave(const char* path, std::string* out, VEK_network* net, IXmlWriterExtension* extension);
+[[nodiscard]] int XmlSave(const char* path, std::string* out, VEK_network* net, IXmlWriterExtension* extension);

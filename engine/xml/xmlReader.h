@@ -16,9 +16,9 @@ struct XML_ParserStruct;
 
 class IXmlReader {
 public:
-    virtual bool ParseFile(const char* path, const IXmlBinding* root, IXmlErrorHandler* errors) = 0;
-    virtual bool ParseString(const char* text, const IXmlBinding* root, IXmlErrorHandler* errors) = 0;
-    virtual bool ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IXmlErrorHandler* errors) = 0;
+    [[nodiscard]] virtual bool ParseFile(const char* path, const IXmlBinding* root, IXmlErrorHandler* errors) = 0;
+    [[nodiscard]] virtual bool ParseString(const char* text, const IXmlBinding* root, IXmlErrorHandler* errors) = 0;
+    [[nodiscard]] virtual bool ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IXmlErrorHandler* errors) = 0;
     // Reports message at the current position and ends the parse (false).
     virtual void StopParse(const char* message) = 0;
     virtual void GetCurrentPosition(int& line, int& column) const = 0;
@@ -31,9 +31,9 @@ public:
     virtual void GetAttribute(const char* name, std::string& value) const = 0;
     // Typed forms: an absent attribute gives the default; a malformed one
     // stops the parse and returns false.
-    virtual bool GetAttribute(const char* name, bool& value, bool defaultValue) = 0;
-    virtual bool GetAttribute(const char* name, int& value, int defaultValue) = 0;
-    virtual bool GetAttribute(const char* name, double& value, double defaultValue) = 0;
+    [[nodiscard]] virtual bool GetAttribute(const char* name, bool& value, bool defaultValue) = 0;
+    [[nodiscard]] virtual bool GetAttribute(const char* name, int& value, int defaultValue) = 0;
+    [[nodiscard]] virtual bool GetAttribute(const char* name, double& value, double defaultValue) = 0;
     // A new binding, owned by the caller (release it with Delete); null when
     // out of memory.
     virtual XmlBinding* CreateBinding(IXmlHandler* handler, const char* name, int mode) = 0;
@@ -48,17 +48,17 @@ public:
     XmlReader(const XmlReader&) = delete;
     XmlReader& operator=(const XmlReader&) = delete;
 
-    bool ParseFile(const char* path, const IXmlBinding* root, IXmlErrorHandler* errors) override;
-    bool ParseString(const char* text, const IXmlBinding* root, IXmlErrorHandler* errors) override;
-    bool ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IXmlErrorHandler* errors) override;
+    [[nodiscard]] bool ParseFile(const char* path, const IXmlBinding* root, IXmlErrorHandler* errors) override;
+    [[nodiscard]] bool ParseString(const char* text, const IXmlBinding* root, IXmlErrorHandler* errors) override;
+    [[nodiscard]] bool ParseStream(IXmlInputStream* stream, const IXmlBinding* root, IXmlErrorHandler* errors) override;
     void StopParse(const char* message) override;
     void GetCurrentPosition(int& line, int& column) const override;
     const std::string& GetContent() const override;
     void GetUnescapedContent(std::string& out) const override;
     void GetAttribute(const char* name, std::string& value) const override;
-    bool GetAttribute(const char* name, bool& value, bool defaultValue) override;
-    bool GetAttribute(const char* name, int& value, int defaultValue) override;
-    bool GetAttribute(const char* name, double& value, double defaultValue) override;
+    [[nodiscard]] bool GetAttribute(const char* name, bool& value, bool defaultValue) override;
+    [[nodiscard]] bool GetAttribute(const char* name, int& value, int defaultValue) override;
+    [[nodiscard]] bool GetAttribute(const char* name, double& value, double defaultValue) override;
     XmlBinding* CreateBinding(IXmlHandler* handler, const char* name, int mode) override;
     void Delete() override { delete this; }
 
@@ -81,7 +81,7 @@ private:
     void OnStartElement(const char* name, const char** attrs);
     void OnEndElement(const char* name);
     void OnCharacterData(const char* text, int length);
-    bool ValidateAttributes(const IXmlBinding* binding, const char* element, const char** attrs, int mode);
+    [[nodiscard]] bool ValidateAttributes(const IXmlBinding* binding, const char* element, const char** attrs, int mode);
     void PushState(const IXmlBinding* binding, int mode);
     void ReportError(const char* message);
     void ReportError(const std::string& message) { ReportError(message.c_str()); }
@@ -107,7 +107,7 @@ private:
 
 // Fails (through reader->StopParse) when fileVersion is a greater number than
 // supportedVersion; equal or smaller versions pass.
-bool CheckVersion(IXmlReader* reader, const char* fileVersion, const char* supportedVersion);
+[[nodiscard]] bool CheckVersion(IXmlReader* reader, const char* fileVersion, const char* supportedVersion);
 
 // strtod in the "C" locale whatever the process locale is, with a fast path
 // for plain decimal numbers. For loaders that read numeric list items.

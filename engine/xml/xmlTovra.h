@@ -70,7 +70,7 @@ private:
     int Container() const;
     VEK_screenInfo* Screen();
     VEK_font* Font();
-    bool ReadColor(IXmlReader* r, const char* attribute, unsigned& color);
+    [[nodiscard]] bool ReadColor(IXmlReader* r, const char* attribute, unsigned& color);
 
     void OnTovraStart(IXmlReader* r);
     void OnTovraEnd(IXmlReader* r);
@@ -121,8 +121,8 @@ private:
 // Helpers shared with the tests: the file's colour text for a stored colour
 // (red in the lowest byte) and back.
 std::string XmlColorText(unsigned color);
-bool XmlParseColor(const char* text, unsigned& color);
+[[nodiscard]] bool XmlParseColor(const char* text, unsigned& color);
 // "left top right bottom" of a rectangle stored by its centre, and back;
 // false when the text is not four ints or the result does not fit.
 std::string XmlPositionText(const VEK_rectangle& rect);
-bool XmlParsePosition(const char* text, VEK_rectangle& rect);
+[[nodiscard]] bool XmlParsePosition(const char* text, VEK_rectangle& rect);

@@ -10,7 +10,7 @@ constexpr size_t kFileBufferSize = 1 << 20;
 }  // namespace
 
 bool XmlWriterFileOutput::Open(const char* path) {
-    Close();
+    (void)Close();  // a new file replaces the old one
     failed_ = false;
     file_ = VEK_fopen(path, "wt");
     if (!file_) return false;

@@ -7,8 +7,8 @@
 
 class IXmlWriterOutput {
 public:
-    virtual bool WriteString(const char* text) = 0;
-    virtual bool WriteChar(char c) = 0;
+    [[nodiscard]] virtual bool WriteString(const char* text) = 0;
+    [[nodiscard]] virtual bool WriteChar(char c) = 0;
     virtual void Delete() { delete this; }
     virtual ~IXmlWriterOutput() = default;
 };
@@ -16,19 +16,19 @@ public:
 class XmlWriterFileOutput : public IXmlWriterOutput {
 public:
     XmlWriterFileOutput() = default;
-    ~XmlWriterFileOutput() override { Close(); }
+    ~XmlWriterFileOutput() override { (void)Close(); }  // nobody is left to tell
     XmlWriterFileOutput(const XmlWriterFileOutput&) = delete;
     XmlWriterFileOutput& operator=(const XmlWriterFileOutput&) = delete;
 
     // Creates or truncates path for writing; false when it cannot.
-    bool Open(const char* path);
+    [[nodiscard]] bool Open(const char* path);
     // Flushes and closes; false when the file was not open or any write or
     // the close itself failed.
-    bool Close();
+    [[nodiscard]] bool Close();
     bool IsOpen() const { return file_ != nullptr; }
 
-    bool WriteString(const char* text) override;
-    bool WriteChar(char c) override;
+    [[nodiscard]] bool WriteString(const char* text) override;
+    [[nodiscard]] bool WriteChar(char c) override;
 
 private:
     FILE* file_ = nullptr;
@@ -39,8 +39,8 @@ private:
 class XmlWriterStringOutput : public IXmlWriterOutput {
 public:
     explicit XmlWriterStringOutput(std::string& out) : out_(out) {}
-    bool WriteString(const char* text) override;
-    bool WriteChar(char c) override;
+    [[nodiscard]] bool WriteString(const char* text) override;
+    [[nodiscard]] bool WriteChar(char c) override;
 
 private:
     std::string& out_;

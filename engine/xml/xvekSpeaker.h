@@ -23,10 +23,10 @@ class VEK_xvekSpeaker : public VEK_fileFormat {
 public:
     explicit VEK_xvekSpeaker(VEK_network& net) : VEK_fileFormat(net) {}
 
-    int ReadNetwork(const char* path) override;
-    int WriteNetwork(const char* path) override;
-    int ReadNetworkFromString(const char* text) override;
-    int WriteNetworkToString(std::string& out) override;
+    [[nodiscard]] int ReadNetwork(const char* path) override;
+    [[nodiscard]] int WriteNetwork(const char* path) override;
+    [[nodiscard]] int ReadNetworkFromString(const char* text) override;
+    [[nodiscard]] int WriteNetworkToString(std::string& out) override;
     // Takes an XmlUserExtension* (or null for the built-in extension).
     void SetUserExtension(void* extension) override;
     // Parents are listed before their children, so reading never closes a

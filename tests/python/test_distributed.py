@@ -165,6 +165,16 @@ def test_dynamic_networks_learn_their_tied_tables_as_em_does(client):
         with quarn_error(-42, contains="100000000 slices unroll to more than"):
             attempt()
     assert all_tables(net) == before and net.get_slice_count() == 2
+    # A learnt node whose table cannot be restarted refuses the restart; the tables restarted before it go back.
+    net = pyquarn.Network()
+    net.add_node(pyquarn.NodeType.CPT, "A")
+    net.set_node_definition("A", [0.3, 0.7])
+    net.add_node(pyquarn.NodeType.EQUATION, "X")
+    helper = net.distributed_helper_em()
+    for restart in (helper.uniformize, helper.randomize):
+        with quarn_error(-51, contains="start parameters of node 'X' could not be set"):
+            restart()
+        assert helper.get_parameters()[0] == pytest.approx([0.3, 0.7], abs=0)
 
 
 def test_randomized_restarts_and_fixed_nodes_follow_em(data):
