@@ -68,7 +68,7 @@ protected:
     virtual void BeforeBNInference(bool) {}
     virtual void AfterBNInference(bool) {}
 
-    int FindGlobalUtility();
+    [[nodiscard]] int FindGlobalUtility();
     int FindAllUtilityNodes();
     int FindAllPossibleIndexingParents();
     [[nodiscard]] int LinkDecisionNodes();
