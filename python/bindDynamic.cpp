@@ -125,7 +125,7 @@ std::vector<PyTemporalInfo> WrpGetUnrolledParents(VEK_network* net, int handle, 
     ValidateNodeHandle(Deref(net), handle);
     if (order < 0) ThrowQuarnExceptionWithMessage(VEK_OUT_OF_RANGE, "Network.GetUnrolledParents", "Order cannot be negative");
     std::vector<VEK_temporalArc> arcs;
-    net->Dynamic().GetUnrolledParents(handle, order, arcs);
+    (void)net->Dynamic().GetUnrolledParents(handle, order, arcs);  // node and order checked above
     return ToInfos(*net, arcs);
 }
 

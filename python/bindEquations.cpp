@@ -115,8 +115,9 @@ std::vector<double> WrpGetNodeSampleStats(VEK_network* net, int handle) {
                                        "Node '" + CopyConstCharPtr(net->GetNodeId(handle)) + "' is not an equation node");
     }
     double mean = 0.0, sd = 0.0;
-    v->GetMean(mean);
-    v->GetStdDev(sd);
+    // Plain reads of an evaluation's fields: they cannot fail.
+    (void)v->GetMean(mean);
+    (void)v->GetStdDev(sd);
     double ev = 0.0;
     if (v->GetEvidence(ev) == VEK_OKAY) return {ev, 0.0, ev, ev};
     return {mean, sd, v->GetMin(), v->GetMax()};

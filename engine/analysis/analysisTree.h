@@ -26,7 +26,7 @@ public:
     // (logged), -42 when a tree does not fit in memory. With absorb, evidence
     // is absorbed into the children (smaller trees, but the children's tables
     // lose the observed dimensions).
-    int Build(VEK_network& net, bool absorb = true);
+    [[nodiscard]] int Build(VEK_network& net, bool absorb = true);
 
     int ComponentCount() const { return static_cast<int>(parts_.size()); }
     // Where a network handle lives: its component and position there.
@@ -47,7 +47,7 @@ public:
     // it), added to out[position]: one collect pass and one outward pass
     // of messages that leave each table out in turn, with no division, so
     // that zeros in the tables lose nothing. pY receives the probability.
-    bool TablePartials(int comp, std::vector<std::vector<double>>& out, double& pY);
+    [[nodiscard]] bool TablePartials(int comp, std::vector<std::vector<double>>& out, double& pY);
 
 private:
     struct Part {

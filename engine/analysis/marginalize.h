@@ -10,4 +10,4 @@ class VEK_network;
 // without a probability table, a node with evidence, or a node whose
 // children do not hold plain tables; -42 when a rewritten table would be too
 // large. On failure the network is unchanged.
-int VEK_marginalizeNode(VEK_network& net, int handle);
+[[nodiscard]] int VEK_marginalizeNode(VEK_network& net, int handle);

@@ -22,7 +22,7 @@ struct VEK_mpeResult {
 // 0, -43 when the evidence is impossible (logged as belief updating logs
 // it), -42 when a tree does not fit, or the status of a network that cannot
 // be updated.
-int VEK_mostProbableExplanation(VEK_network& net, VEK_mpeResult& out);
+[[nodiscard]] int VEK_mostProbableExplanation(VEK_network& net, VEK_mpeResult& out);
 
 // After a max-product collect pass over the tree: the maximising outcome of
 // every node of the adapter's sub-network into states (by position;

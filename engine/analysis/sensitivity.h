@@ -26,4 +26,4 @@ struct VEK_nodeSensitivity {
 // parameter nodes are the nodes with probability or truth tables, in handle
 // order. 0, -43 for impossible evidence, -42 when a tree does not fit, or
 // the status of a network that cannot be updated.
-int VEK_calcSensitivity(VEK_network& net, std::vector<VEK_nodeSensitivity>& out);
+[[nodiscard]] int VEK_calcSensitivity(VEK_network& net, std::vector<VEK_nodeSensitivity>& out);

@@ -188,7 +188,7 @@ int VEK_valueOfInfo::PerfectInformation(const std::vector<int>& nodes, double& o
             if (work.GetVal(h)->SetEvidence(s) != VEK_OKAY) continue;
             int r = work.UpdateBeliefs();
             if (r == VEK_OKAY) r = self(self, depth + 1, p * belief[static_cast<size_t>(s)]);
-            work.GetVal(h)->ClearEvidence();
+            (void)work.GetVal(h)->ClearEvidence();  // the evidence just set: clearing it cannot fail
             if (r == VEK_IMPOSSIBLE_EVIDENCE) continue;
             if (r != VEK_OKAY) return r;
             r = work.UpdateBeliefs();

@@ -19,26 +19,26 @@ public:
     // -2 for an invalid handle; -51 unless a decision node (SetDecision) or
     // a node with a probability table (SetTarget, AddNode). Setting one
     // clears the other.
-    int SetDecision(int handle);
-    int SetTarget(int handle);
+    [[nodiscard]] int SetDecision(int handle);
+    [[nodiscard]] int SetTarget(int handle);
     // -2 for a node added twice.
-    int AddNode(int handle);
+    [[nodiscard]] int AddNode(int handle);
     const std::vector<int>& GetNodes() const { return nodes_; }
 
     // 0; -2 without a decision or target, without candidates, with a
     // candidate that is the target, a descendant of the decision or has
     // gone, or with too many joint configurations; -51 for a decision that
     // depends on unobserved nodes; -43 for impossible evidence.
-    int Update();
+    [[nodiscard]] int Update();
     const std::vector<double>& GetValues() const { return values_; }
     double GetJointValue() const { return joint_; }
 
 private:
-    int CheckNodes();
+    [[nodiscard]] int CheckNodes();
     // Mutual information between the target and the nodes jointly.
-    int MutualInformation(const std::vector<int>& nodes, double& out);
+    [[nodiscard]] int MutualInformation(const std::vector<int>& nodes, double& out);
     // Expected value of perfect information of the nodes jointly.
-    int PerfectInformation(const std::vector<int>& nodes, double& out);
+    [[nodiscard]] int PerfectInformation(const std::vector<int>& nodes, double& out);
 
     VEK_network* net_;
     int decision_ = -1;

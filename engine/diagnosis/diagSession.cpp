@@ -367,7 +367,7 @@ int VEK_diagSession::JointEventProbability(const std::vector<int>& pursued, int 
         set.push_back(node);
         // Likelihoods that do not sum to 1 are stored normalised.
         std::vector<double> stored;
-        net.GetVal(node)->GetVirtualEvidence(stored);
+        (void)net.GetVal(node)->GetVirtualEvidence(stored);  // just set: cannot fail
         double kept = 0.0;
         for (double v : stored) kept += v;
         scale *= given / kept;
@@ -380,7 +380,8 @@ int VEK_diagSession::JointEventProbability(const std::vector<int>& pursued, int 
         }
         p *= scale;
     }
-    for (int node : set) net.GetVal(node)->ClearVirtualEvidence();
+    // Each node holds the likelihood set above: clearing it cannot fail.
+    for (int node : set) (void)net.GetVal(node)->ClearVirtualEvidence();
     return res;
 }
 
@@ -447,7 +448,7 @@ int VEK_diagSession::FillOutlook(int test, const std::vector<double>& weights, c
             if (res == VEK_OKAY && k > 1)
                 q = VEK_combineIndependent(multi_, outlook.after.data() + outlook.after.size() - k, k);
         }
-        val->ClearVirtualEvidence();
+        (void)val->ClearVirtualEvidence();  // the likelihood set above: clearing it cannot fail
         // An outcome whose tiny probability rounds away to impossible tells nothing.
         if (res == VEK_IMPOSSIBLE_EVIDENCE) continue;
         if (res < 0) return res;

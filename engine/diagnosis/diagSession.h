@@ -42,37 +42,37 @@ public:
 
     // Collects the faults (the fault outcomes of fault nodes, in node and
     // outcome order) and the observation nodes; fails when either is missing.
-    int Open();
+    [[nodiscard]] int Open();
 
     const std::vector<VEK_diagFault>& GetFaults() const { return faults_; }
     // Fault probabilities given the session's observations, in fault order.
-    int GetFaultProbabilities(std::vector<double>& out);
+    [[nodiscard]] int GetFaultProbabilities(std::vector<double>& out);
     // Observation nodes that the ranking considers and that are not observed yet.
     void GetUnperformedTests(std::vector<int>& out) const;
     const std::vector<int>& GetObservationNodes() const { return observations_; }
     // The session's observed outcome of a node, or -1.
     int GetObservation(int node) const;
 
-    int InstantiateObservation(int node, int outcome);
-    int ReleaseObservation(int node);
+    [[nodiscard]] int InstantiateObservation(int node, int outcome);
+    [[nodiscard]] int ReleaseObservation(int node);
 
     // Fault indices pursued by the measures; empty pursues the most probable
     // fault of each update.
-    int SetPursuedFault(int index);
-    int SetPursuedFaults(const std::vector<int>& indices);
+    [[nodiscard]] int SetPursuedFault(int index);
+    [[nodiscard]] int SetPursuedFaults(const std::vector<int>& indices);
     const std::vector<int>& GetPursuedFaults() const { return pursued_; }
 
-    int SetSingleFaultAlgorithm(int id);
-    int SetMultiFaultAlgorithm(int id);
+    [[nodiscard]] int SetSingleFaultAlgorithm(int id);
+    [[nodiscard]] int SetMultiFaultAlgorithm(int id);
     int GetSingleFaultAlgorithm() const { return single_; }
     int GetMultiFaultAlgorithm() const { return multi_; }
 
     // score = measure - weight * min(cost, maxCost) / maxCost.
-    int SetEntropyCostRatio(double weight, double maxCost);
+    [[nodiscard]] int SetEntropyCostRatio(double weight, double maxCost);
     double GetCostWeight() const { return costWeight_; }
     double GetMaxCost() const { return maxCost_; }
 
-    int Update(VEK_diagResults& out);
+    [[nodiscard]] int Update(VEK_diagResults& out);
 
 private:
     struct Evidence {
@@ -81,14 +81,14 @@ private:
     };
     class Lease;
 
-    int CheckNetwork() const;
+    [[nodiscard]] int CheckNetwork() const;
     bool IsRankedTest(int node) const;
-    int Propagate(Lease& lease);
+    [[nodiscard]] int Propagate(Lease& lease);
     double ExpectedCost(int node) const;
-    int FillOutlook(int test, const std::vector<double>& weights, const std::vector<int>& pursued, double pe,
+    [[nodiscard]] int FillOutlook(int test, const std::vector<double>& weights, const std::vector<int>& pursued, double pe,
                     VEK_diagOutlook& outlook);
-    int JointEventProbability(const std::vector<int>& pursued, int term, double& p);
-    int DependentEvent(const std::vector<int>& pursued, double pe, double& q);
+    [[nodiscard]] int JointEventProbability(const std::vector<int>& pursued, int term, double& p);
+    [[nodiscard]] int DependentEvent(const std::vector<int>& pursued, double pe, double& q);
 
     VEK_network* net_;
     std::vector<VEK_diagFault> faults_;  // probability unused here

@@ -78,7 +78,7 @@ int VEK_dbnSolver::BuildVariables() {
                 if (val->IsEvidence()) varEvidence_[v] = val->GetEvidence();
                 if (val->IsVirtualEvidence()) {
                     owned_.emplace_back();
-                    val->GetVirtualEvidence(owned_.back());
+                    (void)val->GetVirtualEvidence(owned_.back());  // the node has virtual evidence
                     varVirtual_[v] = &owned_.back();
                 }
             }

@@ -25,7 +25,7 @@ public:
     explicit VEK_dbnSolver(VEK_network& net) : net_(net) {}
 
     // Beliefs of every node in every slice into the nodes' values.
-    int UpdateBeliefs();
+    [[nodiscard]] int UpdateBeliefs();
     // Natural logarithm of the probability of the evidence of the last run.
     double GetLogProbEvidence() const { return logPE_; }
     int GetCliqueCount() const { return static_cast<int>(order_.size()); }
@@ -38,10 +38,10 @@ private:
         const double* table;
     };
 
-    int BuildVariables();
-    int BuildFactors();
-    int Triangulate();
-    int Propagate();
+    [[nodiscard]] int BuildVariables();
+    [[nodiscard]] int BuildFactors();
+    [[nodiscard]] int Triangulate();
+    [[nodiscard]] int Propagate();
     void WriteBeliefs();
     int Var(int node, int slice) const;
     // Multiplies a table over scope into a clique's potential.

@@ -593,7 +593,8 @@ void VEK_dynamicNet::OnNodeDeleting(int node) {
     if (static_cast<size_t>(node) >= recs_.size() && GetMaxTemporalOrder() == 0) return;
     std::vector<VEK_temporalArc> children;
     GetTemporalChildren(node, children);
-    for (const VEK_temporalArc& c : children) RemoveTemporalArc(node, c.node, c.order);
+    // Each arc comes from the node's own list of children: it exists.
+    for (const VEK_temporalArc& c : children) (void)RemoveTemporalArc(node, c.node, c.order);
     if (static_cast<size_t>(node) < recs_.size()) recs_[node] = NodeRec();
 }
 
@@ -601,7 +602,8 @@ void VEK_dynamicNet::OnTemporalTypeChanged(int node) {
     if (IsPlate(*net_, node)) return;
     NodeRec* r = Rec(node);
     if (!r) return;
-    while (!r->parents.empty()) RemoveTemporalArc(r->parents.back().node, node, r->parents.back().order);
+    // The arc is the last of the node's own parents: it exists, so each pass removes one.
+    while (!r->parents.empty()) (void)RemoveTemporalArc(r->parents.back().node, node, r->parents.back().order);
     OnNodeDeleting(node);
 }
 

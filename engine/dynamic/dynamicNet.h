@@ -54,8 +54,8 @@ public:
     void Rebind(VEK_network& net) { net_ = &net; }
 
     // ---- temporal arcs ----------------------------------------------------
-    int AddTemporalArc(int parent, int child, int order);
-    int RemoveTemporalArc(int parent, int child, int order);
+    [[nodiscard]] int AddTemporalArc(int parent, int child, int order);
+    [[nodiscard]] int RemoveTemporalArc(int parent, int child, int order);
     bool TemporalArcExists(int parent, int child, int order) const;
     // Incoming arcs in the order they were added.
     const std::vector<VEK_temporalArc>& GetTemporalParents(int node) const;
@@ -69,14 +69,14 @@ public:
     int GetMaxTemporalOrder() const;
     // The parents that index the node's table of this order (0: the ordinary
     // definition), as (handle, order) with order 0 for static parents.
-    int GetUnrolledParents(int node, int order, std::vector<VEK_temporalArc>& out) const;
+    [[nodiscard]] int GetUnrolledParents(int node, int order, std::vector<VEK_temporalArc>& out) const;
     // The order of the table used in slice t (0: the ordinary definition).
     int OrderForSlice(int node, int slice) const;
 
     // ---- temporal definitions -----------------------------------------------
     // Order 0 is the node's ordinary definition. -2 for an order the node has
     // no table for, -2 for a wrong size.
-    int SetTemporalDefinition(int node, int order, const std::vector<double>& values);
+    [[nodiscard]] int SetTemporalDefinition(int node, int order, const std::vector<double>& values);
     // Null for an order the node has no table for; order 0 is the ordinary
     // definition's probability table.
     const VEK_Dmatrix* GetTemporalDefinition(int node, int order) const;
@@ -90,10 +90,10 @@ public:
     // Strengths of the noisy-MAX node's temporal parents of exactly this
     // order, in arc order, each the parent's outcomes from the strongest to
     // the weakest. -2 when the node has no such parents or is no noisy-MAX.
-    int GetNoisyTemporalStrengths(int node, int order, std::vector<VEK_intArray>& out) const;
+    [[nodiscard]] int GetNoisyTemporalStrengths(int node, int order, std::vector<VEK_intArray>& out) const;
     // One permutation per such parent (-2 otherwise, nothing changed); the
     // CI columns stay where they are.
-    int SetNoisyTemporalStrengths(int node, int order, const std::vector<VEK_intArray>& strengths);
+    [[nodiscard]] int SetNoisyTemporalStrengths(int node, int order, const std::vector<VEK_intArray>& strengths);
 
     // The DeMorgan or noisy-adder definition that holds the parameters of
     // the table of this order (order >= 1), its parents in the order of
@@ -102,16 +102,16 @@ public:
     // Changes that definition through its own checked setters; when edit
     // fails (negative status) the parameters are restored and its status
     // returned. -2 when there is no such definition.
-    int EditTemporalCanonical(int node, int order, const std::function<int(VEK_nodeDef&)>& edit);
+    [[nodiscard]] int EditTemporalCanonical(int node, int order, const std::function<int(VEK_nodeDef&)>& edit);
 
     // ---- evidence per slice -------------------------------------------------
-    int SetTemporalEvidence(int node, int slice, int outcome);
+    [[nodiscard]] int SetTemporalEvidence(int node, int slice, int outcome);
     int GetTemporalEvidence(int node, int slice) const;  // -1 when none
-    int SetTemporalVirtualEvidence(int node, int slice, const std::vector<double>& likelihoods);
+    [[nodiscard]] int SetTemporalVirtualEvidence(int node, int slice, const std::vector<double>& likelihoods);
     const std::vector<double>* GetTemporalVirtualEvidence(int node, int slice) const;
     bool IsTemporalEvidence(int node, int slice) const;
     bool HasTemporalEvidence(int node) const;
-    int ClearTemporalEvidence(int node, int slice);
+    [[nodiscard]] int ClearTemporalEvidence(int node, int slice);
     void ClearAllTemporalEvidence();
 
     // ---- temporal equations and continuous evidence (equation nodes) -------
@@ -120,10 +120,10 @@ public:
     // j and a plain id a static parent in the same slice. An empty text makes
     // the slices of that order use the node's ordinary equation. On failure
     // nothing changes and errorPos / message tell why.
-    int SetTemporalEquations(int node, const std::vector<std::string>& texts, int& errorPos, std::string& message);
+    [[nodiscard]] int SetTemporalEquations(int node, const std::vector<std::string>& texts, int& errorPos, std::string& message);
     std::vector<std::string> GetTemporalEquations(int node) const;
     const std::string* GetTemporalEquation(int node, int order) const;
-    int SetTemporalContEvidence(int node, int slice, double value);
+    [[nodiscard]] int SetTemporalContEvidence(int node, int slice, double value);
     // False when the slice has no continuous evidence.
     bool GetTemporalContEvidence(int node, int slice, double& value) const;
 
@@ -210,7 +210,7 @@ private:
     // (false when the parents cannot be stood in for); null otherwise.
     VEK_nodeDef* ConformCanonical(int node, const Table& t) const;
     bool SeedCanonical(int node, const Table& t) const;
-    int SetCanonicalParameters(int node, int order, const std::vector<double>& values);
+    [[nodiscard]] int SetCanonicalParameters(int node, int order, const std::vector<double>& values);
     // Repeats an outcome change of node on every stand-in of it and, for
     // the node's own tables, on their definitions.
     void MirrorOutcomes(int node, const std::function<void(VEK_nodeDef&)>& change);

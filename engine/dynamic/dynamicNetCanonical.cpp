@@ -95,7 +95,7 @@ VEK_nodeDef* VEK_dynamicNet::ConformCanonical(int node, const Table& t) const {
     VEK_network& s = *c.net;
     VEK_nodeDef* def = s.GetDef(c.child);
     std::vector<VEK_temporalArc> owners;
-    GetUnrolledParents(node, t.order, owners);
+    (void)GetUnrolledParents(node, t.order, owners);  // a valid node and a table's order, never negative
     auto fail = [&c]() -> VEK_nodeDef* {
         c = Canonical();
         return nullptr;

@@ -39,7 +39,7 @@ void VEK_dynamicNet::ConformCi(int node, const Table& t) const {
     const auto* def = static_cast<const VEK_noisyMAX*>(net_->GetDef(node));
     const int n = def->GetNumberOfOutcomes();
     std::vector<VEK_temporalArc> owners;
-    GetUnrolledParents(node, t.order, owners);
+    (void)GetUnrolledParents(node, t.order, owners);  // a valid node and a table's order, never negative
     std::vector<int> sizes;
     int columns = 1;
     for (const VEK_temporalArc& o : owners) {

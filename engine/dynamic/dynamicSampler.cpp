@@ -38,8 +38,9 @@ int VEK_updateDynamicHybrid(VEK_network& net) {
             for (int c : own) {
                 const auto* src = static_cast<const VEK_equationEvaluation*>(unrolled.GetVal(c));
                 double m = 0.0, sd = 0.0;
-                src->GetMean(m);
-                src->GetStdDev(sd);
+                // Plain reads of an evaluation's fields: they cannot fail.
+                (void)src->GetMean(m);
+                (void)src->GetStdDev(sd);
                 means.push_back(m);
                 sds.push_back(sd);
                 samples.push_back(src->GetSamples().empty() ? std::vector<double>{m} : src->GetSamples());

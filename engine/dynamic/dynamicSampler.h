@@ -7,4 +7,4 @@
 
 class VEK_network;
 
-int VEK_updateDynamicHybrid(VEK_network& net);
+[[nodiscard]] int VEK_updateDynamicHybrid(VEK_network& net);

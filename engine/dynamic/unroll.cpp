@@ -127,7 +127,7 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
         for (int h : plates) {
             while (!d->GetTemporalParents(h).empty()) {
                 const VEK_temporalArc a = d->GetTemporalParents(h).back();
-                d->RemoveTemporalArc(a.node, h, a.order);
+                (void)d->RemoveTemporalArc(a.node, h, a.order);  // one of h's own arcs: it exists
             }
         }
         d->ClearAllTemporalEvidence();
@@ -145,7 +145,7 @@ int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>
     for (size_t i = 0; i < plates.size() && res >= 0; ++i) {
         copies[0][i] = plates[i];
         VEK_nodeVal* v = out.GetVal(plates[i]);
-        if (v->IsEvidence() || v->IsVirtualEvidence()) v->ClearEvidence();
+        if (v->IsEvidence() || v->IsVirtualEvidence()) (void)v->ClearEvidence();  // there is evidence to clear
         res = out.ChangeNodeId(plates[i], UniqueId(out, net.GetNodeId(plates[i]), 0).c_str());
     }
     auto indexOf = [&plates](int h) {

@@ -24,4 +24,4 @@ struct VEK_unrolledNode {
 
 // out receives the unrolled network; mapping one entry per plate node and
 // slice, slice after slice, nodes in handle order within a slice.
-int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>& mapping);
+[[nodiscard]] int VEK_Unroll(VEK_network& net, VEK_network& out, std::vector<VEK_unrolledNode>& mapping);

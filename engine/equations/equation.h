@@ -36,13 +36,13 @@ public:
 
     // Arcs come and go freely; the equation is checked against its parents
     // when inference runs.
-    int AddParent(int) override { return 0; }
-    int RemoveParent(int) override { return 0; }
-    int OnParentOutcomeAdd(int, int) override { return 0; }
-    int OnParentOutcomeRemove(int, int) override { return 0; }
-    int OnParentOutcomeReorder(int, const VEK_intArray&) override { return 0; }
-    int OnParentReorder(const VEK_intArray&) override { return 0; }
-    int BeforeParentIdChange(int parent, const char* oldId, const char* newId) override;
+    [[nodiscard]] int AddParent(int) override { return 0; }
+    [[nodiscard]] int RemoveParent(int) override { return 0; }
+    [[nodiscard]] int OnParentOutcomeAdd(int, int) override { return 0; }
+    [[nodiscard]] int OnParentOutcomeRemove(int, int) override { return 0; }
+    [[nodiscard]] int OnParentOutcomeReorder(int, const VEK_intArray&) override { return 0; }
+    [[nodiscard]] int OnParentReorder(const VEK_intArray&) override { return 0; }
+    [[nodiscard]] int BeforeParentIdChange(int parent, const char* oldId, const char* newId) override;
     // A discretized node passes its intervals on as outcomes.
     void InitXform(VEK_nodeXformContext& ctx) const override;
 
@@ -60,12 +60,12 @@ public:
 
     // Parses, solves and checks the equation; on failure nothing changes and
     // errorPos / message tell why (errorPos -1 when no position applies).
-    int SetEquation(const std::string& text, int& errorPos, std::string& message);
+    [[nodiscard]] int SetEquation(const std::string& text, int& errorPos, std::string& message);
     // "id = expression" in canonical form; empty before an equation is set.
     std::string GetEquation() const;
     const VEK_expression& Expression() const { return rhs_; }
     // Re-parses the equation against the network's current functions.
-    int PatchExtFunctions(int& errorPos, std::string& message);
+    [[nodiscard]] int PatchExtFunctions(int& errorPos, std::string& message);
     // Takes the expression and functions of another definition of the node.
     void AdoptExpression(const VEK_equation& other) {
         rhs_ = other.rhs_;
@@ -76,22 +76,22 @@ public:
     double GetUpper() const { return upper_; }
     // -2 when lower > upper or a bound is not finite, or the discretization
     // would fall outside.
-    int SetBounds(double lower, double upper);
+    [[nodiscard]] int SetBounds(double lower, double upper);
     double GetDefaultValue() const { return default_; }
     void SetDefaultValue(double v) { default_ = v; }
     bool HasNominal() const { return hasNominal_; }
     double GetLowerNominal() const { return hasNominal_ ? lowerNominal_ : lower_; }
     double GetUpperNominal() const { return hasNominal_ ? upperNominal_ : upper_; }
-    int SetNominal(double lower, double upper);
+    [[nodiscard]] int SetNominal(double lower, double upper);
 
     const std::vector<VEK_discInterval>& GetDiscretization() const { return intervals_; }
     // Upper bounds strictly increasing, the first above the lower bound and
     // the last at most the upper bound; labels empty or distinct
     // identifiers. The interval count cannot change while the node has
     // children with tables (-51). -2 with a message otherwise.
-    int SetDiscretization(const std::vector<VEK_discInterval>& intervals, std::string& message);
+    [[nodiscard]] int SetDiscretization(const std::vector<VEK_discInterval>& intervals, std::string& message);
     // n intervals of equal width between the bounds.
-    int SetUniformDiscretization(int n, std::string& message);
+    [[nodiscard]] int SetUniformDiscretization(int n, std::string& message);
     // The interval holding x (values outside the bounds go to the ends).
     int Discretize(double x) const;
     double IntervalLower(int k) const { return k == 0 ? lower_ : intervals_[k - 1].upper; }
@@ -103,10 +103,10 @@ public:
 
     // The node handle of each variable of the expression, in variable order;
     // -2 with a message when a variable is not a parent.
-    int BindVariables(std::vector<int>& handles, std::string& message) const;
+    [[nodiscard]] int BindVariables(std::vector<int>& handles, std::string& message) const;
 
 private:
-    int Build(const std::string& text, VEK_expression& rhs, std::shared_ptr<VEK_functionSet>& functions,
+    [[nodiscard]] int Build(const std::string& text, VEK_expression& rhs, std::shared_ptr<VEK_functionSet>& functions,
               int& errorPos, std::string& message) const;
     void RebuildIds();
 
@@ -125,10 +125,10 @@ private:
 
 // Solves "lhs = rhs" for variable name; -2 with a message when the variable
 // does not occur exactly once or an operation on its path has no inverse.
-int VEK_solveFor(const VEK_expression& lhs, const VEK_expression& rhs, const std::string& name, VEK_expression& out,
+[[nodiscard]] int VEK_solveFor(const VEK_expression& lhs, const VEK_expression& rhs, const std::string& name, VEK_expression& out,
                  std::string& message);
 
 // Replaces the network's user functions and re-reads every equation with
 // them; when a text does not parse or an equation no longer does, nothing
 // changes and message tells why.
-int VEK_setExtFunctions(VEK_network& net, const std::vector<std::string>& texts, std::string& message);
+[[nodiscard]] int VEK_setExtFunctions(VEK_network& net, const std::vector<std::string>& texts, std::string& message);

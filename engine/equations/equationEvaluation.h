@@ -19,13 +19,13 @@ public:
     const VEK_Dmatrix* GetMatrix() const override;
 
     int GetEvidence() const override;
-    int GetEvidence(double& value) const override;
-    int SetEvidence(double value) override;
+    [[nodiscard]] int GetEvidence(double& value) const override;
+    [[nodiscard]] int SetEvidence(double value) override;
     // An interval of a discretized node, as its lower bound's midpoint value.
-    int SetEvidence(int outcome) override;
-    int ClearEvidence() override;
-    int GetMean(double& mean) const override;
-    int GetStdDev(double& sd) const override;
+    [[nodiscard]] int SetEvidence(int outcome) override;
+    [[nodiscard]] int ClearEvidence() override;
+    [[nodiscard]] int GetMean(double& mean) const override;
+    [[nodiscard]] int GetStdDev(double& sd) const override;
 
     // Written by inference.
     void SetSamples(std::vector<double> samples, double mean, double sd, double lo, double hi);

@@ -41,7 +41,7 @@ class VEK_functionSet {
 public:
     // Parses the texts in order; on failure tells which text, the position
     // in it and why, and leaves the set empty.
-    int Parse(const std::vector<std::string>& texts, int& failedText, int& errorPos, std::string& message);
+    [[nodiscard]] int Parse(const std::vector<std::string>& texts, int& failedText, int& errorPos, std::string& message);
     int Find(const std::string& name) const;
     const VEK_userFunction& Get(int i) const { return functions_[i]; }
     int Count() const { return static_cast<int>(functions_.size()); }

@@ -21,12 +21,12 @@ class VEK_exprParser {
 public:
     // An expression over any variables; user calls resolve through functions
     // (may be null).
-    static int Parse(const std::string& text, const VEK_functionSet* functions, VEK_expression& out, int& errorPos,
+    [[nodiscard]] static int Parse(const std::string& text, const VEK_functionSet* functions, VEK_expression& out, int& errorPos,
                      std::string& message);
     // "lhs = rhs".
-    static int ParseEquation(const std::string& text, const VEK_functionSet* functions, VEK_expression& lhs,
+    [[nodiscard]] static int ParseEquation(const std::string& text, const VEK_functionSet* functions, VEK_expression& lhs,
                              VEK_expression& rhs, int& errorPos, std::string& message);
     // "name(a, b) = body", the body using only the parameters.
-    static int ParseFunction(const std::string& text, const VEK_functionSet& functions, VEK_userFunction& out,
+    [[nodiscard]] static int ParseFunction(const std::string& text, const VEK_functionSet& functions, VEK_userFunction& out,
                              int& errorPos, std::string& message);
 };

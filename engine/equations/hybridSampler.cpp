@@ -99,7 +99,7 @@ int BuildItems(VEK_network& net, std::vector<Item>& items) {
         }
         if (val->HasHardEvidence()) it.evidence = val->GetEvidence();
         it.controlled = val->IsControlled() && it.evidence >= 0;
-        if (val->IsVirtualEvidence()) val->GetVirtualEvidence(it.likelihood);
+        if (val->IsVirtualEvidence()) (void)val->GetVirtualEvidence(it.likelihood);  // present: cannot fail
         it.point = OutcomeValues(*def, it.outcomes);
         items.push_back(std::move(it));
     }

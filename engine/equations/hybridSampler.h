@@ -20,10 +20,10 @@
 
 class VEK_network;
 
-int VEK_updateHybrid(VEK_network& net);
+[[nodiscard]] int VEK_updateHybrid(VEK_network& net);
 
 // The discretization method (called by VEK_updateHybrid).
-int VEK_updateDiscretized(VEK_network& net);
+[[nodiscard]] int VEK_updateDiscretized(VEK_network& net);
 
 // Fills the discretized table of every equation node (parents first).
-int VEK_discretizeEquations(VEK_network& net);
+[[nodiscard]] int VEK_discretizeEquations(VEK_network& net);

@@ -18,7 +18,7 @@ class VEK_mauExpressions {
 public:
     // -2 with a message when an expression does not parse, names a node that
     // is not a parent, draws from a distribution, or the count is wrong.
-    int Compile(const VEK_network& net, int handle, int columns, std::string& message);
+    [[nodiscard]] int Compile(const VEK_network& net, int handle, int columns, std::string& message);
     bool Empty() const { return expressions_.empty(); }
     double Evaluate(int column, const std::vector<double>& values, const std::vector<int>& stateOf) const;
 

@@ -1599,7 +1599,7 @@ int VekReader::ReadTemporal(NodeSpec& n) {
 int VekReader::ReadTemporalCanonical(NodeSpec& n, int order, const Fields& fields) {
     VEK_dynamicNet& dyn = net_.Dynamic();
     std::vector<VEK_temporalArc> owners;
-    dyn.GetUnrolledParents(n.handle, order, owners);
+    (void)dyn.GetUnrolledParents(n.handle, order, owners);  // the node and order its arcs were just added with
     const auto field = [&fields](const char* name) -> const Item* {
         auto it = fields.find(name);
         return it == fields.end() ? nullptr : it->second;

@@ -536,7 +536,7 @@ void VekWriter::WriteTemporal() {
 // item per parent of the order's table.
 void VekWriter::WriteTemporalCanonical(const VEK_dynamicNet& dyn, int order, const VEK_nodeDef& def) {
     std::vector<VEK_temporalArc> owners;
-    dyn.GetUnrolledParents(node_, order, owners);
+    (void)dyn.GetUnrolledParents(node_, order, owners);  // a node being written and one of its table orders
     const int parents = static_cast<int>(owners.size());
     if (def.GetType() == VEK_DEMORGAN) {
         const auto& d = static_cast<const VEK_demorgan&>(def);

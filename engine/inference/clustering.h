@@ -11,11 +11,11 @@ class VEK_network;
 // Id 0. 0, -43 when some potential was all zeros, -42 when the tree does not
 // fit and no decomposition is possible or allowed, or the status of a model
 // that cannot be updated.
-int TsClustering(VEK_network& net);
+[[nodiscard]] int TsClustering(VEK_network& net);
 // Id 11 and the fallback of id 0.
-int TsClusteringLinearDecomp(VEK_network& net);
+[[nodiscard]] int TsClusteringLinearDecomp(VEK_network& net);
 // Id 12.
-int TsClusteringRecursiveDecomp(VEK_network& net);
+[[nodiscard]] int TsClusteringRecursiveDecomp(VEK_network& net);
 
 // Relevance split with mask 7 and one join tree per sub-network. pending
 // (indexed by handle, may be null) selects the nodes to compute. False when
@@ -23,10 +23,10 @@ int TsClusteringRecursiveDecomp(VEK_network& net);
 // when the failure was size or memory. *probE receives the product of the
 // sub-networks' probabilities of evidence when that is the network's (no
 // barren node removed), else -1.
-bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCounter, int* status = nullptr,
+[[nodiscard]] bool DoClustering(VEK_network& net, bool* pending, int64_t limit, int* zeroCounter, int* status = nullptr,
                   double* probE = nullptr);
 
 // Probability of evidence by relevance split with mask 1 and one collect
 // pass per sub-network. 0 or a negative status.
-int TsClusteringProbE(VEK_network& net, double& p);
-int CalcProbEvidence_JoinTree(VEK_network& net, double& p);
+[[nodiscard]] int TsClusteringProbE(VEK_network& net, double& p);
+[[nodiscard]] int CalcProbEvidence_JoinTree(VEK_network& net, double& p);

@@ -79,7 +79,8 @@ void VEK_indexingSnapshot::Restore(VEK_network& net) const {
             continue;
         }
         v->InitIndexingParents();
-        for (int p : saved) v->AddIndexingParent(p);
+        // Handles saved from this network during the same solve: still valid.
+        for (int p : saved) (void)v->AddIndexingParent(p);
     }
 }
 
@@ -148,7 +149,11 @@ int VEK_CooperSolver::Evaluate(const char* failure) {
         return diagram_->Logger().LogError(res, failure);
     }
     UpdateLeftNodes();
-    DeNormalizeUtilityNodes();
+    res = DeNormalizeUtilityNodes();
+    if (res < 0) {
+        diagram_->InvalidateAllBeliefs();
+        return diagram_->Logger().LogError(res, failure);
+    }
     CalculateMAUNodes();
     if (decisionTree_) SolveDecisionTree();
     // The global utility that the solver adds up itself is no node of the
@@ -250,13 +255,14 @@ int VEK_CooperSolver::SetAllIndexingParents() {
         if (!varIsDecision_[static_cast<size_t>(j)]) continue;
         VEK_nodeVal* v = diagram_->GetVal(vars_[j]);
         v->InitIndexingParents();
-        for (int i = 0; i < j; ++i) v->AddIndexingParent(vars_[i]);
+        // The enumerated variables are nodes of the diagram: adding cannot fail.
+        for (int i = 0; i < j; ++i) (void)v->AddIndexingParent(vars_[i]);
     }
     auto byDecisions = [&](const VEK_intArray& nodes) {
         for (int h : nodes) {
             VEK_nodeVal* v = diagram_->GetVal(h);
             v->InitIndexingParents();
-            for (int d : undecided_) v->AddIndexingParent(d);
+            for (int d : undecided_) (void)v->AddIndexingParent(d);  // a decision of the diagram
         }
     };
     byDecisions(utilityNodes_);
@@ -432,7 +438,7 @@ int VEK_CooperSolver::CalcExpectedUtilities(int) {
     likelihood_.assign(static_cast<size_t>(vars_.GetSize()), {});
     for (int j = 0; j < vars_.GetSize(); ++j) {
         const VEK_nodeVal* v = diagram_->GetVal(vars_[j]);
-        if (v->IsVirtualEvidence()) v->GetVirtualEvidence(likelihood_[static_cast<size_t>(j)]);
+        if (v->IsVirtualEvidence()) (void)v->GetVirtualEvidence(likelihood_[static_cast<size_t>(j)]);  // present: cannot fail
     }
     VEK_logger scratch;
     bn_->Logger().RedirectToLogger(&scratch);

@@ -60,7 +60,7 @@ public:
     VEK_CooperSolver(const VEK_CooperSolver&) = delete;
     VEK_CooperSolver& operator=(const VEK_CooperSolver&) = delete;
 
-    int Solve(VEK_network* diagram);
+    [[nodiscard]] int Solve(VEK_network* diagram);
 
 protected:
     // Observers of the run (sensitivity analysis); nothing here.
@@ -68,19 +68,19 @@ protected:
     virtual void BeforeBNInference(bool) {}
     virtual void AfterBNInference(bool) {}
 
-    int FindGlobalUtility();
+    [[nodiscard]] int FindGlobalUtility();
     int FindAllUtilityNodes();
     int FindAllPossibleIndexingParents();
-    int LinkDecisionNodes();
-    int SetAllIndexingParents();
-    int PruneIrrelevantParts();
-    virtual int TransformIntoBN();
-    int PerformBNInference(bool first);
-    int CalcExpectedUtilities(int globalNode);
+    [[nodiscard]] int LinkDecisionNodes();
+    [[nodiscard]] int SetAllIndexingParents();
+    [[nodiscard]] int PruneIrrelevantParts();
+    [[nodiscard]] virtual int TransformIntoBN();
+    [[nodiscard]] int PerformBNInference(bool first);
+    [[nodiscard]] int CalcExpectedUtilities(int globalNode);
     int UpdateNode(int handle);
     int UpdateValues();
     int UpdateLeftNodes();
-    int DeNormalizeUtilityNodes();
+    [[nodiscard]] int DeNormalizeUtilityNodes();
     int CalculateMAUNodes();
     int PropagateHighestUtilities();
     int SolveDecisionTree();
@@ -89,17 +89,17 @@ protected:
 
     // Steps shared with the policy search.
     int CopyDiagram();
-    int TransformUtility(int handle);
+    [[nodiscard]] int TransformUtility(int handle);
     // Runs a solver's steps on the diagram with its update-immediately flag
     // cleared (and put back on every way out), turning an exception into a
     // logged failure with the solver's message.
-    int RunSolve(VEK_network* diagram, const char* failure, const std::function<int()>& steps);
-    int Evaluate(const char* failure);
+    [[nodiscard]] int RunSolve(VEK_network* diagram, const char* failure, const std::function<int()>& steps);
+    [[nodiscard]] int Evaluate(const char* failure);
     // The utility of the combination of outcomes given by stateOf (-1: not
     // known) from the values of the utility nodes in values (by handle).
     double CombineUtilities(std::vector<double>& values, const std::vector<int>& stateOf) const;
     // Parses the MAU nodes' expressions (before CombineUtilities uses them).
-    int CompileMauExpressions();
+    [[nodiscard]] int CompileMauExpressions();
 
     VEK_network* diagram_ = nullptr;
     std::unique_ptr<VEK_network> bn_;
@@ -142,7 +142,7 @@ protected:
     std::vector<double> reach_;
 
 private:
-    int EnumerateOne(int combination, VEK_logger& scratch, bool& possible);
+    [[nodiscard]] int EnumerateOne(int combination, VEK_logger& scratch, bool& possible);
     void WriteAggregated(int handle, const std::vector<double>& perCombination);
     int DecisionIndex(const VEK_intArray& coords) const;
 };

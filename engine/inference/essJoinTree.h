@@ -19,7 +19,7 @@ public:
     // Enters the adapter's tables and evidence and runs both passes. limit as
     // for UpdateBeliefs (-1: none). False when the tree cannot be built or
     // memory runs out.
-    bool Calibrate(int64_t limit = -1);
+    [[nodiscard]] bool Calibrate(int64_t limit = -1);
 
     // The first clique, in the tree's order, that holds every node of the
     // family (network handles); null when none does.
@@ -30,13 +30,13 @@ public:
     // work receives it; counts, when it has the same size, has it added (an
     // empty counts becomes a copy). -2 for a node outside this tree, -3 when
     // no clique holds the family, -43 when the evidence is impossible.
-    int MarginalizePotential(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
+    [[nodiscard]] int MarginalizePotential(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
     // The same for a node without parents.
-    int MarginalizePotentialForParentlessNode(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
+    [[nodiscard]] int MarginalizePotentialForParentlessNode(VEK_network& net, int node, VEK_Dmatrix& work, VEK_Dmatrix& counts);
 
     // Structure and storage, once. False when the tree cannot be built
     // within limit or does not fit in memory.
-    bool Compile(int64_t limit = -1);
+    [[nodiscard]] bool Compile(int64_t limit = -1);
     // For a tree calibrated case after case: every walk keeps its maps.
     void KeepMaps();
 
@@ -52,13 +52,13 @@ public:
     };
     // family: network handles in the order of the node's table (parents,
     // then the node). False when no clique holds the family.
-    bool PlanFamily(const VEK_intArray& family, FamilyReader& reader) const;
+    [[nodiscard]] bool PlanFamily(const VEK_intArray& family, FamilyReader& reader) const;
     // Adds weight times the family's posterior for the current case to
     // counts, laid out as the node's table. False when the case has
     // probability 0.
-    bool AddFamily(FamilyReader& reader, double weight, double* counts) const;
+    [[nodiscard]] bool AddFamily(FamilyReader& reader, double weight, double* counts) const;
 
 private:
-    int Family(VEK_network& net, int node, const VEK_intArray& family, VEK_Dmatrix& work, VEK_Dmatrix& counts);
+    [[nodiscard]] int Family(VEK_network& net, int node, const VEK_intArray& family, VEK_Dmatrix& work, VEK_Dmatrix& counts);
     bool calibrated_ = false;
 };

@@ -36,7 +36,7 @@ public:
 
     // Builds the tree, propagates and stores beliefs. Returns the number of
     // potentials (cliques and separators), or -42 when memory is short.
-    int Posterior();
+    [[nodiscard]] int Posterior();
 
 private:
     struct Potential {
@@ -51,7 +51,7 @@ private:
         std::vector<int> mapA, mapB;  // clique entry -> separator entry
     };
 
-    bool WeightHeurTriangulate();
+    [[nodiscard]] bool WeightHeurTriangulate();
     void BuildTree();
     void FindFamilyHost();
     void IncoperateEvidence();
@@ -74,4 +74,4 @@ private:
 };
 
 // Solves one sub-network with JointTree; the number of potentials or -42.
-int Infer_Lauritzen_Spiegelhalter(VEK_rNetwork& net);
+[[nodiscard]] int Infer_Lauritzen_Spiegelhalter(VEK_rNetwork& net);

@@ -73,7 +73,7 @@ public:
     // One reduced node per network node, in handle order. Virtual evidence is
     // multiplied into the tables and controlled nodes lose their parents.
     // Negative status (logged) for a node without a usable table.
-    int Build(bool noisyChains = false);
+    [[nodiscard]] int Build(bool noisyChains = false);
 
     int GetNodeCount() const { return static_cast<int>(nodes_.size()); }
     VEK_rNode* GetNode(int i) const { return nodes_[i].get(); }
@@ -129,7 +129,7 @@ public:
 
     // Runs VEK_relevantSplit; false (with the status kept) when it fails or
     // throws.
-    bool DoRelevance(VEK_network& net, unsigned mask, VEK_relevanceGate* gate = nullptr);
+    [[nodiscard]] bool DoRelevance(VEK_network& net, unsigned mask, VEK_relevanceGate* gate = nullptr);
     int GetCount() const { return static_cast<int>(nets_.size()); }
     VEK_rNetwork* GetAt(int i) const { return nets_[i]; }
     // Frees one sub-network (its slot stays, holding null).
@@ -155,7 +155,7 @@ private:
 // Returns 0 or a negative status; barren receives the number of nodes removed
 // as barren. A gate, when given and relevance is enabled, can keep the whole
 // network as one sub-network.
-int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren = nullptr,
+[[nodiscard]] int VEK_relevantSplit(VEK_network& net, unsigned mask, std::vector<VEK_rNetwork*>& out, int* barren = nullptr,
                       VEK_relevanceGate* gate = nullptr);
 
 // Logs -43 "All potential entries are zeros for node ..." for a node.

@@ -29,10 +29,10 @@ public:
 
     // Draws from the Dirichlet distribution with parameters alpha into out;
     // -2 when n < 1 or some alpha is not positive.
-    int Dirichlet(const double* alpha, int n, double* out);
+    [[nodiscard]] int Dirichlet(const double* alpha, int n, double* out);
     // A random probability distribution over n entries, uniform on the
     // simplex (Dirichlet with every parameter 1); -2 when n < 1.
-    int Multinomial(int n, double* out);
+    [[nodiscard]] int Multinomial(int n, double* out);
 
     // Continuous draws. Invalid parameters give NaN.
     double Normal(double mean, double sd);

@@ -165,7 +165,7 @@ static void RecomputePropagatedEvidence(VEK_network& net, bool evidenceOnly) {
     const DeterminingScope scope(cache);
     for (int h = 0; h < net.GetSlotCount(); ++h) {
         VEK_nodeVal* v = net.GetVal(h);
-        if (v && v->IsPropagatedEvidence()) v->ClearPropagatedEvidence();
+        if (v && v->IsPropagatedEvidence()) (void)v->ClearPropagatedEvidence();  // present: cannot fail
     }
     const bool derive = net.IsRelevanceEnabled() && (net.GetFlags() & VEK_FLAG_DETERMINISTIC_PROPAGATION) &&
                         (net.GetRelevanceMask() & VEK_REL_EVIDENCE);

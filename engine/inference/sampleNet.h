@@ -25,14 +25,14 @@ public:
     // The methods; 0, or -5 when some node got no usable sample (for the
     // message-passing ones: when evidence turned every belief of a node to
     // zero).
-    int Sampling();                 // importance sampling with the current importance tables
-    int LogicSampling();            // forward sampling, rejecting samples that contradict evidence
-    int LikelihoodSampling();       // importance tables = conditional tables
-    int SelfImportanceSampling();   // importance tables revised from the samples as they come
-    int BackwardSampling();         // parents of evidence drawn backwards from the evidence
-    int BN_AIS_Sampling();          // importance tables learnt in stages, then Sampling
-    int BN_EPIS_Sampling();         // importance tables from loopy propagation, then Sampling
-    int LBP();                      // loopy belief propagation
+    [[nodiscard]] int Sampling();                 // importance sampling with the current importance tables
+    [[nodiscard]] int LogicSampling();            // forward sampling, rejecting samples that contradict evidence
+    [[nodiscard]] int LikelihoodSampling();       // importance tables = conditional tables
+    [[nodiscard]] int SelfImportanceSampling();   // importance tables revised from the samples as they come
+    [[nodiscard]] int BackwardSampling();         // parents of evidence drawn backwards from the evidence
+    [[nodiscard]] int BN_AIS_Sampling();          // importance tables learnt in stages, then Sampling
+    [[nodiscard]] int BN_EPIS_Sampling();         // importance tables from loopy propagation, then Sampling
+    [[nodiscard]] int LBP();                      // loopy belief propagation
 
     // True when the last run's weights rest on too few samples to be of use:
     // no weight at all, or an effective sample size (the squared sum of the
@@ -44,7 +44,7 @@ public:
 
     // Exact message passing; only for a sub-network whose arcs form a tree.
     // 0, or -43 (logged) when the evidence is impossible.
-    int PearlPolytree();
+    [[nodiscard]] int PearlPolytree();
     bool IsPolytree() const;
 
 
@@ -67,7 +67,7 @@ private:
     void AddWeight(double w);
     // Normalised accumulated weights into the values; -5 when some node (or
     // the whole run) has no weight.
-    int NormalizeWeight();
+    [[nodiscard]] int NormalizeWeight();
     // Index of a state drawn from the distribution q (which sums to 1),
     // never one of probability 0 unless all are.
     int Draw(const double* q, int n);
@@ -108,7 +108,7 @@ private:
     double UpdateNode(int p);
     // Product of the messages from the children (and the evidence indicator).
     void Lambda(int p, double* out, int skipArc) const;
-    int WriteMessageBeliefs(bool reportZero);
+    [[nodiscard]] int WriteMessageBeliefs(bool reportZero);
 
     SamplingAdapter& adapter_;
     VEK_randGen& gen_;

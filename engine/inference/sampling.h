@@ -11,16 +11,16 @@ using VEK_sampleMethod = int (SampleNet::*)();
 // mask 3 and runs the method on every sub-network. 0, or -5 (logged) when the
 // method failed on some sub-network; the sub-networks solved before keep
 // their beliefs.
-int RunSampling(VEK_network& net, VEK_sampleMethod method);
+[[nodiscard]] int RunSampling(VEK_network& net, VEK_sampleMethod method);
 
-int VEK_Infer_Henrion(VEK_network& net);
-int VEK_Infer_LSampling(VEK_network& net);
-int VEK_Infer_Self_Importance(VEK_network& net);
-int VEK_Infer_Bksampling(VEK_network& net);
-int VEK_Infer_AISsampling(VEK_network& net);
-int VEK_Infer_EPISsampling(VEK_network& net);
-int VEK_Infer_LBP(VEK_network& net);
+[[nodiscard]] int VEK_Infer_Henrion(VEK_network& net);
+[[nodiscard]] int VEK_Infer_LSampling(VEK_network& net);
+[[nodiscard]] int VEK_Infer_Self_Importance(VEK_network& net);
+[[nodiscard]] int VEK_Infer_Bksampling(VEK_network& net);
+[[nodiscard]] int VEK_Infer_AISsampling(VEK_network& net);
+[[nodiscard]] int VEK_Infer_EPISsampling(VEK_network& net);
+[[nodiscard]] int VEK_Infer_LBP(VEK_network& net);
 
 // Exact propagation on every sub-network of a split with mask 7 whose arcs
 // form a tree. 0, -43 for impossible evidence, -42 when memory runs out.
-int VEK_Infer_Pearl(VEK_network& net);
+[[nodiscard]] int VEK_Infer_Pearl(VEK_network& net);

@@ -10,7 +10,7 @@
 
 class VEK_ShachterSolver : public VEK_CooperSolver {
 public:
-    int Solve(VEK_network* diagram);
+    [[nodiscard]] int Solve(VEK_network* diagram);
 
     // A merged utility table larger than this is refused.
     static constexpr int kMaxMergedCells = 1 << 20;
@@ -18,9 +18,9 @@ public:
 protected:
     bool CanSolve();
     int FindAllDecisionNodes();
-    int ConsolidateMAUs();
-    int MergeUtilities();
-    int TransformIntoBN() override;
+    [[nodiscard]] int ConsolidateMAUs();
+    [[nodiscard]] int MergeUtilities();
+    [[nodiscard]] int TransformIntoBN() override;
 
 private:
     VEK_intArray mergedParents_;

@@ -35,7 +35,7 @@ public:
     // are computed. limit: bound on the summed clique sizes (0: 2^28, -1:
     // none). False when the tree cannot be built within the limit or memory
     // runs out.
-    bool UpdateBeliefs(bool* pending, int64_t limit);
+    [[nodiscard]] bool UpdateBeliefs(bool* pending, int64_t limit);
     // Probability of evidence of the sub-network, -1.0 on failure.
     double CalcNormFactor();
     // Max-product mode: messages keep the largest entry instead of the sum,
@@ -46,10 +46,10 @@ public:
     bool IsMaxProduct() const { return maxProduct_; }
 
     // Builds the structure only (no storage); false as for UpdateBeliefs.
-    bool Prepare(int64_t limit);
+    [[nodiscard]] bool Prepare(int64_t limit);
 
     // Triangulates only and gives the elimination order (node positions).
-    bool EliminationOrder(int64_t limit, std::vector<int>& order);
+    [[nodiscard]] bool EliminationOrder(int64_t limit, std::vector<int>& order);
 
     bool IsBuilt() const { return built_; }
     uint64_t GetTotalSize() const { return totalSize_; }
@@ -65,17 +65,17 @@ public:
 
 protected:
     // Triangulation, hosts and layouts, once. False on failure.
-    bool Build(int64_t limit);
+    [[nodiscard]] bool Build(int64_t limit);
     // Heuristic from "VEK_TRIANG_HEUR"; 0 picks the smallest of several
     // triangulations, starting with heuristic 1.
-    bool Triangulate(int64_t limit);
-    bool SearchTriangulation(uint64_t limit);
+    [[nodiscard]] bool Triangulate(int64_t limit);
+    [[nodiscard]] bool SearchTriangulation(uint64_t limit);
     void ConnectCliques();
     void FindHosts();
     void PlanLayouts();
     // The operands of every clique's collect and distribute walks.
     void PlanWalks();
-    bool AllocatePotentials();
+    [[nodiscard]] bool AllocatePotentials();
     // Which nodes' marginals are wanted (pending marks or targets, when
     // beliefs is set) and which cliques the outward pass must reach (all
     // when calibrateAll is set).

@@ -40,14 +40,14 @@ public:
     // value = rule 1, 2 or 3. Cliques go to the pool and to cliques in
     // creation order. False when the limit is passed, a clique would hold
     // more than 30 nodes, a size overflows or the heuristic is unknown.
-    bool Triangulate(int64_t limit, int heuristic, TsClique::Pool& pool, std::vector<TsClique*>& cliques);
+    [[nodiscard]] bool Triangulate(int64_t limit, int heuristic, TsClique::Pool& pool, std::vector<TsClique*>& cliques);
     // The same with an effective limit and any rule; seed drives the random rule.
-    bool TriangulateWith(uint64_t limit, Rule rule, bool reverse, uint64_t seed, TsClique::Pool& pool,
+    [[nodiscard]] bool TriangulateWith(uint64_t limit, Rule rule, bool reverse, uint64_t seed, TsClique::Pool& pool,
                          std::vector<TsClique*>& cliques);
 
     // Eliminates the nodes (positions) in the given order, which must hold
     // each node once.
-    bool TriangulateInOrder(uint64_t limit, const std::vector<int>& order, TsClique::Pool& pool,
+    [[nodiscard]] bool TriangulateInOrder(uint64_t limit, const std::vector<int>& order, TsClique::Pool& pool,
                             std::vector<TsClique*>& cliques);
 
     uint64_t GetTotalSize() const { return sum_; }
@@ -67,9 +67,9 @@ private:
         bool eliminated = false;
     };
 
-    bool Moralize();
-    bool HeuristicSearch(Rule rule, bool reverse);
-    bool RemoveSimplicials();
+    [[nodiscard]] bool Moralize();
+    [[nodiscard]] bool HeuristicSearch(Rule rule, bool reverse);
+    [[nodiscard]] bool RemoveSimplicials();
     // The first live node, in index order or reversed, that no other node
     // is better than.
     template <class Better>
@@ -80,7 +80,7 @@ private:
     int HeurMinWeightedFill(bool reverse);
     int HeurRandomWeightedFill();
     void AddFillIns(int node);
-    bool AddClique(int node, uint64_t size);
+    [[nodiscard]] bool AddClique(int node, uint64_t size);
 
     bool Adjacent(int a, int b) const {
         const size_t bit = static_cast<size_t>(a) * static_cast<size_t>(n_) + static_cast<size_t>(b);

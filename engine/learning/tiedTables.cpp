@@ -217,7 +217,7 @@ void VEK_tiedTables::Restart(bool random, VEK_randGen& gen) {
         double* items = t.table.Items();
         for (int c = 0; n > 0 && c < t.table.GetSize(); c += n) {
             if (random) {
-                gen.Multinomial(n, items + c);
+                (void)gen.Multinomial(n, items + c);  // n > 0: cannot fail
             } else {
                 std::fill(items + c, items + c + n, 1.0 / n);
             }

@@ -437,7 +437,7 @@ void XmlNetworkSaver::WriteTemporalDefinitions(const VEK_dynamicNet& dyn) {
                 continue;
             }
             std::vector<VEK_intArray> strengths;
-            dyn.GetNoisyTemporalStrengths(h, k, strengths);
+            (void)dyn.GetNoisyTemporalStrengths(h, k, strengths);  // none (empty) when the order has no arcs: nothing to write
             for (const VEK_intArray& s : strengths) {
                 VEK_intArray positions(s.GetSize());
                 for (int p = 0; p < s.GetSize(); ++p) positions[s[p]] = p;
