@@ -38,8 +38,8 @@ struct EvidenceSnapshot {
     int Restore(VEK_network& net) const {
         VEK_nodeVal* val = net.GetVal(handle);
         if (val == nullptr) return -3;
-        if (val->IsVirtualEvidence()) val->ClearVirtualEvidence();
-        if (val->IsRealEvidence()) val->ClearEvidence();
+        if (val->IsVirtualEvidence()) (void)val->ClearVirtualEvidence();  // present, so they clear
+        if (val->IsRealEvidence()) (void)val->ClearEvidence();
         switch (kind) {
             case OUTCOME: return val->SetEvidence(outcome);
             case NUMBER: return val->SetEvidence(number);

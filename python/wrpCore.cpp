@@ -278,7 +278,7 @@ std::vector<int> IntArrayToVector(const VEK_intArray& items) {
 
 VEK_intArray VectorToIntArray(const std::vector<int>& items) {
     VEK_intArray out;
-    out.Reserve(static_cast<int>(items.size()));
+    (void)out.Reserve(static_cast<int>(items.size()));  // a size
     for (int v : items) out.Add(v);
     return out;
 }
@@ -291,7 +291,7 @@ std::vector<double> DoubleArrayToVector(const VEK_Dmatrix& matrix) { return Doub
 
 VEK_doubleArray VectorToDoubleArray(const std::vector<double>& items) {
     VEK_doubleArray out;
-    out.Reserve(static_cast<int>(items.size()));
+    (void)out.Reserve(static_cast<int>(items.size()));  // a size
     for (double v : items) out.Add(v);
     return out;
 }

@@ -387,9 +387,9 @@ void VEK_dbnSolver::WriteBeliefs() {
         const int n = varStates_[Var(h, 0)];
         if (plate) {
             const int dims[2] = {slices_, n};
-            out->Setup(dims, 2);
+            (void)out->Setup(dims, 2);  // slices and states are at least 1
         } else if (out->GetSize() != n) {
-            out->SetSingleDimension(n);
+            (void)out->SetSingleDimension(n);
         }
         for (int t = 0; t < count; ++t) {
             const int v = Var(h, t);

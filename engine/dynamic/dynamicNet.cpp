@@ -107,7 +107,7 @@ void VEK_dynamicNet::Expand(const VEK_Dmatrix& src, const std::vector<int>& srcO
                             const std::vector<int>& dstOwners, VEK_Dmatrix& dst) const {
     VEK_intArray sizes;
     DimSizes(dstOwners, sizes);
-    dst.Setup(sizes);
+    (void)dst.Setup(sizes);  // sizes are at least 1
     // Stride in the source of each destination dimension (0 for new ones);
     // the source's dimensions appear in the destination in the same order.
     const int nd = static_cast<int>(dstOwners.size());
@@ -157,14 +157,14 @@ void VEK_dynamicNet::MakeTable(int node, int order, VEK_Dmatrix& out) const {
     if (!m || m->GetNumberOfDimensions() != static_cast<int>(src.size())) {
         VEK_intArray sizes;
         DimSizes(dst, sizes);
-        out.Setup(sizes);
+        (void)out.Setup(sizes);  // sizes are at least 1
         out.FillWith(1.0 / sizes[sizes.GetSize() - 1]);
         return;
     }
     VEK_Dmatrix reduced(*m);
     std::vector<int> kept;
     for (int d = static_cast<int>(src.size()) - 1; d >= 0; --d) {
-        if (d + 1 < static_cast<int>(src.size()) && !IsStaticDim(node, src[d])) reduced.RemoveDimension(d, 0);
+        if (d + 1 < static_cast<int>(src.size()) && !IsStaticDim(node, src[d])) (void)reduced.RemoveDimension(d, 0);  // d is a dimension of m
     }
     for (size_t d = 0; d < src.size(); ++d) {
         if (d + 1 == src.size() || IsStaticDim(node, src[d])) kept.push_back(src[d]);
@@ -203,7 +203,8 @@ int VEK_dynamicNet::AddTemporalArc(int parent, int child, int order) {
     const bool hadOrder = FindTable(r, order) != nullptr;
     r.parents.push_back({parent, order});
     for (Table& t : r.tables) {
-        if (t.order >= order) t.matrix.InsertDimension(staticDims + before, std::max(1, OutcomeCount(*net_, parent)));
+        // the tables follow the record's parents, so the dimension is there
+        if (t.order >= order) (void)t.matrix.InsertDimension(staticDims + before, std::max(1, OutcomeCount(*net_, parent)));
     }
     if (!hadOrder) {
         Table t;
@@ -233,7 +234,7 @@ int VEK_dynamicNet::RemoveTemporalArc(int parent, int child, int order) {
     r->parents.erase(it);
     std::erase_if(r->strengths, [&](const auto& s) { return s.first == VEK_temporalArc{parent, order}; });
     for (Table& t : r->tables) {
-        if (t.order >= order) t.matrix.RemoveDimension(staticDims + before, 0);
+        if (t.order >= order) (void)t.matrix.RemoveDimension(staticDims + before, 0);  // as on insert
     }
     const bool orderLeft =
         std::any_of(r->parents.begin(), r->parents.end(), [order](const VEK_temporalArc& a) { return a.order == order; });
@@ -341,7 +342,7 @@ int VEK_dynamicNet::SetTemporalDefinition(int node, int order, const std::vector
             }
             if (!constrained[c] && std::fabs(sum - 1.0) > 1e-6) return VEK_OUT_OF_RANGE;
         }
-        t->ci.FillFrom(values);
+        (void)t->ci.FillFrom(values);  // size checked above
         for (size_t c = 0; c < constrained.size(); ++c) {
             if (!constrained[c]) continue;
             for (int i = 0; i < n; ++i) t->ci[static_cast<int>(c) * n + i] = i + 1 == n ? 1.0 : 0.0;
@@ -351,7 +352,7 @@ int VEK_dynamicNet::SetTemporalDefinition(int node, int order, const std::vector
     }
     if (IsCanonical(node) && ConformCanonical(node, *t)) return SetCanonicalParameters(node, order, values);
     if (static_cast<int>(values.size()) != t->matrix.GetSize()) return VEK_OUT_OF_RANGE;
-    t->matrix.FillFrom(values);
+    (void)t->matrix.FillFrom(values);  // size checked above
     Changed(node);
     return VEK_OKAY;
 }
@@ -559,7 +560,7 @@ void VEK_dynamicNet::OnArcAdded(int parent, int child) {
     std::vector<int> owners;
     DimOwners(child, 1, owners);
     const int pos = static_cast<int>(std::find(owners.begin(), owners.end(), parent) - owners.begin());
-    for (Table& t : r->tables) t.matrix.InsertDimension(pos, std::max(1, OutcomeCount(*net_, parent)));
+    for (Table& t : r->tables) (void)t.matrix.InsertDimension(pos, std::max(1, OutcomeCount(*net_, parent)));  // pos is the parent's dimension
 }
 
 void VEK_dynamicNet::OnArcRemoving(int parent, int child) {
@@ -568,7 +569,7 @@ void VEK_dynamicNet::OnArcRemoving(int parent, int child) {
     std::vector<int> owners;
     DimOwners(child, 1, owners);
     const int pos = static_cast<int>(std::find(owners.begin(), owners.end(), parent) - owners.begin());
-    for (Table& t : r->tables) t.matrix.RemoveDimension(pos, 0);
+    for (Table& t : r->tables) (void)t.matrix.RemoveDimension(pos, 0);  // pos is the parent's dimension
 }
 
 void VEK_dynamicNet::OnParentsReordered(int node, const std::vector<int>& oldParents) {
@@ -585,7 +586,7 @@ void VEK_dynamicNet::OnParentsReordered(int node, const std::vector<int>& oldPar
         VEK_intArray perm;
         for (int p : newStatic) perm.Add(static_cast<int>(std::find(oldStatic.begin(), oldStatic.end(), p) - oldStatic.begin()));
         for (int d = static_cast<int>(newStatic.size()); d < t.matrix.GetNumberOfDimensions(); ++d) perm.Add(d);
-        t.matrix.ChangeOrderOfDimensions(perm);
+        (void)t.matrix.ChangeOrderOfDimensions(perm);  // a permutation of the dimensions
     }
 }
 
@@ -658,7 +659,7 @@ void VEK_dynamicNet::OnOutcomeReorder(int node, const VEK_intArray& order) {
             DimOwners(static_cast<int>(c), t.order, owners);
             if (t.matrix.GetNumberOfDimensions() != static_cast<int>(owners.size())) continue;
             for (size_t d = 0; d < owners.size(); ++d) {
-                if (owners[d] == node) t.matrix.ChangeOrderWithinDimension(static_cast<int>(d), order);
+                if (owners[d] == node) (void)t.matrix.ChangeOrderWithinDimension(static_cast<int>(d), order);  // d has the node's outcomes
             }
         }
     }
@@ -723,7 +724,7 @@ void VEK_dynamicNet::Conform() {
             VEK_intArray sizes;
             DimSizes(owners, sizes);
             if (t.matrix.GetDimensions() == sizes) continue;
-            t.matrix.Setup(sizes);
+            (void)t.matrix.Setup(sizes);  // sizes are at least 1
             t.matrix.FillWith(1.0 / sizes[sizes.GetSize() - 1]);
         }
     }

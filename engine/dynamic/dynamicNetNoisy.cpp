@@ -10,7 +10,7 @@ namespace {
 
 VEK_intArray Identity(int n) {
     VEK_intArray a;
-    a.MakeIdentityPermutation(n);
+    (void)a.MakeIdentityPermutation(n);  // n is a count
     return a;
 }
 
@@ -74,7 +74,7 @@ void VEK_dynamicNet::ConformCi(int node, const Table& t) const {
         }
     }
     VEK_Dmatrix ci;
-    ci.Setup(VEK_intArray{columns, n});
+    (void)ci.Setup(VEK_intArray{columns, n});  // both at least 1
     ci.FillWith(1.0 / n);
     const bool sameRows = src->GetNumberOfDimensions() == 2 && src->GetLastDimensionSize() == n;
     int srcColumns = 1;
@@ -130,7 +130,7 @@ void VEK_dynamicNet::ComputeNoisyTable(int node, const Table& t) const {
         dims.Add(t.ciSizes[j]);
     }
     dims.Add(n);
-    t.matrix.Setup(dims);
+    (void)t.matrix.Setup(dims);  // sizes are at least 1
     const double* leak = cum.data() + cum.size() - n;
     std::vector<int> x(k, 0);
     std::vector<double> f(static_cast<size_t>(n));

@@ -59,7 +59,7 @@ int VEK_updateDynamicHybrid(VEK_network& net) {
                 *m = *first;
             } else {
                 const int dims[2] = {slices, n};
-                m->Setup(dims, 2);
+                (void)m->Setup(dims, 2);  // slices and states are at least 1
                 for (int t = 0; t < slices; ++t) {
                     const VEK_Dmatrix* b = unrolled.GetVal(own[t])->GetMatrix();
                     for (int k = 0; k < n; ++k) m->Items()[t * n + k] = b->Items()[k];

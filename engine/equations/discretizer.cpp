@@ -64,7 +64,7 @@ int DiscretizeNode(VEK_network& net, int h, VEK_equation& eq) {
     const VEK_expression& e = eq.Expression();
     const int samples = e.IsStochastic() || continuousInput ? net.GetNumberOfDiscretizationSamples() : 1;
     VEK_Dmatrix& table = eq.Table();
-    table.Setup(dims);
+    if (const int res = table.Setup(dims); res < 0) return Fail(net, res, "Node '" + Id(net, h) + "' has no discretization");
     VEK_randGen& gen = net.GetRandGen();
     std::vector<int> states(np, 0);
     std::vector<double> buf(vars.size());

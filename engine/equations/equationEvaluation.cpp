@@ -80,7 +80,7 @@ void VEK_equationEvaluation::SetSamples(std::vector<double> samples, double mean
     max_ = hi;
     discretized_ = false;
     const int n = sd == 0.0 ? 1 : static_cast<int>(samples_.size());
-    result_.Setup(&n, 1);
+    if (result_.Setup(&n, 1) < 0) result_.Clear();  // no samples: an empty result
     if (sd == 0.0) result_[0] = mean;
     else result_.FillFrom(samples_.data());
 }
@@ -107,7 +107,7 @@ void VEK_equationEvaluation::SetTemporalSamples(std::vector<std::vector<double>>
     sliceMeans_ = std::move(means);
     sliceSds_ = std::move(sds);
     const int n = static_cast<int>(samples_.size());
-    result_.Setup(&n, 1);
+    if (result_.Setup(&n, 1) < 0) result_.Clear();  // no samples: an empty result
     result_.FillFrom(samples_.data());
 }
 
@@ -115,7 +115,7 @@ void VEK_equationEvaluation::SetDiscretized(const std::vector<double>& probabili
     discretized_ = true;
     samples_.clear();
     const int count = static_cast<int>(probabilities.size());
-    result_.Setup(&count, 1);
+    if (result_.Setup(&count, 1) < 0) result_.Clear();  // no probabilities: an empty result
     result_.FillFrom(probabilities.data());
     // Mean and deviation over the interval midpoints.
     const auto* eq = dynamic_cast<const VEK_equation*>(Def());

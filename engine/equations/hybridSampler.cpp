@@ -224,7 +224,7 @@ int VEK_updateHybrid(VEK_network& net) {
         VEK_nodeVal* val = net.GetVal(it.handle);
         if (!it.eq) {
             VEK_Dmatrix* m = val->GetWriteableMatrix();
-            m->SetSingleDimension(it.outcomes);
+            (void)m->SetSingleDimension(it.outcomes);  // a discrete node has outcomes
             for (int k = 0; k < it.outcomes; ++k) (*m)[k] = counts[i][k] / total;
             val->SetValueValid();
             continue;

@@ -303,12 +303,13 @@ private:
         auto* def = static_cast<VEK_discDef*>(node->Definition());
         bool repaired = false;
         for (const std::string& name : s.states) repaired = repaired || !VEK_isValidIdentifier(name);
+        // Valid and distinct (checked above, or made so by the claims).
         VEK_idArray ids;
         if (repaired) {
             IdSet stateIds;
-            for (const std::string& name : s.states) ids.Add(stateIds.Claim(VEK_foreignId(name, 's')).c_str());
+            for (const std::string& name : s.states) (void)ids.Add(stateIds.Claim(VEK_foreignId(name, 's')).c_str());
         } else {
-            for (const std::string& name : s.states) ids.Add(name.c_str());
+            for (const std::string& name : s.states) (void)ids.Add(name.c_str());
         }
         if (Checked(def->SetNumberOfOutcomes(ids)) < 0) {
             Fail(VEK_FILE_READ_ERROR, s.pos, "SetNumberOfOutcomes failed: " + Quote(s.name));

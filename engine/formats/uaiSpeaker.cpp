@@ -166,7 +166,7 @@ int VEK_uaiSpeaker::Parse(VEK_netDesc&) {
         int h = net.AddNode(VEK_CPT, id.c_str());
         if (h < 0) return Fail(cardPos[i], "QUARN failed to create node " + Quote(id));
         VEK_idArray states;
-        for (int k = 0; k < cards[i]; ++k) states.Add(("s" + std::to_string(k)).c_str());
+        for (int k = 0; k < cards[i]; ++k) (void)states.Add(("s" + std::to_string(k)).c_str());  // distinct valid ids
         if (static_cast<VEK_discDef*>(net.GetDef(h))->SetNumberOfOutcomes(states) < 0) {
             return Fail(cardPos[i], "SetNumberOfOutcomes failed: " + Quote(id));
         }

@@ -45,7 +45,7 @@ std::vector<int> OrderPositions(VEK_network& net) {
 
 // Odometer coordinates (last variable fastest) of a combination.
 void Coordinates(int combination, const std::vector<int>& sizes, VEK_intArray& coords) {
-    coords.SetSize(static_cast<int>(sizes.size()));
+    (void)coords.SetSize(static_cast<int>(sizes.size()));  // a size
     for (int j = static_cast<int>(sizes.size()) - 1; j >= 0; --j) {
         coords[j] = combination % sizes[static_cast<size_t>(j)];
         combination /= sizes[static_cast<size_t>(j)];
@@ -527,7 +527,7 @@ int VEK_CooperSolver::DeNormalizeUtilityNodes() {
     auto denormalize = [&](int h, double lo, double hi) -> int {
         VEK_Dmatrix m;
         if (varSizes_.empty()) {
-            m.SetSingleDimension(1);
+            (void)m.SetSingleDimension(1);  // a valid size
         } else if (const int res = m.Setup(varSizes_.data(), static_cast<int>(varSizes_.size())); res < 0) {
             return res;
         }

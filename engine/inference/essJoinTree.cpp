@@ -135,7 +135,7 @@ int VEK_essJoinTree::Family(VEK_network&, int node, const VEK_intArray& family, 
     // Spread it over the table layout, observed nodes at their states.
     VEK_intArray dims;
     for (int i : idx) dims.Add(adapter_->GetStateCount(i));
-    work.Setup(dims);
+    (void)work.Setup(dims);  // state counts are at least 1
     work.FillWith(0.0);
     int free = 0;
     int freeSizes[TS_MAX_DIMS + 2];

@@ -267,7 +267,7 @@ void JointTree::StoreBeliefs() {
             VEK_nodeVal* val = net.GetVal(r->handle);
             VEK_Dmatrix* m = val && !val->IsValueValid() ? val->GetWriteableMatrix() : nullptr;
             if (m) {
-                m->SetSingleDimension(r->numStates);
+                (void)m->SetSingleDimension(r->numStates);  // state counts are at least 1
                 m->FillWith(0.0);
                 (*m)[r->evidence] = 1.0;
                 val->SetValueValid();
@@ -293,7 +293,7 @@ void JointTree::StoreBeliefs() {
         VEK_nodeVal* val = net.GetVal(r->handle);
         VEK_Dmatrix* b = val ? val->GetWriteableMatrix() : nullptr;
         if (!b) continue;
-        if (b->GetSize() != r->numStates || b->GetNumberOfDimensions() != 1) b->SetSingleDimension(r->numStates);
+        if (b->GetSize() != r->numStates || b->GetNumberOfDimensions() != 1) (void)b->SetSingleDimension(r->numStates);  // state counts are at least 1
         for (int s = 0; s < r->numStates; ++s) (*b)[s] = m[static_cast<size_t>(s)] / sum;
         val->SetValueValid();
     }

@@ -125,7 +125,7 @@ void ChainNoisyMax(const VEK_noisyMAX& def, VEK_rNode* r, const std::vector<VEK_
         if (prev) dims.Add(n);
         dims.Add(m);
         dims.Add(n);
-        link->table.Setup(dims);
+        (void)link->table.Setup(dims);  // state counts are at least 1
         link->ownsTable = true;
         link->netTable = nullptr;
         double* out = link->table.Items();
@@ -256,7 +256,7 @@ int VEK_rNetwork::Build(bool noisyChains) {
             // parents learn nothing from it.
             for (VEK_rNode* pr : r->parents) Unlink(pr->children, r);
             r->parents.clear();
-            r->table.SetSingleDimension(r->numStates);
+            (void)r->table.SetSingleDimension(r->numStates);  // state counts are at least 1
             r->table.FillWith(0.0);
             r->table[r->evidence] = 1.0;
             r->ownsTable = true;
@@ -265,7 +265,7 @@ int VEK_rNetwork::Build(bool noisyChains) {
             // likelihood of that outcome still weighs the evidence.
             VEK_doubleArray likelihood;
             if (val->GetVirtualEvidence(likelihood) == VEK_OKAY && likelihood.GetSize() == r->numStates) {
-                r->WritableTable().Multiply(likelihood);
+                (void)r->WritableTable().Multiply(likelihood);  // size checked above
                 r->softEvidence = true;
             }
         }
@@ -327,10 +327,10 @@ void VEK_rNetwork::Clamp_Evidence() {
             const int pos = c->ParentPosition(e);
             if (pos < 0) continue;
             if (!c->ownsTable) {
-                c->netTable->RemoveDimension(pos, e->evidence, c->table);
+                (void)c->netTable->RemoveDimension(pos, e->evidence, c->table);  // e is the parent at pos, at a state of its own
                 c->ownsTable = true;
             } else {
-                c->table.RemoveDimension(pos, e->evidence);
+                (void)c->table.RemoveDimension(pos, e->evidence);
             }
             c->parents.erase(c->parents.begin() + pos);
         }
@@ -345,10 +345,10 @@ void VEK_rNetwork::Marginalize(VEK_rNode* root, VEK_rNode* child) {
     VEK_doubleArray weights(root->numStates);
     for (int s = 0; s < root->numStates; ++s) weights[s] = prior[s];
     if (!child->ownsTable) {
-        child->netTable->RemoveDimension(pos, weights, child->table);
+        (void)child->netTable->RemoveDimension(pos, weights, child->table);  // one weight per state of the root at pos
         child->ownsTable = true;
     } else {
-        child->table.RemoveDimension(pos, weights);
+        (void)child->table.RemoveDimension(pos, weights);
     }
     child->parents.erase(child->parents.begin() + pos);
 }
@@ -450,7 +450,7 @@ double VEK_rNetwork::Set_Prior_Beliefs(int* zeroCounter) {
         VEK_nodeVal* val = net_->GetVal(n->handle);
         VEK_Dmatrix* m = val && !val->IsValueValid() ? val->GetWriteableMatrix() : nullptr;
         if (m) {
-            m->SetSingleDimension(states);
+            (void)m->SetSingleDimension(states);  // state counts are at least 1
             m->FillWith(0.0);
             (*m)[n->evidence] = 1.0;
             val->SetValueValid();
@@ -459,7 +459,7 @@ double VEK_rNetwork::Set_Prior_Beliefs(int* zeroCounter) {
         VEK_nodeVal* val = net_->GetVal(n->handle);
         VEK_Dmatrix* m = val ? val->GetWriteableMatrix() : nullptr;
         if (m) {
-            if (m->GetSize() != states || m->GetNumberOfDimensions() != 1) m->SetSingleDimension(states);
+            if (m->GetSize() != states || m->GetNumberOfDimensions() != 1) (void)m->SetSingleDimension(states);  // state counts are at least 1
             const double inv = 1.0 / z;
             for (int s = 0; s < states; ++s) (*m)[s] = t[s] * inv;
             val->SetValueValid();
@@ -544,7 +544,7 @@ void VEK_writeEvidenceBeliefs(const VEK_rNetwork& rnet, int i) {
     if (!v || v->IsValueValid() || r->evidence < 0) return;
     VEK_Dmatrix* m = v->GetWriteableMatrix();
     if (!m) return;
-    m->SetSingleDimension(r->numStates);
+    (void)m->SetSingleDimension(r->numStates);  // state counts are at least 1
     m->FillWith(0.0);
     (*m)[r->evidence] = 1.0;
     v->SetValueValid();

@@ -40,7 +40,7 @@ void SamplingAdapter::SetBeliefs(int i, const double* beliefs) {
     VEK_nodeVal* v = net_->Network().GetVal(r->handle);
     VEK_Dmatrix* m = v ? v->GetWriteableMatrix() : nullptr;
     if (!m) return;
-    if (m->GetSize() != r->numStates || m->GetNumberOfDimensions() != 1) m->SetSingleDimension(r->numStates);
+    if (m->GetSize() != r->numStates || m->GetNumberOfDimensions() != 1) (void)m->SetSingleDimension(r->numStates);  // state counts are at least 1
     for (int s = 0; s < r->numStates; ++s) (*m)[s] = beliefs[s];
     v->SetValueValid();
 }

@@ -73,13 +73,13 @@ int VEK_ShachterSolver::MergeUtilities() {
         dims.Add(n);
     }
     dims.Add(1);
-    mergedTable_.Setup(dims);
+    (void)mergedTable_.Setup(dims);  // state counts are at least 1
     // Each cell: the utility tables read at the parents' outcomes, combined
     // as the global utility is.
     std::vector<double> values(static_cast<size_t>(diagram_->GetSlotCount()), 0.0);
     std::vector<int> stateOf(values.size(), -1);
     VEK_intArray coords;
-    coords.SetSize(mergedParents_.GetSize());
+    (void)coords.SetSize(mergedParents_.GetSize());  // a size
     for (int cell = 0; cell < mergedTable_.GetSize(); ++cell) {
         for (int k = 0; k < mergedParents_.GetSize(); ++k) stateOf[static_cast<size_t>(mergedParents_[k])] = coords[k];
         for (int u : utilityNodes_) {

@@ -66,9 +66,9 @@ bool TsAdapter::WillStorePotentials() const { return net_->Network().InferenceCa
 
 void TsAdapter::GetPotentialMatrix(const VEK_intArray& nodes, const VEK_intArray& states, VEK_Dmatrix& out) const {
     if (nodes.GetSize() == 0) {
-        out.SetSingleDimension(1);
+        (void)out.SetSingleDimension(1);  // a valid size
     } else {
-        out.Setup(states);
+        (void)out.Setup(states);  // state counts are at least 1
     }
 }
 

@@ -633,7 +633,7 @@ void TsJoinTree::CalcBeliefs(bool* pending) {
         }
         VEK_Dmatrix* beliefs = adapter_->GetBeliefs(n);
         if (!beliefs) continue;
-        if (beliefs->GetSize() != states || beliefs->GetNumberOfDimensions() != 1) beliefs->SetSingleDimension(states);
+        if (beliefs->GetSize() != states || beliefs->GetNumberOfDimensions() != 1) (void)beliefs->SetSingleDimension(states);  // state counts are at least 1
         const double inv = 1.0 / sum;
         double* out = beliefs->Items();
         for (int s = 0; s < states; ++s) out[s] = m[s] * inv;

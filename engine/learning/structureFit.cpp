@@ -49,7 +49,7 @@ int VEK_fitStructure(const VEK_dataset& data, const VEK_familyCounts& counts,
             std::set<std::string> usedStates;
             for (int s = 0; s < counts.GetStateCount(v); ++s) {
                 const std::string name = s < static_cast<int>(names.size()) ? names[s] : std::to_string(s);
-                ids.Add(Unique(VEK_makeIdentifier(name, "State"), usedStates).c_str());
+                (void)ids.Add(Unique(VEK_makeIdentifier(name, "State"), usedStates).c_str());  // made valid and unique
             }
             const int res = net.GetDef(handles[v])->SetNumberOfOutcomes(ids);
             if (res != VEK_OKAY) return res;

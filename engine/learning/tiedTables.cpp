@@ -188,7 +188,7 @@ void VEK_tiedTables::Fold(const VEK_expectedCounts& counts, size_t i, double* ou
 void VEK_tiedTables::Publish(const Tied& t) {
     for (int u : t.copies) {
         VEK_nodeDef* def = work_.GetDef(u);
-        def->GetWriteableParameters().FillFrom(t.table);
+        (void)def->GetWriteableParameters().FillFrom(t.table);  // tied tables share one shape
         def->OnParametersChanged();
         def->TellNetworkOfChange();
     }

@@ -61,7 +61,7 @@ int VEK_beliefVector::DoSetVirtualEvidence(const double* values, int count) {
 
     VEK_updateImmediateContext scope(Network());
     SavedEvidence previous = SaveEvidence();
-    if (HasFlag(VEK_VALUE_EVIDENCE)) ClearEvidence();
+    if (HasFlag(VEK_VALUE_EVIDENCE)) (void)ClearEvidence();  // present, so it clears
 
     virtual_.assign(values, values + n);
     if (std::fabs(sum - 1.0) > kVirtualSumTolerance) {
@@ -74,7 +74,7 @@ int VEK_beliefVector::DoSetVirtualEvidence(const double* values, int count) {
 
     int res = Network().RelevanceVirtualEvidenceSet(Handle());
     if (res < 0) {
-        ClearVirtualEvidence();
+        (void)ClearVirtualEvidence();  // just set, so it clears
         RestoreSaved(previous);
     }
     return res;
@@ -117,8 +117,8 @@ int VEK_beliefVector::ControlValue(int outcome) {
 
     VEK_updateImmediateContext scope(Network());
     SavedEvidence previous = SaveEvidence();
-    if (IsControlled()) ClearControlledValue();
-    if (HasFlag(VEK_VALUE_EVIDENCE | VEK_VALUE_VIRTUAL)) ClearEvidence();
+    if (IsControlled()) (void)ClearControlledValue();  // present, so they clear
+    if (HasFlag(VEK_VALUE_EVIDENCE | VEK_VALUE_VIRTUAL)) (void)ClearEvidence();
     int res = SetEvidence(outcome);
     if (res < 0) {
         // Refused after clearing: what was cleared comes back, so a refused
@@ -146,7 +146,7 @@ int VEK_beliefVector::ClearControlledValue() {
     if (!IsControlled()) return VEK_OKAY;
     VEK_updateImmediateContext scope(Network());
     ClearFlags(VEK_VALUE_CONTROLLED);
-    ClearEvidence();
+    (void)ClearEvidence();  // a controlled value is evidence, so it clears
     Network().RelevanceClearControlledValue(Handle());
     return VEK_OKAY;
 }

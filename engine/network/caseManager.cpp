@@ -126,14 +126,14 @@ int VEK_caseManager::SaveFromNetwork(int i, const VEK_network& net) {
             const auto* dv = dynamic_cast<const VEK_discVal*>(v);
             if (dv && dv->IsEvidenceAsNumber()) {
                 e.type = VEK_CASE_CONTINUOUS;
-                v->GetEvidence(e.value);
+                (void)v->GetEvidence(e.value);  // evidence given as a number is present
             } else {
                 e.type = VEK_CASE_DISCRETE;
             }
             c->evidence.push_back(e);
         } else if (v->IsVirtualEvidence()) {
             e.type = VEK_CASE_VIRTUAL;
-            v->GetVirtualEvidence(e.virtualEvidence);
+            (void)v->GetVirtualEvidence(e.virtualEvidence);  // present, so it is read
             c->evidence.push_back(e);
         }
         if (n->IsTarget()) c->targets.push_back(h);

@@ -35,7 +35,7 @@ void VEK_ciDef::SetupFromParents() {
     int columns = 1;
     for (int s : parentSizes_) columns += s;
     VEK_intArray dims{columns, GetNumberOfOutcomes()};
-    ciWeights_.Setup(dims);
+    (void)ciWeights_.Setup(dims);  // every size is at least 1
     ciWeights_.FillWith(1.0 / GetNumberOfOutcomes());
 }
 
@@ -78,7 +78,7 @@ int VEK_ciDef::InitWeights(int columns) {
     for (int s : parentSizes_) expected += s;
     if (columns != expected) return VEK_OUT_OF_RANGE;
     VEK_intArray dims{columns, GetNumberOfOutcomes()};
-    ciWeights_.Setup(dims);
+    (void)ciWeights_.Setup(dims);  // every size is at least 1
     ciWeights_.FillWith(1.0 / GetNumberOfOutcomes());
     FixConstrainedColumns();
     Invalidate();
@@ -239,9 +239,9 @@ void VEK_ciDef::ReorderParentColumns(int parentIndex, const VEK_intArray& perm) 
     const int base = GetParentColumnBase(parentIndex);
     const int columns = GetNumberOfColumns();
     VEK_intArray full;
-    full.MakeIdentityPermutation(columns);
+    (void)full.MakeIdentityPermutation(columns);  // columns >= 1
     for (int i = 0; i < perm.GetSize(); ++i) full[base + i] = base + perm[i];
-    ciWeights_.ChangeOrderWithinDimension(0, full);
+    (void)ciWeights_.ChangeOrderWithinDimension(0, full);  // a full permutation of the columns
 }
 
 // ---------------------------------------------------------------- graph
@@ -258,7 +258,7 @@ int VEK_ciDef::AddParent(int handle) {
     for (int i = 0; i < pos; ++i) base += parentSizes_[i];
     int res = VEK_insertSlices(ciWeights_, 0, base, count, 0.0);
     if (res < 0) return res;
-    parentSizes_.Insert(pos, count);
+    (void)parentSizes_.Insert(pos, count);  // pos is a parent position
     OnParentInserted(pos);
     ciWeights_.Normalize();
     FixConstrainedColumns();
@@ -271,7 +271,7 @@ int VEK_ciDef::RemoveParent(int handle) {
     if (pos < 0) return pos;
     const int base = GetParentColumnBase(pos);
     if (const int res = VEK_removeSlices(ciWeights_, 0, base, parentSizes_[pos]); res < 0) return res;
-    parentSizes_.Delete(pos);
+    (void)parentSizes_.Delete(pos);  // pos is a parent position
     OnParentDeleted(pos);
     Invalidate();
     return VEK_OKAY;
@@ -325,7 +325,7 @@ void VEK_ciDef::AfterRemoveOutcome(int position) {
 }
 
 void VEK_ciDef::AfterReorderOutcomes(const VEK_intArray& order) {
-    ciWeights_.ChangeOrderWithinDimension(1, order);
+    (void)ciWeights_.ChangeOrderWithinDimension(1, order);  // order is a permutation of the outcomes
     OnOwnOutcomesReordered(order);
     FixConstrainedColumns();
     Invalidate();
@@ -334,7 +334,7 @@ void VEK_ciDef::AfterReorderOutcomes(const VEK_intArray& order) {
 void VEK_ciDef::AfterOutcomeCountChanged() {
     const int columns = GetNumberOfColumns();
     VEK_intArray dims{columns, GetNumberOfOutcomes()};
-    ciWeights_.Setup(dims);
+    (void)ciWeights_.Setup(dims);  // every size is at least 1
     ciWeights_.FillWith(1.0 / GetNumberOfOutcomes());
     OnOwnOutcomeCountReset();
     FixConstrainedColumns();

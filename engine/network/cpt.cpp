@@ -7,7 +7,7 @@
 #include "network/status.h"
 
 VEK_cpt::VEK_cpt(VEK_network& net, int handle) : VEK_tableDef(net, handle) {
-    Table().SetSingleDimension(GetNumberOfOutcomes());
+    (void)Table().SetSingleDimension(GetNumberOfOutcomes());  // a node has at least two outcomes
     (void)VEK_cpt::MakeUniform();  // a table of a node with outcomes cannot refuse
 }
 
@@ -18,7 +18,7 @@ VEK_cpt::VEK_cpt(const VEK_nodeXformContext& ctx) : VEK_tableDef(*ctx.net, ctx.h
     if (ctx.table && ctx.table->GetDimensions() == dims) {
         Table() = *ctx.table;
     } else {
-        Table().Setup(dims);
+        (void)Table().Setup(dims);  // parent and own outcome counts are at least 1
         (void)VEK_cpt::MakeUniform();  // a table of a node with outcomes cannot refuse
     }
 }
@@ -57,7 +57,7 @@ void VEK_cpt::AfterRemoveOutcome(int position) {
 }
 
 void VEK_cpt::AfterReorderOutcomes(const VEK_intArray& order) {
-    Table().ChangeOrderWithinDimension(Table().GetNumberOfDimensions() - 1, order);
+    (void)Table().ChangeOrderWithinDimension(Table().GetNumberOfDimensions() - 1, order);
 }
 
 void VEK_cpt::AfterOutcomeCountChanged() {
@@ -69,7 +69,7 @@ void VEK_cpt::AfterOutcomeCountChanged() {
     } else {
         dims[dims.GetSize() - 1] = GetNumberOfOutcomes();
     }
-    Table().Setup(dims);
+    (void)Table().Setup(dims);  // parent and own outcome counts are at least 1
     // Not the virtual one: a truth table makes its columns deterministic after.
     (void)VEK_cpt::MakeUniform();  // a table of a node with outcomes cannot refuse
 }

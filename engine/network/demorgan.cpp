@@ -18,12 +18,12 @@ int ActiveOutcome(int type) { return type == VEK_demorgan::CAUSE || type == VEK_
 }  // namespace
 
 VEK_demorgan::VEK_demorgan(VEK_network& net, int handle) : VEK_qualDef(net, handle, 1, 0.5) {
-    types_.SetSize(GetNumberOfParents());
+    (void)types_.SetSize(GetNumberOfParents());  // a count, never negative
     types_.FillWith(CAUSE);
 }
 
 VEK_demorgan::VEK_demorgan(const VEK_nodeXformContext& ctx) : VEK_qualDef(ctx, 1, 0.5) {
-    types_.SetSize(GetNumberOfParents());
+    (void)types_.SetSize(GetNumberOfParents());  // a count, never negative
     types_.FillWith(CAUSE);
 }
 
@@ -79,9 +79,10 @@ int VEK_demorgan::ParentTypeFromName(const char* name) {
     return VEK_OUT_OF_RANGE;
 }
 
-void VEK_demorgan::OnParentInserted(int position) { types_.Insert(position, CAUSE); }
-void VEK_demorgan::OnParentDeleted(int position) { types_.Delete(position); }
-void VEK_demorgan::OnParentsReordered(const VEK_intArray& order) { types_.ChangeOrder(order); }
+// Positions and orders come from the parent list, which has checked them.
+void VEK_demorgan::OnParentInserted(int position) { (void)types_.Insert(position, CAUSE); }
+void VEK_demorgan::OnParentDeleted(int position) { (void)types_.Delete(position); }
+void VEK_demorgan::OnParentsReordered(const VEK_intArray& order) { (void)types_.ChangeOrder(order); }
 
 double VEK_demorgan::CalculateProbability(const VEK_intArray& coordinates) const {
     const int k = GetNumberOfParents();

@@ -112,7 +112,7 @@ int VEK_discDef::RemoveOutcome(int position) {
     if (n <= 2 || position < 0 || position >= n) return VEK_OUT_OF_RANGE;
     VEK_updateImmediateContext scope(Network());
 
-    outcomeIds_.Delete(position);
+    (void)outcomeIds_.Delete(position);  // position checked above
     if (!pointValues_.empty()) pointValues_.erase(pointValues_.begin() + position);
     if (!intervals_.empty()) {
         // A neighbour takes over the removed range: the next outcome, or the
@@ -197,7 +197,7 @@ int VEK_discDef::SetNumberOfOutcomes(int count) {
     if (GetChildren().GetSize() > 0) return SetNumberOfOutcomesWithAddAndRemove(count);
 
     VEK_idArray ids;
-    for (int i = 0; i < count && i < n; ++i) ids.Add(outcomeIds_[i]);
+    for (int i = 0; i < count && i < n; ++i) (void)ids.Add(outcomeIds_[i]);  // ids of a valid list
     for (int i = n; i < count; ++i) ids.CreateAndAddValidId(GetOutcomePrefix(), i);
     ReplaceOutcomes(ids);
     return VEK_OKAY;
@@ -232,7 +232,7 @@ int VEK_discDef::ChangeOrderOfOutcomes(const VEK_intArray& order) {
     if (order.IsIdentityPermutation()) return VEK_OKAY;
     VEK_updateImmediateContext scope(Network());
 
-    outcomeIds_.ChangeOrder(order);
+    (void)outcomeIds_.ChangeOrder(order);  // checked to be a permutation above
     if (!pointValues_.empty()) {
         std::vector<double> old(pointValues_);
         for (int i = 0; i < n; ++i) pointValues_[i] = old[order[i]];

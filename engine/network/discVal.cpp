@@ -28,7 +28,7 @@ VEK_discDef* VEK_discVal::DiscDef() const { return dynamic_cast<VEK_discDef*>(De
 
 bool VEK_discVal::BuildEvidenceVector(int outcomes) const {
     if (evidence_ < 0 || evidence_ >= outcomes) return false;
-    matrix_.SetSingleDimension(outcomes);
+    (void)matrix_.SetSingleDimension(outcomes);  // outcomes > evidence_ >= 0
     matrix_.FillWith(0.0);
     matrix_[evidence_] = 1.0;
     vectorPending_ = false;
@@ -63,7 +63,7 @@ VEK_Dmatrix* VEK_discVal::GetWriteableMatrix() {
         int own = GetNumberOfOutcomes();
         if (ok && own > 0) {
             dims.Add(own);
-            matrix_.Setup(dims);
+            (void)matrix_.Setup(dims);  // every size is at least 1
             matrix_.FillWith(0.0);
         }
     }
@@ -131,8 +131,8 @@ int VEK_discVal::DoSetEvidence(int outcome, bool asNumber, double number) {
 
     VEK_updateImmediateContext scope(Network());
     SavedEvidence previous = SaveEvidence();
-    if (HasFlag(VEK_VALUE_EVIDENCE)) ClearEvidence();
-    if (HasFlag(VEK_VALUE_VIRTUAL)) ClearVirtualEvidence();
+    if (HasFlag(VEK_VALUE_EVIDENCE)) (void)ClearEvidence();  // present, so it clears
+    if (HasFlag(VEK_VALUE_VIRTUAL)) (void)ClearVirtualEvidence();
 
     StoreEvidence(outcome, asNumber, number);
     SetFlags(VEK_VALUE_EVIDENCE);
@@ -143,7 +143,7 @@ int VEK_discVal::DoSetEvidence(int outcome, bool asNumber, double number) {
     // value or virtual evidence), so a refused call changes nothing.
     int res = Network().RelevanceEvidenceSet(Handle());
     if (res < 0) {
-        ClearEvidence();
+        (void)ClearEvidence();  // just set, so it clears
         RestoreSaved(previous);
         return res;
     }
@@ -163,7 +163,7 @@ int VEK_discVal::ClearEvidence() {
         return VEK_OKAY;
     }
     if (HasFlag(VEK_VALUE_VIRTUAL)) {
-        ClearVirtualEvidence();
+        (void)ClearVirtualEvidence();  // present, so it clears
         return VEK_OKAY;
     }
     return VEK_OUT_OF_RANGE;
@@ -183,7 +183,7 @@ int VEK_discVal::DoSetPropagatedEvidence(int outcome, bool asNumber, double numb
 
     VEK_updateImmediateContext scope(Network());
     SavedEvidence previous = SaveEvidence();
-    if (HasFlag(VEK_VALUE_VIRTUAL)) ClearVirtualEvidence();
+    if (HasFlag(VEK_VALUE_VIRTUAL)) (void)ClearVirtualEvidence();  // present, so it clears
 
     StoreEvidence(outcome, asNumber, number);
     SetFlags(VEK_VALUE_PROPAGATED);
@@ -197,7 +197,7 @@ int VEK_discVal::DoSetPropagatedEvidence(int outcome, bool asNumber, double numb
 
     int res = Network().RelevanceEvidencePropagated(Handle());
     if (res < 0) {
-        ClearPropagatedEvidence();
+        (void)ClearPropagatedEvidence();  // just set, so it clears
         RestoreSaved(previous);
         return res;
     }
@@ -226,7 +226,7 @@ VEK_discVal::SavedEvidence VEK_discVal::SaveEvidence() const {
         s.kind = VEK_VALUE_PROPAGATED;
     } else if (HasFlag(VEK_VALUE_VIRTUAL)) {
         s.kind = VEK_VALUE_VIRTUAL;
-        GetVirtualEvidence(s.virtualEvidence);
+        (void)GetVirtualEvidence(s.virtualEvidence);  // present, so it is read
         return s;
     } else {
         return s;
@@ -248,7 +248,7 @@ void VEK_discVal::RestoreSaved(const SavedEvidence& saved) {
             (void)DoSetPropagatedEvidence(saved.outcome, saved.asNumber, saved.number);  // accepted before
             break;
         case VEK_VALUE_VIRTUAL:
-            SetVirtualEvidence(saved.virtualEvidence);
+            (void)SetVirtualEvidence(saved.virtualEvidence);  // accepted before
             break;
         default:
             break;
@@ -299,7 +299,7 @@ void VEK_discVal::InitXform(VEK_valXformContext& ctx) const {
 // ---------------------------------------------------------------- outcome changes
 
 void VEK_discVal::FollowOutcomeChange(int newIndex) {
-    if (HasFlag(VEK_VALUE_VIRTUAL)) ClearVirtualEvidence();
+    if (HasFlag(VEK_VALUE_VIRTUAL)) (void)ClearVirtualEvidence();  // present, so it clears
     if (!HasHardEvidence()) {
         Invalidate();
         return;
@@ -307,11 +307,11 @@ void VEK_discVal::FollowOutcomeChange(int newIndex) {
     int n = GetNumberOfOutcomes();
     if (newIndex < 0 || newIndex >= n) {
         if (IsControlled()) {
-            ClearControlledValue();
+            (void)ClearControlledValue();  // the clears below act on evidence present
         } else if (HasFlag(VEK_VALUE_EVIDENCE)) {
-            ClearEvidence();
+            (void)ClearEvidence();
         } else {
-            ClearPropagatedEvidence();
+            (void)ClearPropagatedEvidence();
         }
         return;
     }

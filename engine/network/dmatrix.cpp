@@ -17,7 +17,7 @@ int VEK_smulThrowOnOverflow(int a, int b) {
 namespace {
 
 void AssignInts(VEK_intArray& out, const int* src, int n) {
-    out.SetSize(n);
+    (void)out.SetSize(n);  // n is a dimension count, never negative
     if (n > 0) std::memmove(out.Items(), src, sizeof(int) * n);
 }
 
@@ -85,7 +85,7 @@ double RunSum(const double* p, int n) {
 // dims or strides without entry dim.
 void CopyWithout(const VEK_intArray& src, int dim, VEK_intArray& out) {
     const int n = src.GetSize();
-    out.SetSize(n - 1);
+    (void)out.SetSize(n - 1);  // callers have at least one dimension
     int k = 0;
     for (int i = 0; i < n; ++i) {
         if (i != dim) out[k++] = src[i];
@@ -96,15 +96,15 @@ void CopyWithout(const VEK_intArray& src, int dim, VEK_intArray& out) {
 
 // ---------------------------------------------------------------- shape
 
-VEK_Dmatrix::VEK_Dmatrix(const VEK_intArray& dims) { Setup(dims); }
+VEK_Dmatrix::VEK_Dmatrix(const VEK_intArray& dims) { (void)Setup(dims); }  // bad sizes leave the matrix empty
 
 VEK_Dmatrix::VEK_Dmatrix(const VEK_intArray& dims, double fill) {
-    Setup(dims);
+    (void)Setup(dims);  // bad sizes leave the matrix empty
     FillWith(fill);
 }
 
 int VEK_Dmatrix::ComputeProducts(const int* dims, int count, VEK_intArray& prods) {
-    prods.SetSize(count);
+    (void)prods.SetSize(count);  // count >= 0: a dimension count
     int running = 1;
     for (int i = count - 1; i >= 0; --i) {
         prods[i] = running;
@@ -136,7 +136,7 @@ int VEK_Dmatrix::ReCreate(const int* sizes, int count) {
     VEK_intArray dims, prods;
     AssignInts(dims, sizes, count);  // sizes may be our own dimension list
     const int total = ComputeProducts(dims.Items(), count, prods);
-    m_items.SetSize(total);
+    (void)m_items.SetSize(total);  // a product of sizes >= 1
     m_dims = std::move(dims);
     m_prods = std::move(prods);
     return VEK_OKAY;
@@ -185,7 +185,7 @@ bool VEK_Dmatrix::Ok(const VEK_intArray& coordinates) const {
 int VEK_Dmatrix::IndexToCoordinates(int index, VEK_intArray& coordinates) const {
     if (index < 0 || index >= GetSize()) return VEK_OUT_OF_RANGE;
     const int nd = m_dims.GetSize();
-    coordinates.SetSize(nd);
+    (void)coordinates.SetSize(nd);  // nd >= 0
     int rest = index;
     for (int i = 0; i < nd - 1; ++i) {
         coordinates[i] = rest / m_prods[i];
@@ -417,7 +417,7 @@ int VEK_Dmatrix::CheckElements(double value, int dimA, int coordA, int dimB, int
 void VEK_Dmatrix::GatherView(const VEK_intArray& dims, const VEK_intArray& strides, int base, VEK_intArray& prods,
                              VEK_doubleArray& items) const {
     const int total = ComputeProducts(dims.Items(), dims.GetSize(), prods);
-    items.SetSize(total);
+    (void)items.SetSize(total);  // a product of sizes >= 1
     const double* src = Items();
     double* dst = items.Items();
     WalkRuns(dims.Items(), strides.Items(), dims.GetSize(), base, [&](ptrdiff_t off, int n, int s) {
@@ -458,8 +458,8 @@ int VEK_Dmatrix::InsertDimension(int position, int size) {
     if (size < 1 || position < 0 || position > nd) return VEK_OUT_OF_RANGE;
     if (nd == 0) return ReCreate(&size, 1);
     VEK_intArray dims(m_dims), strides(m_prods), prods;
-    dims.Insert(position, size);
-    strides.Insert(position, 0);
+    (void)dims.Insert(position, size);  // position checked above
+    (void)strides.Insert(position, 0);
     VEK_doubleArray items;
     GatherView(dims, strides, 0, prods, items);
     Replace(std::move(dims), std::move(prods), std::move(items));
@@ -638,9 +638,9 @@ int VEK_Dmatrix::IncreaseDimensionSize(int dim) {
         // room grows geometrically, so adding states one by one is linear.
         if (total > m_items.GetCapacity()) {
             const long long room = std::max<long long>(total, 2LL * m_items.GetCapacity());
-            m_items.Reserve(static_cast<int>(std::min<long long>(room, INT_MAX)));
+            (void)m_items.Reserve(static_cast<int>(std::min<long long>(room, INT_MAX)));  // room > 0
         }
-        m_items.SetSize(total);  // the new states start at 0
+        (void)m_items.SetSize(total);  // the new states start at 0
         m_dims[0] = dims[0];
         return VEK_OKAY;
     }
@@ -661,7 +661,7 @@ int VEK_Dmatrix::DecreaseDimensionSize(int dim) {
     --dims[dim];
     const int total = ComputeProducts(dims.Items(), dims.GetSize(), prods);
     VEK_doubleArray items;
-    items.SetSize(total);
+    (void)items.SetSize(total);  // a product of sizes >= 1
     const ptrdiff_t oldBlock = static_cast<ptrdiff_t>(m_dims[dim]) * m_prods[dim];
     const ptrdiff_t newBlock = oldBlock - m_prods[dim];
     const int outer = GetSize() / static_cast<int>(oldBlock);
@@ -725,7 +725,7 @@ int VEK_Dmatrix::ChangeOrderWithinDimension(int dim, const VEK_intArray& perm) {
     const ptrdiff_t block = states * inner;
     const int outer = GetSize() / static_cast<int>(block);
     VEK_doubleArray items;
-    items.SetSize(GetSize());
+    (void)items.SetSize(GetSize());
     const double* src = Items();
     double* dst = items.Items();
     for (int o = 0; o < outer; ++o, src += block) {

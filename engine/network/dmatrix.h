@@ -31,13 +31,13 @@ public:
 
     // ---- shape ----
     // -2 when count < 0 or a size is below 1; count 0 clears.
-    int Setup(const int* sizes, int count);
-    int Setup(const VEK_intArray& sizes) { return Setup(sizes.Items(), sizes.GetSize()); }
+    [[nodiscard]] int Setup(const int* sizes, int count);
+    [[nodiscard]] int Setup(const VEK_intArray& sizes) { return Setup(sizes.Items(), sizes.GetSize()); }
     // count < 1 clears; otherwise sets the dimensions and sizes the items
     // (items already present keep their linear positions, new ones are 0).
-    int ReCreate(const int* sizes, int count);
-    int ReCreate(const VEK_intArray& sizes) { return ReCreate(sizes.Items(), sizes.GetSize()); }
-    int SetSingleDimension(int size);
+    [[nodiscard]] int ReCreate(const int* sizes, int count);
+    [[nodiscard]] int ReCreate(const VEK_intArray& sizes) { return ReCreate(sizes.Items(), sizes.GetSize()); }
+    [[nodiscard]] int SetSingleDimension(int size);
     void Clear();
     // Recomputes the products from the dimensions (throws on overflow).
     void CalculatePreProd();
@@ -67,38 +67,38 @@ public:
     int CoordinatesToIndex(const VEK_intArray& coordinates) const;
     // At least one coordinate per dimension, each within its dimension.
     bool Ok(const VEK_intArray& coordinates) const;
-    int IndexToCoordinates(int index, VEK_intArray& coordinates) const;
+    [[nodiscard]] int IndexToCoordinates(int index, VEK_intArray& coordinates) const;
 
     // ---- whole-table arithmetic ----
     void FillWith(double v) { m_items.FillWith(v); }
-    int FillFrom(const VEK_doubleArray& src);
-    int FillFrom(const std::vector<double>& src);
+    [[nodiscard]] int FillFrom(const VEK_doubleArray& src);
+    [[nodiscard]] int FillFrom(const std::vector<double>& src);
     int FillFrom(const double* src);  // trusts the caller for the length
-    int FillFrom(const VEK_Dmatrix& src);
+    [[nodiscard]] int FillFrom(const VEK_Dmatrix& src);
     void Multiply(double v);
     void Add(double v);
     // Item k times a[k mod n], n the size of the last dimension.
-    int Multiply(const VEK_doubleArray& a);
+    [[nodiscard]] int Multiply(const VEK_doubleArray& a);
     // Adds a element by element from the item at coordinates.
-    int Add(const VEK_intArray& coordinates, const VEK_doubleArray& a);
+    [[nodiscard]] int Add(const VEK_intArray& coordinates, const VEK_doubleArray& a);
     bool CompatibleWith(const VEK_Dmatrix& other) const { return m_dims == other.m_dims; }
-    int Sum(const VEK_Dmatrix& a, const VEK_Dmatrix& b);
-    int Subtract(const VEK_Dmatrix& a, const VEK_Dmatrix& b);
-    int Add(const VEK_Dmatrix& other);
+    [[nodiscard]] int Sum(const VEK_Dmatrix& a, const VEK_Dmatrix& b);
+    [[nodiscard]] int Subtract(const VEK_Dmatrix& a, const VEK_Dmatrix& b);
+    [[nodiscard]] int Add(const VEK_Dmatrix& other);
 
-    int CopyBlockFrom(const VEK_Dmatrix& src, int srcStart, int dstStart, int count);
-    int CopyColumnsFrom(const VEK_Dmatrix& src, int srcColumn, int dstColumn, int columns);
-    int MakeDeterministicColumn(int column, int outcome);
+    [[nodiscard]] int CopyBlockFrom(const VEK_Dmatrix& src, int srcStart, int dstStart, int count);
+    [[nodiscard]] int CopyColumnsFrom(const VEK_Dmatrix& src, int srcColumn, int dstColumn, int columns);
+    [[nodiscard]] int MakeDeterministicColumn(int column, int outcome);
 
     // ---- columns ----
     // A column is named by the coordinates of any of its items (the last
     // coordinate is ignored) or by the linear index of any of its items.
-    int Normalize(const VEK_intArray& coordinates);
-    int Normalize(int index);
+    [[nodiscard]] int Normalize(const VEK_intArray& coordinates);
+    [[nodiscard]] int Normalize(int index);
     bool Normalized(const VEK_intArray& coordinates) const;
     bool Normalized(int index) const;
     // Adjusts the item at the last coordinate so that its column sums to 1.
-    int Complement(const VEK_intArray& coordinates);
+    [[nodiscard]] int Complement(const VEK_intArray& coordinates);
     // Every column: sum 1 kept, sum 0 made uniform, anything else rescaled.
     int Normalize();
 
@@ -108,37 +108,37 @@ public:
     int CheckElements(double value, int dimA, int coordA, int dimB, int coordB) const;
 
     // ---- dimensions ----
-    int AddDimension(int size) { return InsertDimension(GetNumberOfDimensions(), size); }
-    int AddDimensions(const VEK_intArray& sizes);
+    [[nodiscard]] int AddDimension(int size) { return InsertDimension(GetNumberOfDimensions(), size); }
+    [[nodiscard]] int AddDimensions(const VEK_intArray& sizes);
     // The table is replicated along the new dimension.
-    int InsertDimension(int position, int size);
+    [[nodiscard]] int InsertDimension(int position, int size);
     // Keeps the slice at coordinate keep of dim. A one-dimensional matrix is
     // left unchanged (0).
-    int RemoveDimension(int dim, int keep);
-    int RemoveDimension(int dim) { return RemoveDimension(dim, 0); }
+    [[nodiscard]] int RemoveDimension(int dim, int keep);
+    [[nodiscard]] int RemoveDimension(int dim) { return RemoveDimension(dim, 0); }
     // Weighted sum over the states of dim.
-    int RemoveDimension(int dim, const VEK_doubleArray& weights);
-    int RemoveDimension(int dim, int keep, VEK_Dmatrix& result) const;
-    int RemoveDimension(int dim, const VEK_doubleArray& weights, VEK_Dmatrix& result) const;
+    [[nodiscard]] int RemoveDimension(int dim, const VEK_doubleArray& weights);
+    [[nodiscard]] int RemoveDimension(int dim, int keep, VEK_Dmatrix& result) const;
+    [[nodiscard]] int RemoveDimension(int dim, const VEK_doubleArray& weights, VEK_Dmatrix& result) const;
     // Entry >= 0: that dimension is removed keeping that coordinate (from the
     // last dimension to the first); -1 keeps the dimension.
-    int RemoveDimensions(const VEK_intArray& coordinates, VEK_Dmatrix& result) const;
+    [[nodiscard]] int RemoveDimensions(const VEK_intArray& coordinates, VEK_Dmatrix& result) const;
     // Removes dim choosing per remaining cell the state given by a selector
     // table. dimMap[j] names the dimension of this matrix that dimension j of
     // selector stands for (same size, never dim); the item of selector at the
     // cell's coordinates on those dimensions is the state of dim that is kept.
     // -2 when the map does not fit or a selected state is not a valid state.
-    int RemoveDimension(int dim, const VEK_Dmatrix& selector, const VEK_intArray& dimMap);
+    [[nodiscard]] int RemoveDimension(int dim, const VEK_Dmatrix& selector, const VEK_intArray& dimMap);
 
-    int ResizeDimension(int dim, int size);
-    int IncreaseDimensionSize(int dim);
-    int DecreaseDimensionSize(int dim);
-    int ShiftDataUpwards(int dim, int position, double fill = 0.0);
-    int ShiftDataDownwards(int dim, int position);
+    [[nodiscard]] int ResizeDimension(int dim, int size);
+    [[nodiscard]] int IncreaseDimensionSize(int dim);
+    [[nodiscard]] int DecreaseDimensionSize(int dim);
+    [[nodiscard]] int ShiftDataUpwards(int dim, int position, double fill = 0.0);
+    [[nodiscard]] int ShiftDataDownwards(int dim, int position);
     // New dimension i is old dimension perm[i].
-    int ChangeOrderOfDimensions(const VEK_intArray& perm);
+    [[nodiscard]] int ChangeOrderOfDimensions(const VEK_intArray& perm);
     // New state i of dim holds the items of old state perm[i].
-    int ChangeOrderWithinDimension(int dim, const VEK_intArray& perm);
+    [[nodiscard]] int ChangeOrderWithinDimension(int dim, const VEK_intArray& perm);
 
 private:
     // Computes products and returns the item count of dims; throws on overflow.

@@ -61,7 +61,7 @@ void VEK_sizeUtilityMatrix(VEK_Dmatrix& m, const VEK_nodeVal& val) {
         dims.Add(n);
     }
     dims.Add(1);
-    m.Setup(dims);
+    (void)m.Setup(dims);  // sizes below 1 returned above
     m.FillWith(0.0);
 }
 

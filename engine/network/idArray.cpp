@@ -84,7 +84,7 @@ void VEK_idArray::SetAllEmptyIds(int n) {
         Clear();
         for (int i = 0; i < n; ++i) VEK_stringArray::Add("");
     } else {
-        for (int i = 0; i < GetSize(); ++i) VEK_stringArray::SetString(i, "");
+        for (int i = 0; i < GetSize(); ++i) (void)VEK_stringArray::SetString(i, "");  // i is in range
     }
 }
 

@@ -28,10 +28,10 @@ public:
     }
 
     // Refused (-2, nothing changed) when the id is not valid at that place.
-    int SetString(int index, const char* id) override;
-    int Add(const char* id) override;
-    int Insert(int index, const char* id) override;
-    int Delete(int index) override;
+    [[nodiscard]] int SetString(int index, const char* id) override;
+    [[nodiscard]] int Add(const char* id) override;
+    [[nodiscard]] int Insert(int index, const char* id) override;
+    [[nodiscard]] int Delete(int index) override;
 
     bool GetEmptyIdsAllowed() const { return m_allowEmpty; }
     void SetEmptyIdsAllowed(bool allow) { m_allowEmpty = allow; }
@@ -48,7 +48,7 @@ public:
     // A valid id not yet in the array, made from base (or "x").
     int CreateValidId(const char* base, int startNumber, std::string& out) const;
     int CreateAndAddValidId(const char* base, int startNumber);
-    int CreateAndInsertValidId(const char* base, int startNumber, int position);
+    [[nodiscard]] int CreateAndInsertValidId(const char* base, int startNumber, int position);
 
     // Replaces every invalid or duplicate entry by a created id.
     int EnsureValidIds();

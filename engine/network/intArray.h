@@ -21,7 +21,7 @@ public:
     // Element i equals i everywhere; true for an empty array.
     bool IsIdentityPermutation() const;
     // Size n, values 0..n-1; -3 for n < 0.
-    int MakeIdentityPermutation(int n);
+    [[nodiscard]] int MakeIdentityPermutation(int n);
     void RandomShuffle(VEK_randGen& gen);
 
     // The array holds k strictly increasing values out of 0..n-1; moves to the

@@ -6,7 +6,7 @@
 #include "network/status.h"
 
 VEK_mau::VEK_mau(VEK_network& net, int handle) : VEK_tableDef(net, handle) {
-    Table().SetSingleDimension(1);
+    (void)Table().SetSingleDimension(1);  // a valid size
     Table().FillWith(1.0);
 }
 
@@ -21,7 +21,7 @@ VEK_mau::VEK_mau(const VEK_nodeXformContext& ctx) : VEK_tableDef(*ctx.net, ctx.h
         }
     }
     dims.Add(utilityParents_.GetSize() > 0 ? utilityParents_.GetSize() : 1);
-    Table().Setup(dims);
+    (void)Table().Setup(dims);  // every size is at least 1
     Table().FillWith(1.0);
 }
 
@@ -65,7 +65,7 @@ int VEK_mau::AddParent(int handle) {
         int res = VEK_insertSlices(Table(), Table().GetNumberOfDimensions() - 1, index, 1, 1.0);
         if (res < 0) return res;
     }
-    utilityParents_.Insert(index, handle);
+    (void)utilityParents_.Insert(index, handle);  // index counts utility parents before pos
     return VEK_OKAY;
 }
 
@@ -78,7 +78,7 @@ int VEK_mau::RemoveParent(int handle) {
         int res = VEK_removeSlices(Table(), Table().GetNumberOfDimensions() - 1, index, 1);
         if (res < 0) return res;
     }
-    utilityParents_.Delete(index);
+    (void)utilityParents_.Delete(index);  // a found position
     return VEK_OKAY;
 }
 

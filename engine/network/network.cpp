@@ -273,9 +273,9 @@ int VEK_network::ChangeNodeId(int handle, const char* id) {
     if (!(options_ & VEK_OPT_DUPLICATE_IDS) && IsThisIdentifierInUse(id, handle)) return VEK_DUPLICATED_IDENTIFIER;
     std::string oldId = node->GetId();
     for (int i = 0; i < node->Children().GetSize(); ++i) {
-        GetDef(node->Children()[i])->BeforeParentIdChange(handle, oldId.c_str(), id);
+        (void)GetDef(node->Children()[i])->BeforeParentIdChange(handle, oldId.c_str(), id);
     }
-    node->Definition()->BeforeIdChange(oldId.c_str(), id);
+    (void)node->Definition()->BeforeIdChange(oldId.c_str(), id);  // renaming a referenced id cannot fail
     UnindexNodeId(handle);
     node->Header().ForceId(id);
     IndexNodeId(handle);
@@ -292,7 +292,7 @@ int VEK_network::ChangeOrderOfParents(int handle, const VEK_intArray& newOrder) 
     int res = node->Definition()->OnParentReorder(newOrder);
     if (res < 0) return res;
     const std::vector<int> oldParents(parents.begin(), parents.end());
-    parents.ChangeOrder(newOrder);
+    (void)parents.ChangeOrder(newOrder);  // checked to be a permutation above
     if (dynamic_) dynamic_->OnParentsReordered(handle, oldParents);
     RelevanceDefinitionChanged(handle, VEK_REL_DEF_CHANGE_1);
     scopeDirty_ = true;
@@ -341,8 +341,9 @@ int VEK_network::AddArc(int parent, int child, int arcType) {
     try {
         res = c->Definition()->AddParent(parent);
     } catch (const std::exception& e) {
-        p->Children().Delete(p->Children().GetSize() - 1);
-        c->Parents().Delete(c->Parents().GetSize() - 1);
+        // the entries just added: removing the last ones cannot fail
+        (void)p->Children().Delete(p->Children().GetSize() - 1);
+        (void)c->Parents().Delete(c->Parents().GetSize() - 1);
         std::string msg = "Can't add arc, exception: ";
         msg += e.what();
         return logger_.LogError(VEK_OUT_OF_MEMORY, msg.c_str());
@@ -370,9 +371,9 @@ int VEK_network::RemoveArc(int parent, int child, int arcType) {
     orderValid_ = false;
     if (dynamic_) dynamic_->OnArcRemoving(parent, child);
     (void)c->Definition()->RemoveParent(parent);  // an existing parent's dimension can always go
-    p->Children().Delete(ci);
+    (void)p->Children().Delete(ci);  // ci and pi are found positions
     int pi = c->Parents().FindPosition(parent);
-    if (pi >= 0) c->Parents().Delete(pi);
+    if (pi >= 0) (void)c->Parents().Delete(pi);
     RelevanceArcRemoved(parent, child);
     scopeDirty_ = true;
     return VEK_OKAY;
@@ -621,9 +622,9 @@ int VEK_network::RemoveObservCostArc(int parent, int child) {
     VEK_node* c = nodes_[child].get();
     int ci = p->CostChildren().FindPosition(child);
     if (ci < 0) return VEK_OUT_OF_RANGE;
-    p->CostChildren().Delete(ci);
+    (void)p->CostChildren().Delete(ci);  // ci and pi are found positions
     int pi = c->CostParents().FindPosition(parent);
-    if (pi >= 0) c->CostParents().Delete(pi);
+    if (pi >= 0) (void)c->CostParents().Delete(pi);
     c->RebuildCostTable();
     return VEK_OKAY;
 }

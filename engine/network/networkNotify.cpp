@@ -50,11 +50,11 @@ int VEK_network::ClearAllEvidence() {
     for (int h = 0; h < GetSlotCount(); ++h) {
         if (!nodes_[h]) continue;
         VEK_nodeVal* v = nodes_[h]->Value();
-        if (v->IsControlled()) v->ClearControlledValue();
-        if (v->IsEvidence() || v->IsVirtualEvidence()) v->ClearEvidence();
+        if (v->IsControlled()) (void)v->ClearControlledValue();  // present, so they clear
+        if (v->IsEvidence() || v->IsVirtualEvidence()) (void)v->ClearEvidence();
     }
     for (int h = 0; h < GetSlotCount(); ++h) {
-        if (nodes_[h] && nodes_[h]->Value()->IsPropagatedEvidence()) nodes_[h]->Value()->ClearPropagatedEvidence();
+        if (nodes_[h] && nodes_[h]->Value()->IsPropagatedEvidence()) (void)nodes_[h]->Value()->ClearPropagatedEvidence();  // present, so it clears
     }
     if (dynamic_) dynamic_->ClearAllTemporalEvidence();
     InvalidateAllBeliefs();

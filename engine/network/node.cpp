@@ -105,12 +105,12 @@ void VEK_node::RebuildCostTable() {
     }
     dims.Add(1);
     if (dims == cost_.GetDimensions()) return;
-    cost_.Setup(dims);
+    (void)cost_.Setup(dims);  // every size is at least 1
     cost_.FillWith(VEK_NOT_AVAILABLE_VALUE);
 }
 
 int VEK_node::SetCost(const std::vector<double>& values) {
     if (static_cast<int>(values.size()) != cost_.GetSize()) return VEK_OUT_OF_RANGE;
-    cost_.FillFrom(values);
+    (void)cost_.FillFrom(values);  // size checked above
     return VEK_OKAY;
 }

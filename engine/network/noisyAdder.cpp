@@ -142,19 +142,20 @@ int VEK_noisyAdder::FunctionFromName(const char* name, Function& function) {
 
 // ---------------------------------------------------------------- graph
 
+// Positions and orders come from the parent list, which has checked them.
 void VEK_noisyAdder::OnParentInserted(int position) {
-    parentStates_.Insert(position, ParentSizes()[position] - 1);
-    weights_.Insert(position, 1.0);
+    (void)parentStates_.Insert(position, ParentSizes()[position] - 1);
+    (void)weights_.Insert(position, 1.0);
 }
 
 void VEK_noisyAdder::OnParentDeleted(int position) {
-    parentStates_.Delete(position);
-    weights_.Delete(position);
+    (void)parentStates_.Delete(position);
+    (void)weights_.Delete(position);
 }
 
 void VEK_noisyAdder::OnParentsReordered(const VEK_intArray& order) {
-    parentStates_.ChangeOrder(order);
-    weights_.ChangeOrder(order);
+    (void)parentStates_.ChangeOrder(order);
+    (void)weights_.ChangeOrder(order);
 }
 
 int VEK_noisyAdder::OnParentOutcomeAdd(int parent, int outcome) {
@@ -232,7 +233,7 @@ int VEK_noisyAdder::CiToCptAverage(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) cons
     if (n < 1 || ci.GetSize() != GetCiWeights().GetSize()) return VEK_OUT_OF_RANGE;
     VEK_intArray dims;
     BuildCptDims(dims);
-    cpt.Setup(dims);
+    if (const int res = cpt.Setup(dims); res < 0) return res;
     double* out = cpt.Items();
     const double* w = ci.Items();
     const double* leak = w + static_cast<size_t>(GetLeakColumn()) * n;
@@ -277,7 +278,7 @@ int VEK_noisyAdder::CiToCptSingleFault(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) 
     if (n < 1 || ci.GetSize() != GetCiWeights().GetSize()) return VEK_OUT_OF_RANGE;
     VEK_intArray dims;
     BuildCptDims(dims);
-    cpt.Setup(dims);
+    if (const int res = cpt.Setup(dims); res < 0) return res;
     double* out = cpt.Items();
     const double* w = ci.Items();
     const double* leak = w + static_cast<size_t>(GetLeakColumn()) * n;

@@ -15,7 +15,7 @@ constexpr double kHenrionTolerance = 1e-9;
 
 VEK_intArray Identity(int n) {
     VEK_intArray a;
-    a.MakeIdentityPermutation(n);
+    (void)a.MakeIdentityPermutation(n);  // n is a count
     return a;
 }
 
@@ -100,7 +100,7 @@ const VEK_intArray* VEK_noisyMAX::GetParentOutcomeStrengths(int parentIndex) con
 int VEK_noisyMAX::GetStrengthPositions(int parentIndex, VEK_intArray& positions) const {
     const VEK_intArray* s = GetParentOutcomeStrengths(parentIndex);
     if (!s) return VEK_OUT_OF_RANGE;
-    positions.SetSize(s->GetSize());
+    (void)positions.SetSize(s->GetSize());  // a size
     for (int p = 0; p < s->GetSize(); ++p) positions[(*s)[p]] = p;
     return VEK_OKAY;
 }
@@ -185,7 +185,7 @@ int VEK_noisyMAX::OnParentOutcomeAdd(int parent, int outcome) {
     for (int& o : s) {
         if (o >= outcome) ++o;
     }
-    s.Insert(at, outcome);
+    (void)s.Insert(at, outcome);  // at is within the strengths, as the column insert was
     FixConstrainedColumns();
     Invalidate();
     return VEK_OKAY;
@@ -199,7 +199,7 @@ int VEK_noisyMAX::OnParentOutcomeRemove(int parent, int outcome) {
     if (outcome < 0 || outcome >= m || m < 2) return VEK_OUT_OF_RANGE;
     const int at = s.FindPosition(outcome);
     if (const int res = DeleteParentColumn(pos, GetParentColumnBase(pos) + at); res < 0) return res;
-    s.Delete(at);
+    (void)s.Delete(at);  // the strengths hold every outcome
     for (int& o : s) {
         if (o > outcome) --o;
     }
@@ -262,7 +262,7 @@ int VEK_noisyMAX::CiToCpt(const VEK_Dmatrix& ci, VEK_Dmatrix& cpt) const {
     Cumulate(ci, cum);
     VEK_intArray dims;
     BuildCptDims(dims);
-    cpt.Setup(dims);
+    if (const int res = cpt.Setup(dims); res < 0) return res;
     double* out = cpt.Items();
     const double* leak = cum.data() + static_cast<size_t>(GetLeakColumn()) * n;
     const int k = GetNumberOfParents();
@@ -330,7 +330,7 @@ int VEK_noisyMAX::CptToCi(const VEK_Dmatrix& cpt, VEK_Dmatrix& ci) const {
     for (int j = 0; j < k; ++j) weakest[j] = strengths_[j][strengths_[j].GetSize() - 1];
     const VEK_intArray& products = cpt.GetProducts();
 
-    ci.Setup(GetCiWeights().GetDimensions());
+    if (const int res = ci.Setup(GetCiWeights().GetDimensions()); res < 0) return res;
     std::vector<double> cl(n), h(n), c(n);
     const double* items = cpt.Items();
     const double* leakColumn = items + SingleParentColumn(-1, 0, weakest, products);
@@ -482,7 +482,7 @@ int VEK_noisyMAX::SquareCiToCptSingleStep(VEK_Dmatrix& square) const {
     std::vector<double> cl(n);
     CumulateColumn(GetCiWeights().Items() + static_cast<size_t>(GetLeakColumn()) * n, n, cl.data());
     VEK_intArray dims{n, n};
-    square.Setup(dims);
+    if (const int res = square.Setup(dims); res < 0) return res;
     square.FillWith(0.0);
     for (int y = 0; y < n; ++y) {
         square[y * n + y] = cl[y];
@@ -498,7 +498,7 @@ int VEK_noisyMAX::GetCumulativeFactor(int parentIndex, VEK_Dmatrix& factor) cons
     const int m = positions.GetSize();
     const int b = GetParentColumnBase(parentIndex);
     VEK_intArray dims{m, n};
-    factor.Setup(dims);
+    if (const int res = factor.Setup(dims); res < 0) return res;
     for (int o = 0; o < m; ++o) {
         CumulateColumn(GetCiWeights().Items() + static_cast<size_t>(b + positions[o]) * n, n,
                        factor.Items() + static_cast<size_t>(o) * n);

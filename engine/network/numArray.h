@@ -27,7 +27,7 @@ public:
 
     // n zero-filled elements (none for n <= 0).
     explicit VEK_numArray(int n) : VEK_numArray() {
-        if (n > 0) SetSize(n);
+        if (n > 0) (void)SetSize(n);  // n > 0 cannot be refused
     }
 
     VEK_numArray(std::initializer_list<T> init) : VEK_numArray() {
@@ -74,7 +74,7 @@ public:
 
     // Growing past the capacity allocates exactly n elements; elements that
     // become visible are zero. Shrinking only changes the count.
-    int SetSize(int n) {
+    [[nodiscard]] int SetSize(int n) {
         if (n < 0) return VEK_NO_ITEM;
         if (n > m_capacity) Reallocate(n);
         if (n > m_count) std::memset(static_cast<void*>(m_items + m_count), 0, sizeof(T) * (n - m_count));
@@ -83,7 +83,7 @@ public:
     }
 
     // Makes room for n elements without changing the count.
-    int Reserve(int n) {
+    [[nodiscard]] int Reserve(int n) {
         if (n < 0) return VEK_NO_ITEM;
         if (n > m_capacity) Reallocate(n);
         return VEK_OKAY;
@@ -95,7 +95,7 @@ public:
         return VEK_OKAY;
     }
 
-    int Insert(int pos, T v) {
+    [[nodiscard]] int Insert(int pos, T v) {
         if (pos < 0 || pos > m_count) return VEK_OUT_OF_RANGE;
         if (m_count == m_capacity) Reallocate(GrownCapacity());
         std::memmove(static_cast<void*>(m_items + pos + 1), m_items + pos, sizeof(T) * (m_count - pos));
@@ -104,14 +104,14 @@ public:
         return VEK_OKAY;
     }
 
-    int Delete(int pos) {
+    [[nodiscard]] int Delete(int pos) {
         if (pos < 0 || pos >= m_count) return VEK_OUT_OF_RANGE;
         std::memmove(static_cast<void*>(m_items + pos), m_items + pos + 1, sizeof(T) * (m_count - pos - 1));
         --m_count;
         return VEK_OKAY;
     }
 
-    int DeleteByContent(T v) {
+    [[nodiscard]] int DeleteByContent(T v) {
         int pos = FindPosition(v);
         return pos < 0 ? VEK_OUT_OF_RANGE : Delete(pos);
     }
@@ -134,7 +134,7 @@ public:
 
     // Element i becomes the old element perm[i]; perm must be a permutation
     // of 0..n-1 with n equal to the size, else nothing changes.
-    int ChangeOrder(const int* perm, int n) {
+    [[nodiscard]] int ChangeOrder(const int* perm, int n) {
         if (n != m_count || (n > 0 && perm == nullptr)) return VEK_OUT_OF_RANGE;
         VEK_numArray<unsigned char, 64> seen(n);
         for (int i = 0; i < n; ++i) {
@@ -148,7 +148,7 @@ public:
     }
 
     // Defined in intArray.h, once VEK_intArray is complete.
-    int ChangeOrder(const VEK_intArray& perm);
+    [[nodiscard]] int ChangeOrder(const VEK_intArray& perm);
 
     std::vector<T> ToVector() const { return std::vector<T>(m_items, m_items + m_count); }
 

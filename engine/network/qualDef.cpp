@@ -18,7 +18,7 @@ VEK_qualDef::VEK_qualDef(const VEK_nodeXformContext& ctx, int weightSlots, doubl
 
 void VEK_qualDef::InitFromParents(double prior) {
     parentCount_ = GetParents().GetSize();
-    params_.SetSingleDimension(slots_ * parentCount_ + 1);
+    (void)params_.SetSingleDimension(slots_ * parentCount_ + 1);  // at least the prior
     params_.FillWith(0.0);
     params_[params_.GetSize() - 1] = prior;
 }
@@ -43,8 +43,8 @@ int VEK_qualDef::AddParent(int handle) {
     }
     items.push_back(GetPriorValue());
     ++parentCount_;
-    params_.SetSingleDimension(static_cast<int>(items.size()));
-    params_.FillFrom(items);
+    (void)params_.SetSingleDimension(static_cast<int>(items.size()));  // items hold at least the prior
+    (void)params_.FillFrom(items);  // sized to items just above
     OnParentInserted(pos);
     Invalidate();
     return VEK_OKAY;
@@ -62,8 +62,8 @@ int VEK_qualDef::RemoveParent(int handle) {
     }
     items.push_back(GetPriorValue());
     --parentCount_;
-    params_.SetSingleDimension(static_cast<int>(items.size()));
-    params_.FillFrom(items);
+    (void)params_.SetSingleDimension(static_cast<int>(items.size()));  // items hold at least the prior
+    (void)params_.FillFrom(items);  // sized to items just above
     OnParentDeleted(pos);
     Invalidate();
     return VEK_OKAY;
@@ -137,7 +137,7 @@ int VEK_qualDef::CalculateCpt() {
     VEK_intArray dims(parentCount_ + 1);
     dims.FillWith(2);
     VEK_Dmatrix& cpt = CptMatrix();
-    cpt.Setup(dims);
+    if (const int res = cpt.Setup(dims); res < 0) return res;
     const int columns = cpt.GetSize() / 2;
     // q goes into the second half of the table first, then every column is
     // spread out in place from the front, which never overwrites a q not

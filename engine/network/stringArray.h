@@ -24,9 +24,9 @@ public:
 
     // The three overridable slots, in this order. A null string is stored as
     // an empty one.
-    virtual int SetString(int index, const char* s);
+    [[nodiscard]] virtual int SetString(int index, const char* s);
     virtual int Add(const char* s);
-    virtual int Insert(int index, const char* s);
+    [[nodiscard]] virtual int Insert(int index, const char* s);
 
     virtual ~VEK_stringArray() = default;
 
@@ -37,8 +37,8 @@ public:
     const char* Subscript(int index) const { return m_items[index].get(); }
     const char* operator[](int index) const { return m_items[index].get(); }
 
-    virtual int Delete(int index);
-    int DeleteByContent(const char* s);
+    [[nodiscard]] virtual int Delete(int index);
+    [[nodiscard]] int DeleteByContent(const char* s);
     // Index of the first equal string, -1 when none (null compares as empty).
     int FindPosition(const char* s) const;
     bool IsInList(const char* s) const { return FindPosition(s) >= 0; }
@@ -49,7 +49,7 @@ public:
 
     // Element i becomes the old element perm[i]; -2 unless perm is a
     // permutation of the indices.
-    int ChangeOrder(const VEK_intArray& perm);
+    [[nodiscard]] int ChangeOrder(const VEK_intArray& perm);
 
     std::vector<std::string> ToVector() const;
     bool operator==(const VEK_stringArray& other) const;

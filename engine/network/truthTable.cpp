@@ -33,7 +33,7 @@ int VEK_truthTable::MakeRandom(VEK_randGen& gen) {
     const int n = Table().GetLastDimensionSize();
     if (n < 1) return VEK_WRONG_NUM_STATES;
     const int columns = GetColumnCount();
-    for (int c = 0; c < columns; ++c) Table().MakeDeterministicColumn(c, static_cast<int>(gen.GetInt(n)));
+    for (int c = 0; c < columns; ++c) (void)Table().MakeDeterministicColumn(c, static_cast<int>(gen.GetInt(n)));  // c and the draw are in range
     return VEK_OKAY;
 }
 
@@ -54,7 +54,7 @@ int VEK_truthTable::MakeConsistent() {
 int VEK_truthTable::GetResultingStates(VEK_intArray& states) const {
     const int n = Table().GetLastDimensionSize();
     const int columns = GetColumnCount();
-    states.SetSize(columns);
+    (void)states.SetSize(columns);  // a count
     const double* items = Table().Items();
     for (int c = 0; c < columns; ++c) {
         int state = 0;
@@ -86,7 +86,7 @@ int VEK_truthTable::SetResultingStates(const VEK_intArray& states) {
     for (int s : states) {
         if (s < 0 || s >= n) return VEK_OUT_OF_RANGE;
     }
-    for (int c = 0; c < columns; ++c) Table().MakeDeterministicColumn(c, states[c]);
+    for (int c = 0; c < columns; ++c) (void)Table().MakeDeterministicColumn(c, states[c]);  // checked above
     OnParametersChanged();
     return VEK_OKAY;
 }

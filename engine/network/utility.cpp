@@ -6,14 +6,14 @@
 #include "network/status.h"
 
 VEK_utility::VEK_utility(VEK_network& net, int handle) : VEK_tableDef(net, handle) {
-    Table().SetSingleDimension(1);
+    (void)Table().SetSingleDimension(1);  // a valid size
     Table().FillWith(1.0);
 }
 
 VEK_utility::VEK_utility(const VEK_nodeXformContext& ctx) : VEK_tableDef(*ctx.net, ctx.handle) {
     VEK_intArray dims;
     ParentTableDims(dims, 1);
-    Table().Setup(dims);
+    (void)Table().Setup(dims);  // every size is at least 1
     Table().FillWith(1.0);
 }
 
