@@ -68,7 +68,7 @@ double Recomputed(const VEK_network& net, const VEK_mpeResult& r) {
     VEK_network copy(net);
     for (size_t i = 0; i < r.handles.size(); ++i) {
         VEK_nodeVal* v = copy.GetVal(r.handles[i]);
-        if (!v->HasHardEvidence()) v->SetEvidence(r.outcomes[i]);
+        if (!v->HasHardEvidence() && v->SetEvidence(r.outcomes[i]) != 0) return -1.0;
     }
     double p = -1.0;
     if (copy.UpdateBeliefs() != 0 || copy.ProbEvidence(p) != 0) return -1.0;
@@ -146,7 +146,10 @@ void BM_Sensitivity(benchmark::State& state, std::string name) {
             (target < 0 || net->GetDef(h)->GetNumberOfOutcomes() > net->GetDef(target)->GetNumberOfOutcomes()))
             target = h;
     net->ClearAllTargets();
-    net->SetTarget(target, true);
+    if (net->SetTarget(target, true) != 0) {
+        state.SkipWithError("target cannot be set");
+        return;
+    }
     std::vector<VEK_nodeSensitivity> out;
     int status = 0;
     const double ms = MedianMs(state, [&] { status |= VEK_calcSensitivity(*net, out); });

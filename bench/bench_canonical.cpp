@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "benchUtil.h"
 #include "network/cast.h"
 #include "network/demorgan.h"
 #include "network/network.h"
@@ -22,13 +23,14 @@ std::string ParentId(int j) {
     return id;
 }
 
-// parentType nodes feeding one child of childType; returns the child.
-int Build(VEK_network& net, int childType, int parentType, int childOutcomes) {
+// parentType nodes feeding one child of childType; returns the child. A
+// failure is ORed into status.
+int Build(VEK_network& net, int childType, int parentType, int childOutcomes, int& status) {
     int child = net.AddNode(childType, "child");
-    if (childOutcomes != 2) net.GetDef(child)->SetNumberOfOutcomes(childOutcomes);
+    if (childOutcomes != 2) status |= net.GetDef(child)->SetNumberOfOutcomes(childOutcomes);
     for (int j = 0; j < kParents; ++j) {
         int p = net.AddNode(parentType, ParentId(j).c_str());
-        net.AddArc(p, child);
+        status |= net.AddArc(p, child);
     }
     return child;
 }
@@ -60,46 +62,54 @@ void Recompute(benchmark::State& state, VEK_lazyDef& def) {
 
 void BM_NoisyMaxTable(benchmark::State& state) {
     VEK_network net;
-    int c = Build(net, VEK_NOISY_MAX, VEK_CPT, 3);
+    int status = 0;
+    int c = Build(net, VEK_NOISY_MAX, VEK_CPT, 3, status);
     auto& def = *dynamic_cast<VEK_noisyMAX*>(net.GetDef(c));
-    def.SetCiWeights(RandomWeights(def, 1));
+    status |= def.SetCiWeights(RandomWeights(def, 1));
     // Half of the parents with their strongest and weakest outcomes swapped.
-    for (int j = 0; j < kParents; j += 2) def.SetParentOutcomeStrengths(j, VEK_intArray{1, 0});
+    for (int j = 0; j < kParents; j += 2) status |= def.SetParentOutcomeStrengths(j, VEK_intArray{1, 0});
+    if (!Must(state, status, "noisy-MAX setup failed")) return;
     Recompute(state, def);
 }
 BENCHMARK(BM_NoisyMaxTable)->Unit(benchmark::kMillisecond);
 
 void BM_NoisyAdderTable(benchmark::State& state) {
     VEK_network net;
-    int c = Build(net, VEK_NOISY_ADDER, VEK_CPT, 3);
+    int status = 0;
+    int c = Build(net, VEK_NOISY_ADDER, VEK_CPT, 3, status);
     auto& def = *dynamic_cast<VEK_noisyAdder*>(net.GetDef(c));
-    def.SetCiWeights(RandomWeights(def, 2));
-    def.SetFunction(state.range(0) ? VEK_noisyAdder::FUNCTION_SINGLE_FAULT : VEK_noisyAdder::FUNCTION_AVERAGE);
+    status |= def.SetCiWeights(RandomWeights(def, 2));
+    status |= def.SetFunction(state.range(0) ? VEK_noisyAdder::FUNCTION_SINGLE_FAULT : VEK_noisyAdder::FUNCTION_AVERAGE);
+    if (!Must(state, status, "noisy-adder setup failed")) return;
     Recompute(state, def);
 }
 BENCHMARK(BM_NoisyAdderTable)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 void BM_DeMorganTable(benchmark::State& state) {
     VEK_network net;
-    int c = Build(net, VEK_DEMORGAN, VEK_DEMORGAN, 2);
+    int status = 0;
+    int c = Build(net, VEK_DEMORGAN, VEK_DEMORGAN, 2, status);
     auto& def = *dynamic_cast<VEK_demorgan*>(net.GetDef(c));
     for (int j = 0; j < kParents; ++j) {
-        def.SetParentType(j, j % 4);
-        def.SetParentWeight(j, 0.05 + 0.04 * j);
+        status |= def.SetParentType(j, j % 4);
+        status |= def.SetParentWeight(j, 0.05 + 0.04 * j);
     }
-    def.SetPriorBelief(0.1);
+    status |= def.SetPriorBelief(0.1);
+    if (!Must(state, status, "DeMorgan setup failed")) return;
     Recompute(state, def);
 }
 BENCHMARK(BM_DeMorganTable)->Unit(benchmark::kMillisecond);
 
 void BM_CastTable(benchmark::State& state) {
     VEK_network net;
-    int c = Build(net, VEK_CAST, VEK_CAST, 2);
+    int status = 0;
+    int c = Build(net, VEK_CAST, VEK_CAST, 2, status);
     auto& def = *dynamic_cast<VEK_cast*>(net.GetDef(c));
     for (int j = 0; j < kParents; ++j) {
-        def.SetWeight(j, true, 0.9 - 0.09 * j);
-        def.SetWeight(j, false, -0.5 + 0.05 * j);
+        status |= def.SetWeight(j, true, 0.9 - 0.09 * j);
+        status |= def.SetWeight(j, false, -0.5 + 0.05 * j);
     }
+    if (!Must(state, status, "CAST setup failed")) return;
     Recompute(state, def);
 }
 BENCHMARK(BM_CastTable)->Unit(benchmark::kMillisecond);
@@ -107,15 +117,18 @@ BENCHMARK(BM_CastTable)->Unit(benchmark::kMillisecond);
 // Recovering the weights from a noisy-MAX table of the same size.
 void BM_NoisyMaxCptToCi(benchmark::State& state) {
     VEK_network net;
-    int c = Build(net, VEK_NOISY_MAX, VEK_CPT, 3);
+    int status = 0;
+    int c = Build(net, VEK_NOISY_MAX, VEK_CPT, 3, status);
     auto& def = *dynamic_cast<VEK_noisyMAX*>(net.GetDef(c));
-    def.SetCiWeights(RandomWeights(def, 3));
+    status |= def.SetCiWeights(RandomWeights(def, 3));
+    if (!Must(state, status, "noisy-MAX setup failed")) return;
     const VEK_Dmatrix table = *def.GetMatrix();
     VEK_Dmatrix ci;
     for (auto _ : state) {
-        def.CptToCi(table, ci);
+        status |= def.CptToCi(table, ci);
         benchmark::DoNotOptimize(ci.Items());
     }
+    Must(state, status, "weights not recovered");
 }
 BENCHMARK(BM_NoisyMaxCptToCi)->Unit(benchmark::kMicrosecond);
 

@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "benchUtil.h"
 #include "diagnosis/diagSession.h"
 #include "inference/inferenceCache.h"
 #include "network/discDef.h"
@@ -30,17 +31,18 @@ std::unique_ptr<VEK_network> LoadMarked() {
     if (net->ReadFile(path.c_str()) != 0) return nullptr;
     for (const char* id : kFaults) {
         const int h = net->FindNode(id);
-        if (h < 0) return nullptr;
-        net->GetNode(h)->SetDiagType(VEK_DIAG_FAULT);
+        if (h < 0 || net->GetNode(h)->SetDiagType(VEK_DIAG_FAULT) != 0) return nullptr;
         auto* def = dynamic_cast<VEK_discDef*>(net->GetDef(h));
         for (int o = 0; o < def->GetNumberOfOutcomes(); ++o)
-            if (std::strcmp((*def->GetOutcomeIds())[o], "absent") != 0) def->SetFaultOutcome(o, true);
+            if (std::strcmp((*def->GetOutcomeIds())[o], "absent") != 0 && def->SetFaultOutcome(o, true) != 0)
+                return nullptr;
     }
     VEK_intArray all;
     net->GetAllNodes(all);
     for (int h : all)
-        if (net->GetNode(h)->Children().GetSize() == 0 && net->GetNode(h)->GetDiagType() != VEK_DIAG_FAULT) {
-            net->GetNode(h)->SetDiagType(VEK_DIAG_OBSERVATION);
+        if (net->GetNode(h)->Children().GetSize() == 0 && net->GetNode(h)->GetDiagType() != VEK_DIAG_FAULT &&
+            net->GetNode(h)->SetDiagType(VEK_DIAG_OBSERVATION) != 0) {
+            return nullptr;
         }
     return net;
 }
@@ -59,14 +61,16 @@ void BM_RankEveryTest(benchmark::State& state, int observations, int pursued, in
         state.SkipWithError("no session");
         return;
     }
+    int status = 0;
     for (int i = 0; i < observations; ++i)
-        session.InstantiateObservation(session.GetObservationNodes()[static_cast<size_t>(i)], 0);
+        status |= session.InstantiateObservation(session.GetObservationNodes()[static_cast<size_t>(i)], 0);
     if (pursued > 0) {
         std::vector<int> faults;
         for (int i = 0; i < pursued; ++i) faults.push_back(i * 3);
-        session.SetPursuedFaults(faults);
-        session.SetMultiFaultAlgorithm(multi);
+        status |= session.SetPursuedFaults(faults);
+        status |= session.SetMultiFaultAlgorithm(multi);
     }
+    if (!Must(state, status, "observations or pursued faults cannot be set")) return;
     VEK_diagResults results;
     const auto t0 = std::chrono::steady_clock::now();
     if (session.Update(results) != 0) {
@@ -75,9 +79,10 @@ void BM_RankEveryTest(benchmark::State& state, int observations, int pursued, in
     }
     const double first = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
     for (auto _ : state) {
-        session.Update(results);
+        status |= session.Update(results);
         benchmark::DoNotOptimize(results.observations.data());
     }
+    if (!Must(state, status, "update failed")) return;
     int pairs = 0;
     for (const VEK_diagObservation& o : results.observations) pairs += net->GetDef(o.node)->GetNumberOfOutcomes();
     state.counters["tests"] = static_cast<double>(results.observations.size());

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "benchUtil.h"
 #include "dynamic/dynamicNet.h"
 #include "network/network.h"
 
@@ -25,35 +26,38 @@ std::vector<double> RandomTable(std::mt19937& gen, int size, int states) {
     return t;
 }
 
-void Build(VEK_network& net, int slices) {
+// Returns nonzero when any step failed.
+int Build(VEK_network& net, int slices) {
     std::mt19937 gen(7);
     std::vector<int> h;
+    int status = 0;
     for (int i = 0; i < 10; ++i) {
         std::string id = "X" + std::to_string(i);
         h.push_back(net.AddNode(VEK_CPT, id.c_str()));
-        net.GetDef(h.back())->SetNumberOfOutcomes(3);
-        net.SetTemporalType(h.back(), VEK_TEMPORAL_PLATE);
+        status |= net.GetDef(h.back())->SetNumberOfOutcomes(3);
+        status |= net.SetTemporalType(h.back(), VEK_TEMPORAL_PLATE);
     }
     const int arcs[][2] = {{0, 1}, {1, 2}, {1, 3}, {2, 4}, {3, 4}, {0, 5}, {1, 6}, {2, 7}, {3, 8}, {4, 9}};
-    for (const auto& a : arcs) net.AddArc(h[a[0]], h[a[1]]);
-    net.SetNumberOfSlices(slices);
+    for (const auto& a : arcs) status |= net.AddArc(h[a[0]], h[a[1]]);
+    status |= net.SetNumberOfSlices(slices);
     VEK_dynamicNet& dyn = net.Dynamic();
-    dyn.AddTemporalArc(h[0], h[0], 1);
-    dyn.AddTemporalArc(h[1], h[1], 1);
+    status |= dyn.AddTemporalArc(h[0], h[0], 1);
+    status |= dyn.AddTemporalArc(h[1], h[1], 1);
     for (int x : h) {
-        net.GetDef(x)->SetDefinition(RandomTable(gen, net.GetDef(x)->GetMatrix()->GetSize(), 3));
+        status |= net.GetDef(x)->SetDefinition(RandomTable(gen, net.GetDef(x)->GetMatrix()->GetSize(), 3));
         if (const VEK_Dmatrix* m = dyn.GetTemporalDefinition(x, 1)) {
-            dyn.SetTemporalDefinition(x, 1, RandomTable(gen, m->GetSize(), 3));
+            status |= dyn.SetTemporalDefinition(x, 1, RandomTable(gen, m->GetSize(), 3));
         }
     }
     std::uniform_int_distribution<int> outcome(0, 2);
-    for (int t = 0; t < slices; ++t) dyn.SetTemporalEvidence(h[9], t, outcome(gen));
+    for (int t = 0; t < slices; ++t) status |= dyn.SetTemporalEvidence(h[9], t, outcome(gen));
+    return status;
 }
 
 void BM_DynamicUpdate(benchmark::State& state) {
     const int slices = static_cast<int>(state.range(0));
     VEK_network net;
-    Build(net, slices);
+    if (!Must(state, Build(net, slices), "model cannot be built")) return;
     for (auto _ : state) {
         net.InvalidateAllBeliefs();
         if (net.UpdateBeliefs() != 0) state.SkipWithError("update failed");

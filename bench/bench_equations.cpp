@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "benchUtil.h"
 #include "equations/equation.h"
 #include "equations/hybridSampler.h"
 #include "network/network.h"
@@ -32,7 +33,7 @@ void BM_LinearGaussianSampling(benchmark::State& state) {
         SetEquation(net, h, text + "Normal(" + std::to_string(0.1 * i) + ", 1)");
     }
     const int samples = static_cast<int>(state.range(0));
-    net.SetNumberOfSamples(samples);
+    if (!Must(state, net.SetNumberOfSamples(samples), "sample count not set")) return;
     net.SetDefaultBNAlgorithm(VEK_ALG_BN_LSAMPLING);
     for (auto _ : state) {
         if (VEK_updateHybrid(net) != 0) std::abort();
@@ -47,8 +48,7 @@ void BM_DiscretizeNode(benchmark::State& state) {
     const int x = net.AddNode(VEK_EQUATION, "x");
     for (const char* id : {"a", "b", "c"}) {
         const int p = net.AddNode(VEK_CPT, id);
-        net.GetDef(p)->SetNumberOfOutcomes(4);
-        net.AddArc(p, x);
+        if (!Must(state, net.GetDef(p)->SetNumberOfOutcomes(4) | net.AddArc(p, x), "parent not added")) return;
     }
     SetEquation(net, x, "x = a + 2 * b - c + Normal(0, 1)");
     auto* eq = static_cast<VEK_equation*>(net.GetDef(x));

@@ -278,7 +278,10 @@ void BM_Update(benchmark::State& state, std::string name, int scenario) {
             maxErr = std::max(maxErr, std::fabs((*v->GetMatrix())[static_cast<int>(s)] - expect[s]));
     }
     double pe = 0.0;
-    net.ProbEvidence(pe);
+    if (net.ProbEvidence(pe) != 0) {
+        state.SkipWithError("no probability of evidence");
+        return;
+    }
     const double peErr = std::fabs(pe - sc.pEvidence) / sc.pEvidence;
     row.maxError = std::max(row.maxError, maxErr);
     row.maxPeRelError = std::max(row.maxPeRelError, peErr);

@@ -22,10 +22,10 @@ std::string SharedPath(const std::string& name) {
     return std::string(env && *env ? env : QUARN_SHARED_DIR) + "/networks/xvek/" + name + ".xvek";
 }
 
-VEK_dataset Sample(VEK_network& net, int records, double missingRate) {
+VEK_dataset Sample(VEK_network& net, int records, double missingRate, int& status) {
     VEK_randGen gen(11);
     VEK_dataset data;
-    VEK_sampleDataset(net, records, gen, missingRate, data);
+    status = VEK_sampleDataset(net, records, gen, missingRate, data);
     return data;
 }
 
@@ -47,7 +47,12 @@ void Em(benchmark::State& state, const std::string& name, double missingRate) {
         return;
     }
     const int records = static_cast<int>(state.range(0));
-    VEK_dataset data = Sample(truth, records, missingRate);
+    int status = 0;
+    VEK_dataset data = Sample(truth, records, missingRate, status);
+    if (status != 0) {
+        state.SkipWithError("sampling failed");
+        return;
+    }
     std::vector<VEK_datasetMatch> matching;
     for (int v = 0; v < data.GetNumberOfVariables(); ++v) matching.push_back({truth.FindNode(data.GetId(v)), 0, v});
     IterationCounter counter;
@@ -79,7 +84,8 @@ void ReadData(benchmark::State& state) {
     }
     const char* tmp = std::getenv("TMPDIR");
     const std::string path = std::string(tmp && *tmp ? tmp : "/tmp") + "/bench_alarm_data.txt";
-    if (Sample(truth, 50000, 0.1).WriteFile(path.c_str()) != 0) {
+    int status = 0;
+    if (Sample(truth, 50000, 0.1, status).WriteFile(path.c_str()) != 0 || status != 0) {
         state.SkipWithError("write failed");
         return;
     }

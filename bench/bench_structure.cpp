@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "benchUtil.h"
 #include "inference/randGen.h"
 #include "learning/bayesianSearch.h"
 #include "learning/dataSampler.h"
@@ -57,9 +58,9 @@ const Case& Data(const std::string& name, int records) {
     auto& c = cache[{name, records}];
     if (!c) {
         c = std::make_unique<Case>();
-        c->truth.ReadFile(SharedPath(name).c_str());
+        Must(c->truth.ReadFile(SharedPath(name).c_str()), "network not read");
         VEK_randGen gen(7);
-        VEK_sampleDataset(c->truth, records, gen, 0.0, c->data);
+        Must(VEK_sampleDataset(c->truth, records, gen, 0.0, c->data), "sampling failed");
         c->cpdag.FromDag(ParentsByColumn(c->truth, c->data));
     }
     return *c;
@@ -147,8 +148,8 @@ const std::vector<Split>& Splits() {
         for (unsigned seed : {7u, 17u, 27u, 37u, 47u, 57u, 67u, 77u}) {
             Split& s = splits.emplace_back();
             VEK_randGen train(seed), test(seed + 1);
-            VEK_sampleDataset(truth, 16000, train, 0.0, s.train);
-            VEK_sampleDataset(truth, 4000, test, 0.0, s.test);
+            Must(VEK_sampleDataset(truth, 16000, train, 0.0, s.train) | VEK_sampleDataset(truth, 4000, test, 0.0, s.test),
+                 "sampling failed");
         }
     }
     return splits;
@@ -179,15 +180,17 @@ void Classifier(benchmark::State& state, bool predict, double ess) {
     learner.classVariable = "BP";
     learner.ess = ess;
     VEK_network net;
+    int status = 0;
     if (!predict) {
-        for (auto _ : state) learner.Learn(splits[0].train, net);
+        for (auto _ : state) status |= learner.Learn(splits[0].train, net);
     } else {
-        learner.Learn(splits[0].train, net);
+        if (!Must(state, learner.Learn(splits[0].train, net), "learning failed")) return;
         for (auto _ : state) benchmark::DoNotOptimize(Predict(net, splits[0].test, cls));
     }
+    if (!Must(state, status, "learning failed")) return;
     std::vector<double> accuracy, truth;
     for (const Split& s : splits) {
-        learner.Learn(s.train, net);
+        if (!Must(state, learner.Learn(s.train, net), "learning failed")) return;
         accuracy.push_back(Accuracy(net, s.test, cls));
         truth.push_back(Accuracy(Data("alarm", 16000).truth, s.test, cls));
     }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "benchUtil.h"
 #include "inference/randGen.h"
 #include "learning/dataSampler.h"
 #include "learning/dataset.h"
@@ -28,17 +29,17 @@ struct Alarm {
     VEK_network truth;
     bool ok = false;
     Alarm() { ok = truth.ReadFile(AlarmPath().c_str()) == 0; }
-    VEK_dataset Sample(int records, unsigned seed, double missingRate) {
+    VEK_dataset Sample(int records, unsigned seed, double missingRate, int& status) {
         VEK_randGen gen(seed);
         VEK_dataset data;
-        VEK_sampleDataset(truth, records, gen, missingRate, data);
+        status |= VEK_sampleDataset(truth, records, gen, missingRate, data);
         return data;
     }
 };
 
 void Report(benchmark::State& state, const VEK_validator& v, int node, int records) {
     double accuracy = 0.0;
-    v.GetAccuracy(node, accuracy);
+    if (!Must(state, v.GetAccuracy(node, accuracy), "no accuracy")) return;
     state.counters["accuracy"] = accuracy;
     state.counters["records/s"] =
         benchmark::Counter(static_cast<double>(state.iterations()) * records, benchmark::Counter::kIsRate);
@@ -48,12 +49,14 @@ void KFold(benchmark::State& state) {
     Alarm alarm;
     if (!alarm.ok) return state.SkipWithError("read failed");
     const int records = 20000;
-    const VEK_dataset data = alarm.Sample(records, 5, 0.0);
+    int status = 0;
+    const VEK_dataset data = alarm.Sample(records, 5, 0.0, status);
     std::vector<VEK_datasetMatch> matching;
-    data.MatchNetwork(alarm.truth, matching);
+    status |= data.MatchNetwork(alarm.truth, matching);
     VEK_validator v(alarm.truth, data, matching);
     const int bp = alarm.truth.FindNode("BP");
-    v.AddClassNode(bp);
+    status |= v.AddClassNode(bp);
+    if (!Must(state, status, "setup failed")) return;
     for (auto _ : state) {
         if (v.KFold(static_cast<int>(state.range(0)), 1) != 0) return state.SkipWithError("k-fold failed");
     }
@@ -65,12 +68,14 @@ void LeaveOneOut(benchmark::State& state) {
     if (!alarm.ok) return state.SkipWithError("read failed");
     const int records = static_cast<int>(state.range(0));
     const bool perRecord = state.range(1) != 0;
-    const VEK_dataset data = alarm.Sample(records, 5, 0.0);
+    int status = 0;
+    const VEK_dataset data = alarm.Sample(records, 5, 0.0, status);
     std::vector<VEK_datasetMatch> matching;
-    data.MatchNetwork(alarm.truth, matching);
+    status |= data.MatchNetwork(alarm.truth, matching);
     VEK_validator v(alarm.truth, data, matching);
     const int bp = alarm.truth.FindNode("BP");
-    v.AddClassNode(bp);
+    status |= v.AddClassNode(bp);
+    if (!Must(state, status, "setup failed")) return;
     for (auto _ : state) {
         if ((perRecord ? v.KFold(records, 1) : v.LeaveOneOut()) != 0) return state.SkipWithError("failed");
     }
@@ -82,16 +87,19 @@ void Predict(benchmark::State& state) {
     if (!alarm.ok) return state.SkipWithError("read failed");
     const double missingRate = static_cast<double>(state.range(0)) / 100.0;
     VEK_network learnt(alarm.truth);
-    const VEK_dataset train = alarm.Sample(16000, 5, 0.0);
+    int status = 0;
+    const VEK_dataset train = alarm.Sample(16000, 5, 0.0, status);
     std::vector<VEK_datasetMatch> matching;
-    train.MatchNetwork(learnt, matching);
+    status |= train.MatchNetwork(learnt, matching);
+    if (!Must(state, status, "setup failed")) return;
     VEK_em em;
-    em.SetEquivalentSampleSize(1.0f);
+    if (!Must(state, em.SetEquivalentSampleSize(1.0f), "sample size not set")) return;
     if (em.Learn(train, learnt, matching) != 0) return state.SkipWithError("learning failed");
-    const VEK_dataset test = alarm.Sample(4000, 6, missingRate);
+    const VEK_dataset test = alarm.Sample(4000, 6, missingRate, status);
     VEK_validator v(learnt, test, matching);
     const int bp = learnt.FindNode("BP");
-    v.AddClassNode(bp);
+    status |= v.AddClassNode(bp);
+    if (!Must(state, status, "setup failed")) return;
     for (auto _ : state) {
         if (v.Test() != 0) return state.SkipWithError("test failed");
     }
