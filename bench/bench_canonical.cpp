@@ -79,7 +79,8 @@ void BM_NoisyAdderTable(benchmark::State& state) {
     int c = Build(net, VEK_NOISY_ADDER, VEK_CPT, 3, status);
     auto& def = *dynamic_cast<VEK_noisyAdder*>(net.GetDef(c));
     status |= def.SetCiWeights(RandomWeights(def, 2));
-    status |= def.SetFunction(state.range(0) ? VEK_noisyAdder::FUNCTION_SINGLE_FAULT : VEK_noisyAdder::FUNCTION_AVERAGE);
+    const int function = state.range(0) ? VEK_noisyAdder::FUNCTION_SINGLE_FAULT : VEK_noisyAdder::FUNCTION_AVERAGE;
+    status |= def.SetFunction(function);
     if (!Must(state, status, "noisy-adder setup failed")) return;
     Recompute(state, def);
 }
